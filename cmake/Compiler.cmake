@@ -1,0 +1,12 @@
+# Options of every target of ours; private to them, so that nobody who links the library inherits them.
+add_library(quarvel_options INTERFACE)
+target_compile_options(quarvel_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -fstack-protector-strong $<$<BOOL:${QUARVEL_WARNINGS_AS_ERRORS}>:-Werror>)
+if(QUARVEL_SANITIZE)
+  target_compile_options(quarvel_options INTERFACE
+    -fsanitize=${QUARVEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(quarvel_options INTERFACE -fsanitize=${QUARVEL_SANITIZE})
+else()
+  target_compile_options(quarvel_options INTERFACE
+    $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+endif()

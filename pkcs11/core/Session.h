@@ -1,0 +1,120 @@
+#pragma once
+
+#include "pkcs11/core/Mechanism.h"
+#include "pkcs11/token/Blob.h"
+
+#include <memory>
+
+namespace PKCS11 {
+
+class Object;
+class Slot;
+class Token;
+
+/// One PKCS#11 session: its flags and at most one operation. Login state and objects belong to the slot's
+/// token.
+///
+/// Every method throws PKCS11Exception. Each fetches the token first (CKR_TOKEN_NOT_PRESENT,
+/// CKR_TOKEN_NOT_RECOGNIZED, CKR_DEVICE_REMOVED), because a fetch may find another card and drop the
+/// operation and every object; then it tests the operation and looks up objects. SessionList::getSession
+/// starts a call, and the token is fetched once in it.
+class Session {
+public:
+    Session();
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    void openSession(Slot* slot, CK_SLOT_ID slotID, CK_FLAGS flags, void* pApplication, CK_NOTIFY notify);
+    /// Drops the operation and pauses the session; logs the token out when this was the slot's last session.
+    void closeSession();
+    void reopenSession();
+    void cleanMechanism();
+
+    bool isPaused() const { return m_paused; }
+    Slot* slot() const { return m_slot; }
+    CK_SLOT_ID slotID() const { return m_slotID; }
+    CK_FLAGS flags() const { return m_flags; }
+    /// Forgets the token of the previous Cryptoki call.
+    void beginCall() { m_token = nullptr; }
+    /// The slot's token, fetched once in a Cryptoki call.
+    Token* getToken();
+
+    CK_STATE getSessionState(CK_FLAGS flags);
+    CK_SESSION_INFO getSessionInfo();
+    bool canAccessPrivate();
+
+    void login(CK_USER_TYPE userType, const CK_BYTE* pPin, CK_ULONG ulPinLen);
+    void logout();
+    void initPIN(const Blob& pin);
+    void setPIN(const Blob& oldPin, const Blob& newPin);
+
+    void signInit(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey);
+    void sign(CK_BYTE* pData, CK_ULONG ulDataLen, CK_BYTE* pSignature, CK_ULONG* pulSignatureLen);
+    void signUpdate(CK_BYTE* pPart, CK_ULONG ulPartLen);
+    void signFinal(CK_BYTE* pSignature, CK_ULONG* pulSignatureLen);
+    void verifyInit(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey);
+    void verify(CK_BYTE* pData, CK_ULONG ulDataLen, CK_BYTE* pSignature, CK_ULONG ulSignatureLen);
+    void verifyUpdate(CK_BYTE* pPart, CK_ULONG ulPartLen);
+    void verifyFinal(CK_BYTE* pSignature, CK_ULONG ulSignatureLen);
+    void verifyRecoverInit(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey);
+    void verifyRecover(CK_BYTE* pSignature, CK_ULONG ulSignatureLen, CK_BYTE* pData, CK_ULONG* pulDataLen);
+    void encryptInit(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey);
+    void encrypt(CK_BYTE* pData, CK_ULONG ulDataLen, CK_BYTE* pEncrypted, CK_ULONG* pulEncryptedLen);
+    void encryptUpdate(CK_BYTE* pPart, CK_ULONG ulPartLen, CK_BYTE* pEncrypted, CK_ULONG* pulEncryptedLen);
+    void encryptFinal(CK_BYTE* pEncrypted, CK_ULONG* pulEncryptedLen);
+    void decryptInit(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey);
+    void decrypt(CK_BYTE* pEncrypted, CK_ULONG ulEncryptedLen, CK_BYTE* pData, CK_ULONG* pulDataLen);
+    void decryptUpdate(CK_BYTE* pEncrypted, CK_ULONG ulEncryptedLen, CK_BYTE* pPart, CK_ULONG* pulPartLen);
+    void decryptFinal(CK_BYTE* pPart, CK_ULONG* pulPartLen);
+    void digestInit(CK_MECHANISM* pMechanism);
+    void digest(CK_BYTE* pData, CK_ULONG ulDataLen, CK_BYTE* pDigest, CK_ULONG* pulDigestLen);
+    void digestUpdate(CK_BYTE* pPart, CK_ULONG ulPartLen);
+    void digestFinal(CK_BYTE* pDigest, CK_ULONG* pulDigestLen);
+
+    void createObject(CK_ATTRIBUTE* attributes, CK_ULONG count, CK_OBJECT_HANDLE* phObject);
+    void copyObject(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* attributes, CK_ULONG count,
+                    CK_OBJECT_HANDLE* phNew);
+    void destroyObject(CK_OBJECT_HANDLE hObject);
+    void getObjectSize(CK_OBJECT_HANDLE hObject, CK_ULONG* pulSize);
+    void getAttributeValue(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* attributes, CK_ULONG count);
+    void setAttributeValue(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* attributes, CK_ULONG count);
+    void findObjectsInit(CK_ATTRIBUTE* attributes, CK_ULONG count);
+    void findObjects(CK_OBJECT_HANDLE* phObject, CK_ULONG max, CK_ULONG* pulCount);
+    void findObjectsFinal();
+
+    void generateKey(CK_MECHANISM* pMechanism, CK_ATTRIBUTE* attributes, CK_ULONG count,
+                     CK_OBJECT_HANDLE* phKey);
+    void generateKeyPair(CK_MECHANISM* pMechanism, CK_ATTRIBUTE* publicAttributes, CK_ULONG publicCount,
+                         CK_ATTRIBUTE* privateAttributes, CK_ULONG privateCount, CK_OBJECT_HANDLE* phPublic,
+                         CK_OBJECT_HANDLE* phPrivate);
+    void deriveKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hBaseKey, CK_ATTRIBUTE* attributes,
+                   CK_ULONG count, CK_OBJECT_HANDLE* phKey);
+    void WrapKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hWrappingKey, CK_OBJECT_HANDLE hKey,
+                 CK_BYTE* pWrapped, CK_ULONG* pulWrappedLen);
+    void UnwrapKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hUnwrappingKey, CK_BYTE* pWrapped,
+                   CK_ULONG ulWrappedLen, CK_ATTRIBUTE* attributes, CK_ULONG count, CK_OBJECT_HANDLE* phKey);
+    void seedRandom(CK_BYTE* pSeed, CK_ULONG ulSeedLen);
+    void generateRandom(CK_BYTE* pRandom, CK_ULONG ulRandomLen);
+
+    /// True while the session holds an operation that works with the object.
+    bool usesObject(const Object* object) const { return object != nullptr && m_operationObject == object; }
+
+    // The implementer of the session adds its private steps here (operation start and end, key look-ups).
+
+private:
+    Slot* m_slot = nullptr;
+    CK_SLOT_ID m_slotID = 0;
+    CK_STATE m_state = CKS_RO_PUBLIC_SESSION;
+    CK_FLAGS m_flags = 0;
+    CK_ULONG m_deviceError = 0;
+    std::unique_ptr<Mechanism> m_operation;
+    bool m_paused = false;
+
+    /// The key that the operation works with; only compared, never followed.
+    const Object* m_operationObject = nullptr;
+    /// The token of the running Cryptoki call; null until it is fetched.
+    Token* m_token = nullptr;
+};
+
+} // namespace PKCS11

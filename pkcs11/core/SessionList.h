@@ -1,0 +1,39 @@
+#pragma once
+
+#include "pkcs11/Cryptoki.h"
+#include "pkcs11/core/Table.h"
+
+namespace PKCS11 {
+
+class Object;
+class Session;
+class Slot;
+
+/// All open sessions of the library. Owns them.
+class SessionList : public Table {
+public:
+    SessionList() = default;
+    ~SessionList() override;
+
+    /// Opens a session and writes its handle. A first failure may have come from a replaced card whose token
+    /// was discarded, so opening is tried exactly once more.
+    void openSession(Slot* slot, CK_SLOT_ID slotID, CK_FLAGS flags, void* pApplication, CK_NOTIFY notify,
+                     CK_SESSION_HANDLE* phSession);
+    /// The session, reopened when it was paused. Throws CKR_SESSION_HANDLE_INVALID (0xB3). Begins a Cryptoki
+    /// call: the session fetches its token anew.
+    Session* getSession(CK_SESSION_HANDLE handle);
+    /// The session as it stands, or null. Never throws.
+    Session* peekSession(CK_SESSION_HANDLE handle) const { return static_cast<Session*>(find(handle)); }
+    void closeSession(CK_SESSION_HANDLE handle);
+    /// Closes and removes the sessions of the slot, also when its card is away.
+    void closeAllSessions(CK_SLOT_ID slotID);
+    /// Pauses the sessions of the slot; their handles stay valid.
+    void pauseAllSessions(CK_SLOT_ID slotID);
+    /// Pauses the sessions of that session's slot; throws CKR_OBJECT_HANDLE_INVALID (0x82) for an unknown
+    /// handle.
+    void pauseAllSessions2(CK_SESSION_HANDLE handle);
+    /// Drops every operation that works with the object, which is about to be destroyed.
+    void endOperations(const Object* object);
+};
+
+} // namespace PKCS11

@@ -1,0 +1,24 @@
+/// Look-ups in a caller's attribute template. All take the first attribute of the type in template order.
+#pragma once
+
+#include "pkcs11/token/Blob.h"
+
+namespace PKCS11 {
+
+/// Clears `out`, copies the value if there is one and returns whether the type was found. Throws what
+/// Blob::fromMemory throws.
+bool findAttributeValue(CK_ATTRIBUTE_TYPE type, const CK_ATTRIBUTE* attributes, CK_ULONG count, Blob& out);
+/// Stores pointer and length, each only where asked for.
+bool findAttributeValue(CK_ATTRIBUTE_TYPE type, const CK_ATTRIBUTE* attributes, CK_ULONG count, void** pValue,
+                        CK_ULONG* pLen);
+/// Stores the position.
+bool findAttributeValue(CK_ATTRIBUTE_TYPE type, const CK_ATTRIBUTE* attributes, CK_ULONG count, int* index);
+
+/// CKA_CLASS of the template; false when it is missing or shorter than a number.
+bool findObjectClass(const CK_ATTRIBUTE* attributes, CK_ULONG count, CK_OBJECT_CLASS& objectClass);
+
+/// Throws CKR_ARGUMENTS_BAD for a null template with a count and for a null value with a length (a length of
+/// all ones, "unavailable", counts as none).
+void checkTemplate(const CK_ATTRIBUTE* attributes, CK_ULONG count);
+
+} // namespace PKCS11

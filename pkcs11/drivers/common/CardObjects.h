@@ -1,0 +1,117 @@
+/// Object classes that the drivers derive from: keys whose private part stays on the card, certificates and
+/// data whose values are read on first use.
+#pragma once
+
+#include "pkcs11/core/Data.h"
+#include "pkcs11/core/Mechanism.h"
+#include "pkcs11/core/PrivateKey.h"
+#include "pkcs11/core/PublicKey.h"
+#include "pkcs11/core/X509PublicKeyCertificate.h"
+
+namespace PKCS11 {
+
+/// A private key on a card. Signs and decrypts; a token object. The components are what the card or its
+/// certificate gives; those of the private part stay empty unless a caller sets them.
+class CardPrivateKey : public PrivateKey {
+public:
+    CardPrivateKey();
+
+    CK_KEY_TYPE getKeyType() override { return m_keyType; }
+    void setKeyType(CK_KEY_TYPE type) override { m_keyType = type; }
+
+    virtual Blob getModulus() { return m_modulus; }
+    virtual void setModulus(const Blob& value) { m_modulus = value; }
+    virtual Blob getPublicExponent() { return m_publicExponent; }
+    virtual void setPublicExponent(const Blob& value) { m_publicExponent = value; }
+    virtual Blob getPrime1() { return m_prime1; }
+    virtual void setPrime1(const Blob& value) { m_prime1 = value; }
+    virtual Blob getPrime2() { return m_prime2; }
+    virtual void setPrime2(const Blob& value) { m_prime2 = value; }
+    virtual Blob getPrivateExponent() { return m_privateExponent; }
+    virtual void setPrivateExponent(const Blob& value) { m_privateExponent = value; }
+
+    /// None, as for every card here.
+    std::unique_ptr<Mechanism> createSignRecoveryMechanism(CK_MECHANISM* mechanism,
+                                                           MechanismInfo* info) override;
+    std::unique_ptr<Mechanism> createDeriveMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
+
+protected:
+    const AttributeTable& attributeTable() const override { return kAttributes; }
+    static const AttributeTable kAttributes;
+
+private:
+    CK_KEY_TYPE m_keyType = CKK_RSA;
+    Blob m_modulus;
+    Blob m_publicExponent;
+    Blob m_prime1;
+    Blob m_prime2;
+    Blob m_privateExponent;
+};
+
+/// A public key on a card. Encrypts and verifies; a token object. Where the card does neither, the factories
+/// of this class give none.
+class CardPublicKey : public PublicKey {
+public:
+    CardPublicKey();
+
+    CK_KEY_TYPE getKeyType() override { return m_keyType; }
+    void setKeyType(CK_KEY_TYPE type) override { m_keyType = type; }
+
+    virtual Blob getModulus() { return m_modulus; }
+    virtual void setModulus(const Blob& value) { m_modulus = value; }
+    virtual Blob getPublicExponent() { return m_publicExponent; }
+    virtual void setPublicExponent(const Blob& value) { m_publicExponent = value; }
+    /// Length of the modulus in bits: 8 for each byte.
+    virtual CK_ULONG getModulusBits() { return 8UL * static_cast<CK_ULONG>(getModulus().size()); }
+
+    std::unique_ptr<Mechanism> createVerifyMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
+    std::unique_ptr<Mechanism> createVerifyRecoveryMechanism(CK_MECHANISM* mechanism,
+                                                             MechanismInfo* info) override;
+    std::unique_ptr<Mechanism> createEncryptMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
+    std::unique_ptr<Mechanism> createDeriveMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
+
+protected:
+    const AttributeTable& attributeTable() const override { return kAttributes; }
+    static const AttributeTable kAttributes;
+
+private:
+    CK_KEY_TYPE m_keyType = CKK_RSA;
+    Blob m_modulus;
+    Blob m_publicExponent;
+};
+
+/// A certificate on a card; a token object. The value is read on first use, and subject, issuer and serial
+/// number are parsed from it on first use; a value that is no certificate leaves the three empty.
+class CardCertificate : public X509PublicKeyCertificate {
+public:
+    CardCertificate();
+
+    Blob getValue() override;
+    Blob getSerialNumber() override;
+    Blob getIssuer() override;
+    Blob getSubject() override;
+
+protected:
+    /// Reads the value from the card; called while it is empty. Throws where the card cannot be asked.
+    virtual Blob readValue() { return {}; }
+
+private:
+    /// Parses the three attributes once.
+    void loadAttr();
+
+    bool m_parsed = false;
+};
+
+/// A data object on a card; a token object. The value is read on first use.
+class CardData : public Data {
+public:
+    CardData();
+
+    Blob getValue() override;
+
+protected:
+    /// Reads the value from the card; called while it is empty. Throws where the card cannot be asked.
+    virtual Blob readValue() { return {}; }
+};
+
+} // namespace PKCS11

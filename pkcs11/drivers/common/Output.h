@@ -1,0 +1,22 @@
+/// The output-length rules of an operation: a null output asks for the length; too little room gives
+/// CKR_BUFFER_TOO_SMALL (0x150) with the needed length in place and nothing written.
+#pragma once
+
+#include "pkcs11/token/Blob.h"
+
+namespace PKCS11 {
+
+/// True when the output is null: the length has been answered and the call is done.
+bool answersLength(const CK_BYTE* out, CK_ULONG* outLen, int length);
+
+/// Throws CKR_BUFFER_TOO_SMALL for a result whose size is known before the card is asked.
+void requireRoom(CK_ULONG* outLen, int length);
+
+/// Copies the result out within the caller's room and sets the length.
+void deliver(const Blob& result, CK_BYTE* out, CK_ULONG* outLen);
+
+/// Collects what an operation works on; throws CKR_DATA_LEN_RANGE (0x21) for more than the limit, in bytes,
+/// before anything is read, and CKR_ARGUMENTS_BAD for a null pointer with a length.
+Blob inputOf(const CK_BYTE* data, CK_ULONG length, CK_ULONG limit = 0xFFFF);
+
+} // namespace PKCS11

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "pkcs11/frontend/trace/Logger.h"
+
+#include <fstream>
+#include <string>
+
+namespace PKCS11 {
+
+/// The trace in a text file, one record a line.
+class FileLogger final : public Logger {
+public:
+    enum Option : unsigned char {
+        kAppend = 1,       ///< keep what the file holds
+        kTimePrefix = 2,   ///< begin each line with the time stamp and "|"
+        kUTC = 4,          ///< time stamps in UTC, with " UTC" behind them
+        kMilliseconds = 8, ///< ",ddd" behind the seconds
+        kFlush = 32,       ///< flush after each line
+        kBanner = 64,      ///< begin and end banners
+    };
+
+    /// Opens the file and sets the threshold to 30. The path is not copied. Throws CKR_GENERAL_ERROR (5) when
+    /// the file cannot be opened.
+    FileLogger(const char* path, unsigned char options);
+    ~FileLogger() override;
+
+    void doLog(short level, const char* text) override;
+    void doSetLoglevel(short level) override { m_level = level; }
+    /// The present time as "11/15/2026 17:11:40", with what the options add.
+    std::string GetTime() const;
+
+private:
+    void writeLine(const std::string& line);
+
+    short m_level = kFailure;
+    unsigned char m_options;
+    const char* m_path;
+    std::ofstream m_stream;
+};
+
+} // namespace PKCS11

@@ -1,0 +1,120 @@
+#pragma once
+
+#include "pkcs11/pcsc/Slot.h"
+#include "pkcs11/pcsc/StatusWord.h"
+#include "pkcs11/token/Blob.h"
+
+#include <string>
+#include <vector>
+
+namespace PKCS11 {
+
+/// One PC/SC reader: the channel to its card, the APDU transport with its status-word rules, and the
+/// identification of the card.
+///
+/// The send operations return the status word and leave its meaning to the caller; they throw
+/// CKR_GENERAL_ERROR (5) when the reader or PC/SC fails, and none of them opens the channel. Lc is one byte,
+/// the data length modulo 256.
+class PCSCSlot final : public Slot {
+public:
+    /// An entry of an ATR list file: ATR as hexadecimal text, vendor or operating system, card-type word.
+    struct ATR_OS_MODEL {
+        std::string atr;
+        std::string os;
+        std::string cardType;
+    };
+
+    PCSCSlot(PKCS11Wrapper* wrapper, PCSCSystem* system, const char* readerName);
+    ~PCSCSlot() override;
+
+    bool isTokenPresent() override;
+    std::unique_ptr<Token> createToken() override;
+    /// Does nothing.
+    CK_RV InitToken(CK_BYTE* pin, CK_ULONG pinLen, CK_BYTE* label) override;
+    /// The PC/SC reader name.
+    const std::string& GetName() const override { return m_readerName; }
+
+    // --- Channel
+    // -------------------------------------------------------------------------------------------------
+
+    /// Connects if not connected. Throws CKR_GENERAL_ERROR (5) when that fails.
+    bool CreateChannel();
+    /// Disconnects if connected, leaving the card as it is. Never throws.
+    bool CloseChannel();
+    /// Warm reset of the card: every selection and login on it is lost. Throws CKR_GENERAL_ERROR (5).
+    void ResetChannel();
+    bool isConnected() const { return m_card != 0; }
+    /// The PC/SC result of SCardStatus on the card handle; 0 is success.
+    long cardStatus() const;
+
+    // --- Exchange
+    // ------------------------------------------------------------------------------------------------
+
+    /// One exchange without status-word rules; after a reset or removal the card is reconnected and the
+    /// command sent once more. `resp` must hold 638 bytes; *respLen becomes the length of the data without
+    /// the status word.
+    int SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLen);
+    /// With the rules: 6Cxx sends once more with the right Le, 61xx without data fetches the answer once.
+    int SendCmd(const char* cmd, int cmdLen, char* resp, int* respLen);
+    int SendCmd(const std::string& hex, char* resp, int* respLen);
+    int SendCmd(const Blob& cmd, Blob& resp);
+    int SendCmd(const Blob& cmd);
+    /// header, Lc, data, Le.
+    int Send(const Blob& header, const Blob& data, unsigned char le, Blob& resp);
+    /// header, Lc, data.
+    int Send(const Blob& header, const Blob& data, Blob& resp);
+    int Send(const Blob& header, const Blob& data);
+    /// header, Lc, data; gathers the answer over every 61xx and drops the status word, so that a card's error
+    /// shows as an empty or short result only.
+    Blob SendCard(const Blob& header, const Blob& data);
+    /// SendCmd, then GET RESPONSE as long as the status is 61xx. For answers of more than 256 bytes.
+    int SendCmdChained(const Blob& cmd, Blob& resp);
+
+    // --- Files
+    // ---------------------------------------------------------------------------------------------------
+
+    /// Reads the selected transparent file in chunks of 241 bytes, at most `room` bytes of it.
+    int ReadBinary(char* buf, int room, int* len);
+    /// The same, at most 4096 bytes.
+    int ReadBinary(Blob& out);
+    /// Reads the selected transparent file in chunks of 256 bytes, trying other lengths where the card wants
+    /// them.
+    Blob ReadBinaryEF();
+    /// SELECT by DF name; the answer of the card. Throws CKR_DEVICE_ERROR (0x30) unless 9000.
+    Blob SelectAppl(const Blob& aid);
+    Blob SelectAppl(const char* aidHex);
+    /// SELECT EF under the current DF. Throws CKR_DEVICE_ERROR (0x30) unless 9000.
+    void SelectEF_IAS(const Blob& fid);
+    void SelectEF_IAS(unsigned short fid);
+
+    // --- Identification
+    // ------------------------------------------------------------------------------------------
+
+    /// The ATR of the card in the reader, empty if there is none.
+    Blob GetATR();
+    /// Classifies the card: its vendor or operating system ("unknown card"), and the card-type word.
+    std::string GetOS(const Blob& atr, Blob& cardType);
+    /// Always true; loads nothing.
+    bool ReadATRIniFile(const char* path);
+    bool IsPIVToken();
+    /// Probes for an IAS-ECC application and keeps its identifier. Throws CKR_DEVICE_ERROR "AID not found".
+    bool CheckIAS();
+    /// The kept IAS application identifier, or the one that EF.DIR names. Throws CKR_DEVICE_ERROR "AID not
+    /// found".
+    Blob GetAIDofIAS();
+
+    /// Which key pair of an ACOS EDU card to show; 0 from the start.
+    int eduVariant() const { return m_eduVariant; }
+    void setEduVariant(int variant) { m_eduVariant = variant; }
+
+private:
+    std::string m_readerName;
+    PCSCSystem* m_system;
+    PCSCHandle m_card = 0;
+    PCSCWord m_protocol = 0;
+    int m_eduVariant = 0;
+    Blob m_iasAid;
+    std::vector<ATR_OS_MODEL> m_atrList;
+};
+
+} // namespace PKCS11

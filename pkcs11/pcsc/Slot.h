@@ -1,0 +1,70 @@
+#pragma once
+
+#include "pkcs11/Cryptoki.h"
+#include "pkcs11/pcsc/PCSCSystem.h"
+
+#include <memory>
+#include <string>
+
+namespace PKCS11 {
+
+class Object;
+class PKCS11Wrapper;
+class Token;
+
+/// A PKCS#11 slot: its description, and the token of the card in it.
+class Slot {
+public:
+    explicit Slot(PKCS11Wrapper* wrapper);
+    Slot(const Slot&) = delete;
+    Slot& operator=(const Slot&) = delete;
+    virtual ~Slot();
+
+    virtual bool isTokenPresent() = 0;
+    /// A new token for the card in the reader, or none when no driver takes it. Throws
+    /// CKR_TOKEN_NOT_RECOGNIZED (0xE1).
+    virtual std::unique_ptr<Token> createToken() = 0;
+    virtual CK_RV InitToken(CK_BYTE* pin, CK_ULONG pinLen, CK_BYTE* label) = 0;
+    virtual const std::string& GetName() const = 0;
+
+    /// The slot information, CKF_TOKEN_PRESENT brought up to date. Throws what isTokenPresent throws.
+    CK_SLOT_INFO getInfo();
+    /// The first 63 characters of the description, trailing blanks cut.
+    std::string getSlotDescription() const;
+
+    /// The token of the card, built on demand. When the card was exchanged, the slot's sessions are paused
+    /// and the old token is dropped first. Throws CKR_DEVICE_REMOVED (0x32), CKR_TOKEN_NOT_PRESENT (0xE0),
+    /// CKR_TOKEN_NOT_RECOGNIZED (0xE1).
+    Token* getToken() { return fetchToken(false); }
+    /// The same right after isTokenPresent() gave true, without asking the reader again.
+    Token* getTokenOfPresentCard() { return fetchToken(true); }
+    bool hasValidTokenHandle();
+
+    /// Logs the token that the slot holds out if exactly one session of the slot is in the session list.
+    void logoutLastSession();
+    /// Writes the session counts into the information of the token that the slot holds.
+    void updateSessionCount();
+    /// Drops the operations of all sessions that work with the object.
+    void endOperations(const Object* object);
+
+    /// Set when a slot event was reported, until the next wait. True from the start, so that the first wait
+    /// only learns the reader's state.
+    bool eventPending() const { return m_eventPending; }
+    void setEventPending(bool pending) { m_eventPending = pending; }
+    /// PC/SC event state bits at the last refresh.
+    PCSCWord readerState() const { return m_readerState; }
+    void setReaderState(PCSCWord state) { m_readerState = state; }
+
+protected:
+    CK_SLOT_INFO m_info;
+
+private:
+    Token* fetchToken(bool knownPresent);
+
+    bool m_eventPending = true;
+    PCSCWord m_readerState = 0;
+    std::unique_ptr<Token> m_token;
+    PKCS11Wrapper* m_wrapper;
+};
+
+} // namespace PKCS11

@@ -1,0 +1,58 @@
+/// A stand-in for the PC/SC service: the SCard functions that the library calls, linked into the test program, over
+/// readers and cards that the test handles. Everything is safe to use from several threads.
+#pragma once
+
+#include "tools/vcard/Card.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace fakepcsc {
+
+using vcard::Bytes;
+
+/// Takes everything back to one PC/SC service without readers, contexts, records and failures.
+void reset();
+
+/// Readers in the order that SCardListReaders gives; the index is the reader's number below.
+int addReader(const std::string& name);
+/// The reader is unplugged: its state becomes UNKNOWN.
+void detachReader(int reader);
+void attachReader(int reader);
+
+/// Puts a card in, T=1 unless told; replaces the card that is there. Open handles of the old card see
+/// SCARD_W_REMOVED_CARD.
+void insertCard(int reader, std::shared_ptr<vcard::Card> card, bool t0 = false);
+void removeCard(int reader);
+/// Another application resets the card: open handles see SCARD_W_RESET_CARD until they reconnect.
+void resetCard(int reader);
+
+/// One call of the library. `name` is the function's; `command` and `answer` are filled for SCardTransmit.
+struct Call {
+    std::string name;
+    long result = 0;
+    Bytes command;
+    Bytes answer;
+};
+/// All calls since the last clearCalls().
+std::vector<Call> calls();
+void clearCalls();
+/// The commands among them, as upper-case hexadecimal text.
+std::vector<std::string> sentAPDUs();
+/// How often the function was called since the last clearCalls().
+int callCount(const std::string& name);
+
+/// Makes the call of that function number `nth` from now (1 is the next) and the `times - 1` calls behind it return
+/// this result.
+void failCall(const std::string& name, long result, int nth = 1, int times = 1);
+/// Makes the answer of SCardTransmit number `nth` from now come out as these bytes, the card not being asked.
+void replaceAnswer(const Bytes& answer, int nth = 1);
+
+/// Blocks until a thread waits inside SCardGetStatusChange with a timeout.
+void awaitBlockedWait();
+/// Contexts and card handles that are open now; both 0 when nothing leaked.
+int openContexts();
+int openHandles();
+
+} // namespace fakepcsc

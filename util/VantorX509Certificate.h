@@ -1,0 +1,70 @@
+#pragma once
+
+#include "pkcs11/Cryptoki.h"
+#include "util/VantorCryptoObject.h"
+
+#include <cstdint>
+#include <string>
+
+struct x509_st;
+
+/// The PKCS#11 attributes and some readable texts of an X.509 certificate, decoded with libcrypto. All
+/// libcrypto objects are gone when a call returns.
+///
+/// Every failure throws VantorException with CKR_GENERAL_ERROR (5).
+class VantorX509Certificate : public VantorCryptoObject {
+public:
+    /// Decodes a DER certificate.
+    explicit VantorX509Certificate(const CK_ATTRIBUTE& value);
+    /// Loads from a decoded certificate, which stays the caller's; the label becomes the subject's common
+    /// name.
+    VantorX509Certificate(x509_st* cert, void* label, int labelLength);
+    /// Wraps an existing attribute store and takes it over.
+    explicit VantorX509Certificate(TokenObject* object);
+
+    // The stored attributes; their memory lives as long as the certificate object. Throw for an attribute
+    // that was not stored.
+    CK_ATTRIBUTE GetSubject() const;
+    CK_ATTRIBUTE GetIssuer() const;
+    CK_ATTRIBUTE GetSerialNumber() const;
+    CK_ATTRIBUTE GetValue() const;
+    CK_ATTRIBUTE GetRSAModulus() const;
+    CK_ATTRIBUTE GetRSAPubicExponent() const;
+    const unsigned char* GetEncodedData() const;
+    CK_ULONG GetEncodedDataSize() const;
+
+    /// The subject name in OpenSSL's one-line form.
+    std::string GetSubjectStr() const { return m_subjectText; }
+    /// The issuer's common name only.
+    std::string GetIssuerStr() const { return m_issuerText; }
+    std::string GetOrganizationName() const { return m_organizationName; }
+    std::string GetCommonName() const { return m_commonName; }
+    std::string GetValidFromStr() const { return m_validFrom; }
+    std::string GetValidToStr() const { return m_validTo; }
+    /// Size of the public key in bytes, as EVP_PKEY_get_size tells it.
+    std::uint32_t GetKeySize() const { return m_keySize; }
+    /// CKK_ value of the public key; CKK_RSA for every algorithm that is not known.
+    CK_KEY_TYPE GetKeyType() const;
+
+    /// True when both values are equal.
+    bool compare(const VantorX509Certificate& other) const;
+    /// True when there is no issuer, or when it equals the subject byte for byte.
+    bool isRootCert() const;
+
+    /// A libcrypto certificate that the caller frees with X509_free.
+    static x509_st* toOpenSSLCertificate(const CK_ATTRIBUTE& value);
+    x509_st* toOpenSSLCertificate() const;
+
+private:
+    void fromSSL_X509(x509_st* cert);
+    void LoadCertInfo();
+
+    std::string m_subjectText;
+    std::string m_issuerText;
+    std::string m_organizationName;
+    std::string m_commonName;
+    std::string m_validFrom;
+    std::string m_validTo;
+    std::uint32_t m_keySize = 0;
+    std::uint32_t m_keyAlgorithm = 0;
+};
