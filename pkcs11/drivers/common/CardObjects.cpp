@@ -1,0 +1,164 @@
+#include "pkcs11/drivers/common/CardObjects.h"
+
+#include "util/VantorException.h"
+#include "util/VantorX509Certificate.h"
+
+namespace PKCS11 {
+
+namespace {
+
+constexpr AttributeRow kPrivateKeyRows[] = {
+    attributeRow<&CardPrivateKey::getModulus, &CardPrivateKey::setModulus>(CKA_MODULUS),
+    attributeRow<&CardPrivateKey::getPublicExponent, &CardPrivateKey::setPublicExponent>(CKA_PUBLIC_EXPONENT),
+    attributeRow<&CardPrivateKey::getPrime1, &CardPrivateKey::setPrime1>(CKA_PRIME_1),
+    attributeRow<&CardPrivateKey::getPrime2, &CardPrivateKey::setPrime2>(CKA_PRIME_2),
+    attributeRow<&CardPrivateKey::getPrivateExponent, &CardPrivateKey::setPrivateExponent>(
+        CKA_PRIVATE_EXPONENT),
+};
+
+constexpr AttributeRow kPublicKeyRows[] = {
+    attributeRow<&CardPublicKey::getModulus, &CardPublicKey::setModulus>(CKA_MODULUS),
+    attributeRow<&CardPublicKey::getPublicExponent, &CardPublicKey::setPublicExponent>(CKA_PUBLIC_EXPONENT),
+    readOnlyRow<&CardPublicKey::getModulusBits>(CKA_MODULUS_BITS),
+};
+
+/// The stored value, or nothing where the certificate has none.
+Blob storedValue(const VantorX509Certificate& certificate, CK_ATTRIBUTE_TYPE type)
+{
+    const TokenObject* store = certificate.getTokenObject();
+    if (store == nullptr || !store->has(type))
+        return {};
+    const CK_ATTRIBUTE attribute = store->get(type);
+    return Blob::fromMemory(attribute.pValue, attribute.ulValueLen);
+}
+
+} // namespace
+
+const AttributeTable CardPrivateKey::kAttributes =
+    attributeTableOf(kPrivateKeyRows, &PrivateKey::kAttributes);
+const AttributeTable CardPublicKey::kAttributes = attributeTableOf(kPublicKeyRows, &PublicKey::kAttributes);
+
+CardPrivateKey::CardPrivateKey()
+{
+    CardPrivateKey::setOnToken(CK_TRUE);
+    CardPrivateKey::setSign(CK_TRUE);
+    CardPrivateKey::setDecrypt(CK_TRUE);
+}
+
+std::unique_ptr<Mechanism> CardPrivateKey::createSignRecoveryMechanism(CK_MECHANISM* /*mechanism*/,
+                                                                       MechanismInfo* /*info*/)
+{
+    return nullptr;
+}
+
+std::unique_ptr<Mechanism> CardPrivateKey::createDeriveMechanism(CK_MECHANISM* /*mechanism*/,
+                                                                 MechanismInfo* /*info*/)
+{
+    return nullptr;
+}
+
+CardPublicKey::CardPublicKey()
+{
+    CardPublicKey::setOnToken(CK_TRUE);
+    CardPublicKey::setEncrypt(CK_TRUE);
+    CardPublicKey::setVerify(CK_TRUE);
+}
+
+std::unique_ptr<Mechanism> CardPublicKey::createVerifyMechanism(CK_MECHANISM* /*mechanism*/,
+                                                                MechanismInfo* /*info*/)
+{
+    return nullptr;
+}
+
+std::unique_ptr<Mechanism> CardPublicKey::createVerifyRecoveryMechanism(CK_MECHANISM* /*mechanism*/,
+                                                                        MechanismInfo* /*info*/)
+{
+    return nullptr;
+}
+
+std::unique_ptr<Mechanism> CardPublicKey::createEncryptMechanism(CK_MECHANISM* /*mechanism*/,
+                                                                 MechanismInfo* /*info*/)
+{
+    return nullptr;
+}
+
+std::unique_ptr<Mechanism> CardPublicKey::createDeriveMechanism(CK_MECHANISM* /*mechanism*/,
+                                                                MechanismInfo* /*info*/)
+{
+    return nullptr;
+}
+
+CardCertificate::CardCertificate()
+{
+    CardCertificate::setOnToken(CK_TRUE);
+}
+
+Blob CardCertificate::getValue()
+{
+    Blob value = X509PublicKeyCertificate::getValue();
+    if (value.empty()) {
+        value = readValue();
+        setValue(value);
+    }
+    return value;
+}
+
+Blob CardCertificate::getSerialNumber()
+{
+    loadAttr();
+    return X509PublicKeyCertificate::getSerialNumber();
+}
+
+Blob CardCertificate::getIssuer()
+{
+    loadAttr();
+    return X509PublicKeyCertificate::getIssuer();
+}
+
+Blob CardCertificate::getSubject()
+{
+    loadAttr();
+    return X509PublicKeyCertificate::getSubject();
+}
+
+void CardCertificate::loadAttr()
+{
+    if (m_parsed)
+        return;
+    // A read that throws, or that brings nothing, leaves the next one a chance.
+    Blob value = getValue();
+    if (value.empty())
+        return;
+    m_parsed = true;
+    try {
+        const VantorX509Certificate certificate(
+            {CKA_VALUE, value.data(), static_cast<CK_ULONG>(value.size())});
+        // What a caller has set already stays.
+        if (X509PublicKeyCertificate::getSubject().empty())
+            setSubject(storedValue(certificate, CKA_SUBJECT));
+        if (X509PublicKeyCertificate::getIssuer().empty())
+            setIssuer(storedValue(certificate, CKA_ISSUER));
+        if (X509PublicKeyCertificate::getSerialNumber().empty())
+            setSerialNumber(storedValue(certificate, CKA_SERIAL_NUMBER));
+    } catch (const VantorException&) {
+        // No certificate: the object keeps its value and does without the three.
+        return;
+    }
+}
+
+CardData::CardData()
+{
+    CardData::setOnToken(CK_TRUE);
+}
+
+Blob CardData::getValue()
+{
+    Blob value = Data::getValue();
+    if (value.empty()) {
+        value = readValue();
+        setValue(value);
+    }
+    return value;
+}
+
+} // namespace PKCS11

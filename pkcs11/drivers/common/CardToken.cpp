@@ -1,0 +1,153 @@
+#include "pkcs11/drivers/common/CardToken.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/core/Mechanism.h"
+
+#include <algorithm>
+
+namespace PKCS11 {
+
+namespace {
+
+/// The text in a field of CK_TOKEN_INFO: filled up with blanks, cut to the field's width.
+template <int Width>
+void fill(CK_UTF8CHAR (&field)[Width], const Blob& text)
+{
+    std::fill_n(field, Width, ' ');
+    std::copy_n(text.begin(), std::min(text.size(), Width), field);
+}
+
+[[noreturn]] void refuse()
+{
+    throw PKCS11Exception(CKR_FUNCTION_NOT_SUPPORTED);
+}
+
+} // namespace
+
+CK_TOKEN_INFO CardToken::getInfo()
+{
+    m_tokenInfo.flags = getFlag();
+    fill(m_tokenInfo.label, getLabel());
+    fill(m_tokenInfo.manufacturerID, getID());
+    fill(m_tokenInfo.model, getModel());
+    fill(m_tokenInfo.serialNumber, getSerialNumber());
+    return m_tokenInfo;
+}
+
+MechanismList* CardToken::getMechanismList()
+{
+    if (!m_mechanismsBuilt) {
+        initMechanismList();
+        m_mechanismsBuilt = true;
+    }
+    return &m_mechanisms;
+}
+
+std::unique_ptr<Object> CardToken::createPublicKey(CK_ATTRIBUTE* /*attributes*/, CK_ULONG /*count*/)
+{
+    return nullptr;
+}
+
+std::unique_ptr<Object> CardToken::createPrivateKey(CK_ATTRIBUTE* /*attributes*/, CK_ULONG /*count*/)
+{
+    return nullptr;
+}
+
+std::unique_ptr<Object> CardToken::createCertificate(CK_ATTRIBUTE* /*attributes*/, CK_ULONG /*count*/)
+{
+    return nullptr;
+}
+
+std::unique_ptr<Object> CardToken::createData(CK_ATTRIBUTE* /*attributes*/, CK_ULONG /*count*/)
+{
+    return nullptr;
+}
+
+std::unique_ptr<Object> CardToken::createSecretKey(CK_ATTRIBUTE* /*attributes*/, CK_ULONG /*count*/)
+{
+    return nullptr;
+}
+
+std::unique_ptr<Mechanism> CardToken::createMechanismDigest(CK_MECHANISM* /*mechanism*/)
+{
+    return nullptr;
+}
+
+std::unique_ptr<MechanismKeygen> CardToken::createMechanismGenerateKeyPair(CK_MECHANISM* /*mechanism*/)
+{
+    refuse();
+}
+
+std::unique_ptr<MechanismKeygen> CardToken::createMechanismGenerateKey(CK_MECHANISM* /*mechanism*/)
+{
+    refuse();
+}
+
+void CardToken::seedRandom(CK_BYTE* /*seed*/, CK_ULONG /*length*/)
+{
+    refuse();
+}
+
+void CardToken::generateRandom(CK_BYTE* /*random*/, CK_ULONG /*length*/)
+{
+    refuse();
+}
+
+void CardToken::InitPIN(const Blob& /*pin*/)
+{
+    refuse();
+}
+
+void CardToken::SetSOPIN(const Blob& /*oldPin*/, const Blob& /*newPin*/)
+{
+    refuse();
+}
+
+void CardToken::VerifySOPIN(const Blob& /*pin*/)
+{
+    refuse();
+}
+
+void CardToken::requireLogin(const char* where) const
+{
+    if (!isUserLoggedIn())
+        throw PKCS11Exception(CKR_USER_NOT_LOGGED_IN, "", where);
+}
+
+void CardToken::replayUserPin()
+{
+    // A copy: a successful verification replaces the cached PIN.
+    const Blob pin = userPin();
+    if (!pin.empty())
+        VerifyPIN(pin);
+}
+
+void requireSuccess(int sw, const char* what, const char* where)
+{
+    if (sw != SW_SUCCESS)
+        throw PKCS11Exception(CKR_DEVICE_ERROR, what, where);
+}
+
+void requirePinAccepted(int sw)
+{
+    if (sw == SW_SUCCESS)
+        return;
+    throw PKCS11Exception(sw == SW_PIN_BLOCKED ? CKR_PIN_LOCKED : CKR_PIN_INCORRECT);
+}
+
+Blob padPin(const Blob& pin, int width, unsigned char fill)
+{
+    if (pin.size() > width)
+        throw PKCS11Exception(CKR_PIN_LEN_RANGE);
+    Blob padded = pin;
+    padded.resize(width, fill);
+    return padded;
+}
+
+void requirePlainPin(const Blob& pin)
+{
+    if (pin.empty() || pin.size() > 0xFF)
+        throw PKCS11Exception(CKR_PIN_LEN_RANGE);
+}
+
+} // namespace PKCS11
