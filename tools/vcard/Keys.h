@@ -1,0 +1,62 @@
+#pragma once
+
+#include "tools/vcard/Card.h"
+
+#include <memory>
+#include <string>
+
+struct evp_pkey_st;
+
+namespace vcard {
+
+struct FreeKey {
+    void operator()(evp_pkey_st* key) const;
+};
+using KeyHandle = std::unique_ptr<evp_pkey_st, FreeKey>;
+
+/// An RSA key pair of libcrypto. Making one is slow, so each size and number is made once in a process, when
+/// it is first asked for, and lives until the end of it.
+class RsaKey {
+public:
+    static const RsaKey& get(int bits, int number = 0);
+
+    /// Length of modulus, blocks and results, in bytes.
+    size_t size() const { return m_modulus.size(); }
+    /// Big endian, without leading zeros.
+    const Bytes& modulus() const { return m_modulus; }
+    const Bytes& exponent() const { return m_exponent; }
+    /// block ^ d mod n, no padding added or checked. Empty unless the block has size() bytes and is below the
+    /// modulus.
+    Bytes privateOperation(const Bytes& block) const;
+    /// The same with any public key: block ^ e mod n. Empty on the same conditions.
+    static Bytes publicOperation(const Bytes& modulus, const Bytes& exponent, const Bytes& block);
+    /// A self-signed X.509 certificate (SHA-256), DER.
+    Bytes certificate(const std::string& commonName) const;
+
+private:
+    explicit RsaKey(int bits);
+
+    KeyHandle m_key;
+    Bytes m_modulus;
+    Bytes m_exponent;
+};
+
+/// An EC key pair on P-256; see RsaKey.
+class EcKey {
+public:
+    static const EcKey& get(int number = 0);
+
+    /// The uncompressed point: 04, x, y.
+    const Bytes& point() const { return m_point; }
+    /// ECDSA over a hash as it is given: the DER SEQUENCE of r and s.
+    Bytes sign(const Bytes& hash) const;
+    Bytes certificate(const std::string& commonName) const;
+
+private:
+    EcKey();
+
+    KeyHandle m_key;
+    Bytes m_point;
+};
+
+} // namespace vcard
