@@ -2,12 +2,16 @@
 
 #include "pkcs11/frontend/trace/Logger.h"
 
-#include <fstream>
+#include <atomic>
+#include <cstddef>
+#include <cstdio>
+#include <ctime>
+#include <memory>
 #include <string>
 
 namespace PKCS11 {
 
-/// The trace in a text file, one record a line.
+/// The trace in a text file, one record a line. Two threads may log at the same time: their lines interleave.
 class FileLogger final : public Logger {
 public:
     enum Option : unsigned char {
@@ -30,12 +34,27 @@ public:
     std::string GetTime() const;
 
 private:
-    void writeLine(const std::string& line);
+    struct FileCloser {
+        void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+    };
+    /// Room for the longest time stamp.
+    using Stamp = char[96];
+
+    bool has(Option option) const { return (m_options & option) != 0; }
+    void formatTime(Stamp& out) const;
+    /// The date and time down to the second; broken down once a second only.
+    void formatSeconds(std::time_t second, char* out, std::size_t size) const;
+    void writeLine(const char* first, const char* second = "");
 
     short m_level = kFailure;
     unsigned char m_options;
     const char* m_path;
-    std::ofstream m_stream;
+    std::unique_ptr<std::FILE, FileCloser> m_file;
+
+    /// Set while a thread uses the text below; another one then formats its own.
+    mutable std::atomic_flag m_cacheInUse = ATOMIC_FLAG_INIT;
+    mutable std::time_t m_cachedSecond = -1;
+    mutable char m_cachedText[80] = "";
 };
 
 } // namespace PKCS11

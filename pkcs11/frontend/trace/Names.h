@@ -11,6 +11,8 @@ namespace PKCS11 {
 /// number without a name.
 std::string mechanism2string(unsigned long type);
 std::string rv2string_ne(unsigned long rv);
+/// The same without memory of its own.
+const char* rvName(unsigned long rv) noexcept;
 std::string attributeType2string_ne(unsigned long type);
 std::string objectClass2string_ne(unsigned long objectClass);
 /// Names without prefix, as "RSA".
@@ -20,6 +22,8 @@ std::string sessionState2string_ne(unsigned long state);
 std::string sessionUsertype2string_ne(unsigned long userType);
 std::string bbool2string(unsigned char value);
 std::string version2string(CK_VERSION version);
+/// The low 32 bits as a signed decimal number, as "%i" prints them.
+std::string number2string(unsigned long value);
 
 /// Two lower-case digits.
 std::string byte2hex(unsigned char byte);

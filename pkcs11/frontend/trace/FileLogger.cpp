@@ -1,0 +1,110 @@
+#include "pkcs11/frontend/trace/FileLogger.h"
+
+#include "pkcs11/PKCS11Exception.h"
+
+#include <cstring>
+
+namespace PKCS11 {
+
+namespace {
+
+constexpr const char kStars[] = "**************************************************";
+static_assert(sizeof(kStars) == 50 + 1, "a banner line has 50 stars");
+
+constexpr long kNanosecondsPerMillisecond = 1000000;
+
+} // namespace
+
+FileLogger::FileLogger(const char* path, unsigned char options) : m_options(options), m_path(path)
+{
+    m_file.reset(std::fopen(m_path, has(kAppend) ? "ae" : "we"));
+    if (!m_file)
+        throw PKCS11Exception(CKR_GENERAL_ERROR, "log file cannot be opened", "FileLogger::FileLogger");
+    if (has(kBanner)) {
+        writeLine(kStars);
+        writeLine("*** Begin logging at ", GetTime().c_str());
+    }
+}
+
+FileLogger::~FileLogger()
+{
+    if (!has(kBanner))
+        return;
+    Stamp stamp;
+    formatTime(stamp);
+    writeLine("*** End logging at ", stamp);
+    writeLine(kStars);
+    writeLine("");
+}
+
+void FileLogger::doLog(short level, const char* text)
+{
+    if (level > m_level)
+        return;
+    if (!has(kTimePrefix)) {
+        writeLine(text);
+        return;
+    }
+    Stamp stamp;
+    formatTime(stamp);
+    std::strcat(stamp, "|");
+    writeLine(stamp, text);
+}
+
+std::string FileLogger::GetTime() const
+{
+    Stamp stamp;
+    formatTime(stamp);
+    return stamp;
+}
+
+void FileLogger::formatTime(Stamp& out) const
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    formatSeconds(now.tv_sec, out, sizeof(out));
+    if (has(kMilliseconds)) {
+        const std::size_t length = std::strlen(out);
+        const int milliseconds = static_cast<int>(now.tv_nsec / kNanosecondsPerMillisecond);
+        std::snprintf(out + length, sizeof(out) - length, ",%03d", milliseconds);
+    }
+    if (has(kUTC))
+        std::strcat(out, " UTC");
+}
+
+void FileLogger::formatSeconds(std::time_t second, char* out, std::size_t size) const
+{
+    const bool mayCache = !m_cacheInUse.test_and_set(std::memory_order_acquire);
+    if (mayCache && second == m_cachedSecond) {
+        std::memcpy(out, m_cachedText, sizeof(m_cachedText));
+    } else {
+        std::tm parts{};
+        if (has(kUTC))
+            gmtime_r(&second, &parts);
+        else
+            localtime_r(&second, &parts);
+        std::snprintf(out, size, "%02d/%02d/%04d %02d:%02d:%02d", parts.tm_mon + 1, parts.tm_mday,
+                      parts.tm_year + 1900, parts.tm_hour, parts.tm_min, parts.tm_sec);
+        if (mayCache) {
+            m_cachedSecond = second;
+            std::snprintf(m_cachedText, sizeof(m_cachedText), "%s", out);
+        }
+    }
+    if (mayCache)
+        m_cacheInUse.clear(std::memory_order_release);
+}
+
+void FileLogger::writeLine(const char* first, const char* second)
+{
+    // Errors are ignored: no call depends on its trace. The stream's own lock keeps a line in one piece.
+    std::FILE* file = m_file.get();
+    flockfile(file);
+    std::fputs(first, file);
+    std::fputs(second, file);
+    std::fputc('\n', file);
+    if (has(kFlush))
+        std::fflush(file);
+    funlockfile(file);
+}
+
+} // namespace PKCS11
