@@ -3,6 +3,7 @@
 #include "pkcs11/token/Blob.h"
 #include "pkcs11/token/MultiTag.h"
 
+#include <cstdint>
 #include <vector>
 
 namespace PKCS11 {
@@ -11,7 +12,7 @@ namespace PKCS11 {
 /// and indefinite lengths, always writes definite and minimal ones.
 class BERCoder {
 public:
-    /// Deeper nesting than this is refused on import with CKR_DATA_INVALID.
+    /// More constructed nodes than this, one inside the other, are refused on import with CKR_DATA_INVALID.
     static constexpr int kMaxNesting = 32;
 
     BERCoder() = default;
@@ -53,7 +54,8 @@ public:
 
     /// Decodes one node that starts at pos and returns the position after it. Throws CKR_DATA_INVALID (0x20)
     /// for an empty input, a malformed tag, a length of more than 4 bytes, a value that overruns the input or
-    /// too deep nesting, CKR_BUFFER_TOO_SMALL (0x150) where the input ends elsewhere.
+    /// too deep nesting, CKR_BUFFER_TOO_SMALL (0x150) where the input ends elsewhere. After a throw the node
+    /// holds the components that were decoded before the break.
     int import(const Blob& in, int pos);
 
     /// Size of the value or of the encoded components, in bytes.
@@ -69,6 +71,8 @@ public:
 
 private:
     int importNode(const Blob& in, int pos, int depth);
+    int importComponents(const Blob& in, int pos, bool definite, std::uint32_t length, int depth);
+    int importValue(const Blob& in, int pos, bool definite, std::uint32_t length);
 
     MultiTag m_tag;
     Blob m_value;

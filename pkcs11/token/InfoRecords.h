@@ -14,15 +14,17 @@ public:
     /// The encoded record.
     Blob Export() const;
 
-    /// Own field i as the record stores it; empty when the record has fewer.
+    /// Own field i as the record stores it; empty when the encoded record had fewer. Throws
+    /// CKR_BUFFER_TOO_SMALL for a field that this kind of record does not have.
     const Blob& field(int i) const;
     void setField(int i, const Blob& value);
 
 protected:
     explicit InfoRecord(int fields);
     InfoRecord(std::initializer_list<Blob> fields);
-    /// Takes the fields and the attribute set from an encoded record. A record with fewer elements fills what
-    /// it has, the last one counting as the attribute set. Throws what BERCoder::import throws.
+    /// Takes the fields and the attribute set from the OCTET STRINGs of an encoded record. A record with
+    /// fewer of them fills what it has, the last one counting as the attribute set. Throws what
+    /// BERCoder::import throws.
     void importRecord(const Blob& encoded);
 
 private:

@@ -33,8 +33,8 @@ public:
     Blob GetAttrs() const;
 
 private:
-    /// The component of the type, or null. Components of a set from a card may lack either element.
-    const BERCoder* find(const Blob& type) const;
+    /// Index of the component with that type, or -1.
+    int find(const Blob& type) const;
 };
 
 } // namespace PKCS11
