@@ -2,6 +2,7 @@
 
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/core/Mechanism.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
 
 #include <algorithm>
 
@@ -120,6 +121,12 @@ void CardToken::replayUserPin()
     const Blob pin = userPin();
     if (!pin.empty())
         VerifyPIN(pin);
+}
+
+void CardToken::requireChannel()
+{
+    if (slot() == nullptr || !slot()->CreateChannel())
+        throw PKCS11Exception(CKR_DEVICE_ERROR);
 }
 
 void requireSuccess(int sw, const char* what, const char* where)

@@ -50,6 +50,8 @@ public:
     PCSCSlot& card() const { return *slot(); }
 
 protected:
+    /// Throws CKR_DEVICE_ERROR (0x30) when no channel to a card opens.
+    void requireChannel();
     MechanismList& mechanisms() { return m_mechanisms; }
     /// Takes a new object into the object list.
     void add(std::unique_ptr<Object> object) { getObjectList()->put(std::move(object)); }
