@@ -1,0 +1,217 @@
+#include "pkcs11/drivers/piv/PIVContainers.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/token/BERCoder.h"
+#include "pkcs11/token/ByteOrder.h"
+#include "pkcs11/token/ByteReader.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+#include <optional>
+#include <zlib.h>
+
+namespace PKCS11 {
+
+namespace {
+
+constexpr unsigned char kContainer = 0x53;
+constexpr unsigned char kDiscovery = 0x7E;
+constexpr int kCertificate = 0x70;
+constexpr int kCertificateInfo = 0x71;
+constexpr int kPublicKey = 0x7F49;
+constexpr int kLabel = 0x50;
+constexpr int kKeyReference = 0x83;
+
+/// Bit of the certificate information: the certificate is compressed.
+constexpr unsigned char kCompressed = 0x01;
+constexpr int kMaxUnpacked = 64 * 1024;
+
+constexpr unsigned char kRSA1024 = 0x06;
+/// RSA 1024 and 2048, ECC P-256 and P-384 (SP 800-78-4, table 6-2).
+constexpr unsigned char kAlgorithms[] = {kRSA1024, 0x07, 0x11, 0x14};
+
+unsigned char highByte(unsigned short word)
+{
+    return static_cast<unsigned char>(word >> 8);
+}
+
+unsigned char lowByte(unsigned short word)
+{
+    return static_cast<unsigned char>(word & 0xFF);
+}
+
+/// For the answers that BER decoding refuses, those under the constructed tag 7E among them.
+Blob cutByHand(const Blob& answer)
+{
+    ByteReader reader(answer);
+    if (!reader.has(2))
+        return {};
+    const unsigned char tag = reader.byte();
+    if (tag != kContainer && tag != kDiscovery)
+        return {};
+    int length = reader.byte();
+    if (length >= 0x80) {
+        const int lengthBytes = length & 0x7F;
+        if (!reader.has(lengthBytes))
+            return {};
+        // Of a longer length only the last two bytes count, and these have a sign.
+        std::uint16_t count = 0;
+        for (int i = 0; i < lengthBytes; ++i)
+            count = static_cast<std::uint16_t>(count << 8 | reader.byte());
+        length = static_cast<std::int16_t>(count);
+    }
+    return reader.take(std::clamp(length, 0, reader.left()));
+}
+
+struct Element {
+    int tag = 0;
+    Blob value;
+    /// The element as it stands, tag and length included.
+    Blob encoded;
+};
+
+/// The next whole element with a tag of one or two bytes. BERCoder would take the certificate apart, and a
+/// compressed one is no BER.
+std::optional<Element> nextElement(ByteReader& reader, const Blob& container)
+{
+    const int start = reader.position();
+    if (!reader.has(2))
+        return {};
+    Element element;
+    element.tag = reader.byte();
+    if ((element.tag & 0x1F) == 0x1F)
+        element.tag = element.tag << 8 | reader.byte();
+    if (!reader.has(1))
+        return {};
+    int length = reader.byte();
+    if (length >= 0x80) {
+        const int lengthBytes = length & 0x7F;
+        if (lengthBytes < 1 || lengthBytes > 3 || !reader.has(lengthBytes))
+            return {};
+        length = 0;
+        for (int i = 0; i < lengthBytes; ++i)
+            length = length << 8 | reader.byte();
+    }
+    if (!reader.has(length))
+        return {};
+    element.value = reader.take(length);
+    element.encoded = container.slice(start, reader.position() - start);
+    return element;
+}
+
+void readTemplate(const Blob& encoded, PIVPublicInfo& info)
+{
+    try {
+        BERCoder node;
+        node.import(encoded, 0);
+        for (int i = 0; i < node.getSize(); ++i) {
+            const BERCoder& part = node.component(i);
+            if (part.getTag() == kLabel)
+                info.label = part.getValue();
+            else if (part.getTag() == kKeyReference)
+                info.id = part.getValue();
+        }
+    } catch (const PKCS11Exception&) {
+        // A template that cannot be read names nothing.
+        return;
+    }
+}
+
+bool isGzip(const Blob& bytes)
+{
+    return bytes.size() > 2 && bytes[0] == 0x1F && bytes[1] == 0x8B;
+}
+
+/// The content of a gzip file (RFC 1952); the bytes as they are when it is none, or too large.
+Blob unpack(Blob packed)
+{
+    z_stream stream{};
+    if (inflateInit2(&stream, MAX_WBITS + 16) != Z_OK)
+        return packed;
+    Blob unpacked(kMaxUnpacked, 0);
+    stream.next_in = packed.data();
+    stream.avail_in = static_cast<uInt>(packed.size());
+    stream.next_out = unpacked.data();
+    stream.avail_out = static_cast<uInt>(unpacked.size());
+    const int result = inflate(&stream, Z_FINISH);
+    const int length = unpacked.size() - static_cast<int>(stream.avail_out);
+    inflateEnd(&stream);
+    if (result != Z_STREAM_END)
+        return packed;
+    unpacked.resize(length);
+    return unpacked;
+}
+
+} // namespace
+
+unsigned short getKeyRef(unsigned char tag, int modulusBits)
+{
+    for (const PIVContainer& container : kPIVContainers)
+        if (container.tag == tag) {
+            const int base = container.keyReference << 8 | kRSA1024;
+            return static_cast<unsigned short>(modulusBits == 1024 ? base : base + 1);
+        }
+    return 0;
+}
+
+Blob getKeyID(unsigned short word)
+{
+    return PKCS11_short2blob(word);
+}
+
+Blob getPIVKeyLabel(unsigned short word)
+{
+    const bool known =
+        std::find(std::begin(kAlgorithms), std::end(kAlgorithms), lowByte(word)) != std::end(kAlgorithms);
+    for (const PIVContainer& container : kPIVContainers)
+        if (known && container.keyReference == highByte(word))
+            return Blob(container.keyLabel);
+    return Blob("RSA Key");
+}
+
+Blob getPIVCertificateLabel(unsigned char tag)
+{
+    for (const PIVContainer& container : kPIVContainers)
+        if (container.tag == tag)
+            return Blob(container.certificateLabel);
+    return Blob("User Certificate");
+}
+
+Blob cutContainer(const Blob& answer)
+{
+    if (answer.empty())
+        return {};
+    try {
+        BERCoder node;
+        node.import(answer, 0);
+        if (node.getTag() == kContainer || node.getTag() == kDiscovery)
+            return node.getValue();
+        return {};
+    } catch (const PKCS11Exception&) {
+        return cutByHand(answer);
+    }
+}
+
+PIVPublicInfo readPublicInfo(const Blob& container)
+{
+    PIVPublicInfo info;
+    if (container.size() < 2 || container[0] != kCertificate || container[1] == 0)
+        return info;
+    bool compressed = false;
+    ByteReader reader(container);
+    while (const auto element = nextElement(reader, container)) {
+        if (element->tag == kCertificate && info.certificate.empty())
+            info.certificate = element->value;
+        else if (element->tag == kCertificateInfo)
+            compressed = !element->value.empty() && (element->value[0] & kCompressed) != 0;
+        else if (element->tag == kPublicKey)
+            readTemplate(element->encoded, info);
+        // The error detection code (FE) and whatever else stands there is dropped.
+    }
+    if (compressed && isGzip(info.certificate))
+        info.certificate = unpack(info.certificate);
+    return info;
+}
+
+} // namespace PKCS11

@@ -1,0 +1,102 @@
+#include "pkcs11/drivers/piv/PIVJavaMechanisms.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/drivers/common/Output.h"
+#include "pkcs11/drivers/common/PKCS1.h"
+#include "pkcs11/drivers/piv/PIVJavaPrivateKey.h"
+#include "pkcs11/drivers/piv/PIVJavaToken.h"
+#include "pkcs11/frontend/trace/Logger.h"
+#include "pkcs11/token/BERCoder.h"
+
+#include <algorithm>
+
+namespace PKCS11 {
+
+namespace {
+
+constexpr unsigned char kSignatureBlock = 0x01;
+/// What is reported for a decrypted text or an encrypted one, whatever the key.
+constexpr int kReportedLength = 256;
+
+/// The first element of the answer to GENERAL AUTHENTICATE, the response (82). A card's error is an empty
+/// result, deliberately.
+Blob authResult(const Blob& answer)
+{
+    try {
+        BERCoder node;
+        node.import(answer, 0);
+        return node.component(0).getValue();
+    } catch (const PKCS11Exception&) {
+        Logger::Log(Logger::kFailure, "GENERAL AUTHENTICATE gave no result");
+        return {};
+    }
+}
+
+/// The block to sign; padded for every mechanism, CKM_RSA_X_509 too.
+Blob signatureBlock(const Blob& data, int size)
+{
+    if (data.size() >= size)
+        return data;
+    if (data.size() > size - 3)
+        throw PKCS11Exception(CKR_DATA_LEN_RANGE, "", "PIVJavaMechanismSign::sign");
+    return makePKCS1Block(kSignatureBlock, data, size);
+}
+
+} // namespace
+
+void PIVJavaMechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
+{
+    const int size = m_key.getModulus().size();
+    if (answersLength(out, outLen, size))
+        return;
+    m_key.token().requireLogin("PIVJavaMechanismSign::sign");
+    requireRoom(outLen, size);
+    // Of longer data the first bytes are signed.
+    const CK_ULONG used = std::min(dataLen, static_cast<CK_ULONG>(size));
+    const Blob block = signatureBlock(inputOf(data, used), size);
+    m_key.token().replayUserPin();
+    deliver(authResult(m_key.token().GeneralAuth(m_key.word(), block)), out, outLen);
+}
+
+void PIVJavaMechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
+{
+    if (answersLength(out, outLen, kReportedLength))
+        return;
+    // The PIN counts here, not the login.
+    m_key.token().requireUserPin("PIVJavaMechanismDecrypt::decrypt");
+    const Blob input = inputOf(data, dataLen);
+    m_key.token().replayUserPin();
+    const Blob block = authResult(m_key.token().GeneralAuth(m_key.word(), input));
+    deliver(m_type == CKM_RSA_PKCS ? stripPKCS1Block(block) : block, out, outLen);
+}
+
+PIVJavaMechanismEncrypt::PIVJavaMechanismEncrypt(PIVJavaToken& token) : m_token(token)
+{
+    m_token.requireUserPin("PIVJavaMechanismEncrypt::PIVJavaMechanismEncrypt");
+    m_token.replayUserPin();
+}
+
+void PIVJavaMechanismEncrypt::encrypt(CK_BYTE* /*data*/, CK_ULONG /*dataLen*/, CK_BYTE* out, CK_ULONG* outLen)
+{
+    if (answersLength(out, outLen, kReportedLength))
+        return;
+    m_token.requireUserPin("PIVJavaMechanismEncrypt::encrypt");
+    m_token.replayUserPin();
+    deliver({}, out, outLen);
+}
+
+void PIVJavaMechanismVerify::verify(CK_BYTE* /*data*/, CK_ULONG /*dataLen*/, CK_BYTE* /*signature*/,
+                                    CK_ULONG /*signatureLen*/)
+{
+}
+
+void PIVJavaMechanismVerify::verifyUpdate(CK_BYTE* /*data*/, CK_ULONG /*dataLen*/) {}
+
+void PIVJavaMechanismVerify::verifyFinal(CK_BYTE* /*signature*/, CK_ULONG /*signatureLen*/) {}
+
+void PIVJavaMechanismVerify::verifyRecover(CK_BYTE* /*out*/, CK_ULONG* /*outLen*/, CK_BYTE* /*signature*/,
+                                           CK_ULONG /*signatureLen*/)
+{
+}
+
+} // namespace PKCS11

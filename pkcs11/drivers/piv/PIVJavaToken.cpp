@@ -1,0 +1,239 @@
+#include "pkcs11/drivers/piv/PIVJavaToken.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/drivers/common/PKCS1.h"
+#include "pkcs11/drivers/piv/PIVContainers.h"
+#include "pkcs11/drivers/piv/PIVJavaCertificate.h"
+#include "pkcs11/drivers/piv/PIVJavaPrivateKey.h"
+#include "pkcs11/drivers/piv/PIVJavaPublicKey.h"
+#include "pkcs11/frontend/trace/Logger.h"
+#include "pkcs11/pcsc/CardIdentification.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
+#include "pkcs11/token/ASN1.h"
+#include "pkcs11/token/Hex.h"
+
+namespace PKCS11 {
+
+namespace {
+
+// Commands: CLA INS P1 P2, where data follow; the whole command otherwise.
+constexpr char kSelectByName[] = "00a40400";
+constexpr char kSelectByNameNoAnswer[] = "00a4040c";
+/// GET DATA of the container 5FC1xx; byte kContainerTag is the container's.
+constexpr char kGetContainer[] = "00cb3fff055c035fc10500";
+constexpr int kContainerTag = 9;
+/// GENERAL AUTHENTICATE; byte 2 is the algorithm, byte 3 the key reference.
+constexpr char kGeneralAuthenticate[] = "0087069A";
+constexpr char kVerifyPin[] = "00200080";
+constexpr char kVerifyPuk[] = "00200081";
+constexpr char kChangePin[] = "00240080";
+constexpr char kChangePuk[] = "00240081";
+constexpr char kResetSecurity[] = "80A3000000";
+
+constexpr int kPinWidth = 8;
+constexpr unsigned char kPinFill = 0xFF;
+
+// Elements of the dynamic authentication template (SP 800-73-4, part 2, table 7).
+constexpr int kAuthTemplate = 0x7C;
+constexpr int kAuthChallenge = 0x81;
+constexpr int kAuthResponse = 0x82;
+/// A template of this length or more goes in two pieces.
+constexpr int kTwoPieces = 250;
+constexpr int kFirstPiece = 249;
+constexpr int kMaxLc = 255;
+constexpr unsigned char kChained = 0x10;
+
+Blob framed(const Blob& header, const Blob& data)
+{
+    Blob command = header;
+    command.push_back(static_cast<unsigned char>(data.size()));
+    return command.append(data);
+}
+
+bool isAccepted(int sw)
+{
+    return sw == SW_SUCCESS || sw == SW_SUCCESS_9001 || hasMoreData(sw);
+}
+
+Blob pinBlock(const Blob& pin)
+{
+    return padPin(pin, kPinWidth, kPinFill);
+}
+
+/// Old and new PIN for CHANGE REFERENCE DATA.
+Blob changeBlock(const Blob& oldPin, const Blob& newPin)
+{
+    // A new PIN that is too long is called wrong, not too long.
+    if (newPin.size() > kPinWidth)
+        throw PKCS11Exception(CKR_PIN_INCORRECT);
+    return pinBlock(oldPin) + pinBlock(newPin);
+}
+
+} // namespace
+
+PIVJavaToken::PIVJavaToken(PCSCSlot* slot) : CardToken(slot)
+{
+    m_info.setLabel(Blob("PIV Profile"));
+    Blob cardType;
+    m_manufacturer = Blob(card().GetOS(card().GetATR(), cardType));
+    SelectApp(PKCS11_hex2blob(PIV_AID));
+    for (const PIVContainer& container : kPIVContainers)
+        addContainer(container.tag);
+}
+
+void PIVJavaToken::SelectApp(const Blob& aid)
+{
+    Blob answer;
+    int sw = card().SendCmdChained(framed(PKCS11_hex2blob(kSelectByName), aid), answer);
+    if (sw == SW_INCORRECT_P1P2)
+        sw = card().SendCmdChained(framed(PKCS11_hex2blob(kSelectByNameNoAnswer), aid), answer);
+    if (sw != SW_SUCCESS && sw != SW_SUCCESS_9001)
+        throw PKCS11Exception(CKR_DEVICE_ERROR, "error select app", "PIVJavaToken::SelectApp");
+}
+
+Blob PIVJavaToken::readContainerData(unsigned char tag)
+{
+    Blob command = PKCS11_hex2blob(kGetContainer);
+    command.at(kContainerTag) = tag;
+    Blob answer;
+    card().SendCmdChained(command, answer);
+    return cutContainer(answer);
+}
+
+void PIVJavaToken::addContainer(unsigned char tag)
+{
+    const PIVPublicInfo info = readPublicInfo(readContainerData(tag));
+    if (info.certificate.empty())
+        return;
+    Blob modulus;
+    Blob exponent;
+    if (getPublicKey(info.certificate, modulus, exponent)) {
+        modulus = stripSignByte(modulus);
+        exponent = stripSignByte(exponent);
+    } else {
+        modulus.clear();
+        exponent.clear();
+    }
+    const unsigned short word = getKeyRef(tag, 8 * modulus.size());
+
+    auto certificate = std::make_unique<PIVJavaCertificate>(*this, word);
+    certificate->setValue(info.certificate);
+    auto publicKey = std::make_unique<PIVJavaPublicKey>(*this, word);
+    auto privateKey = std::make_unique<PIVJavaPrivateKey>(*this, word);
+    if (!info.label.empty()) {
+        certificate->setLabel(info.label);
+        publicKey->setLabel(info.label);
+        privateKey->setLabel(info.label);
+    }
+    if (!info.id.empty()) {
+        certificate->setID(info.id);
+        publicKey->setID(info.id);
+        privateKey->setID(info.id);
+    }
+    if (exponent.empty()) {
+        // No RSA key in the certificate.
+        publicKey->setKeyType(CKK_EC);
+        privateKey->setKeyType(CKK_EC);
+    } else {
+        publicKey->setModulus(modulus);
+        publicKey->setPublicExponent(exponent);
+        privateKey->setModulus(modulus);
+        privateKey->setPublicExponent(exponent);
+    }
+    add(std::move(certificate));
+    add(std::move(publicKey));
+    add(std::move(privateKey));
+}
+
+void PIVJavaToken::initMechanismList()
+{
+    mechanisms().add(CKM_RSA_PKCS, 512, 2048, CKF_HW | CKF_DECRYPT | CKF_SIGN);
+    mechanisms().add(CKM_RSA_X_509, 512, 2048, CKF_HW | CKF_DECRYPT);
+}
+
+Blob PIVJavaToken::getCertLabel(unsigned char tag)
+{
+    return getPIVCertificateLabel(tag);
+}
+
+Blob PIVJavaToken::getKeyLabel(unsigned short word)
+{
+    return getPIVKeyLabel(word);
+}
+
+Blob PIVJavaToken::GeneralAuth(unsigned short word, const Blob& data)
+{
+    Blob header = PKCS11_hex2blob(kGeneralAuthenticate);
+    header.at(2) = static_cast<unsigned char>(word & 0xFF);
+    header.at(3) = static_cast<unsigned char>(word >> 8);
+
+    BERCoder request(kAuthTemplate);
+    request.append(BERCoder(kAuthChallenge, data));
+    request.append(BERCoder(kAuthResponse, Blob()));
+    Blob field;
+    request.Export(field);
+
+    Blob answer;
+    if (field.size() < kTwoPieces) {
+        const int sw = card().SendCmdChained(framed(header, field), answer);
+        // Not an error here: an empty answer ends as an empty result.
+        if (!isAccepted(sw))
+            Logger::LogFormat(Logger::kFailure, "GENERAL AUTHENTICATE failed: %04X",
+                              static_cast<unsigned>(sw));
+        return answer;
+    }
+
+    const Blob last = field.slice(kFirstPiece);
+    if (last.size() > kMaxLc)
+        throw PKCS11Exception(CKR_DATA_LEN_RANGE, "", "PIVJavaToken::GeneralAuth");
+    header.at(0) = kChained;
+    if (!isAccepted(card().Send(header, field.slice(0, kFirstPiece))))
+        throw PKCS11Exception(CKR_DEVICE_ERROR, "GENERAL AUTHENTICATE first command failed",
+                              "PIVJavaToken::GeneralAuth");
+    header.at(0) = 0x00;
+    if (!isAccepted(card().SendCmdChained(framed(header, last), answer)))
+        throw PKCS11Exception(CKR_DEVICE_ERROR, "GENERAL AUTHENTICATE last command failed",
+                              "PIVJavaToken::GeneralAuth");
+    return answer;
+}
+
+void PIVJavaToken::requireUserPin(const char* where) const
+{
+    if (userPin().empty())
+        throw PKCS11Exception(CKR_USER_NOT_LOGGED_IN, "", where);
+}
+
+void PIVJavaToken::VerifyPIN(const Blob& pin)
+{
+    requirePinAccepted(card().Send(PKCS11_hex2blob(kVerifyPin), pinBlock(pin)));
+    cacheUserPin(pin);
+}
+
+void PIVJavaToken::VerifySOPIN(const Blob& pin)
+{
+    requirePinAccepted(card().Send(PKCS11_hex2blob(kVerifyPuk), pinBlock(pin)));
+    cacheSOPin(pin);
+}
+
+void PIVJavaToken::SetPIN(const Blob& oldPin, const Blob& newPin)
+{
+    VerifyPIN(oldPin);
+    requireSuccess(card().Send(PKCS11_hex2blob(kChangePin), changeBlock(oldPin, newPin)));
+    cacheUserPin(newPin);
+}
+
+void PIVJavaToken::SetSOPIN(const Blob& oldPin, const Blob& newPin)
+{
+    VerifySOPIN(oldPin);
+    requireSuccess(card().Send(PKCS11_hex2blob(kChangePuk), changeBlock(oldPin, newPin)));
+    cacheSOPin(newPin);
+}
+
+void PIVJavaToken::ResetSecurity()
+{
+    forgetPins();
+    // Whatever the card says: the PINs are gone here.
+    card().SendCmd(PKCS11_hex2blob(kResetSecurity));
+}
+
+} // namespace PKCS11
