@@ -13,6 +13,7 @@ constexpr int kOctetString = 0x04;
 
 constexpr int kLabel = 0;
 constexpr int kID = 1;
+constexpr int kApplication = 1;
 constexpr int kFirstByteOfTokenInfo = 2;
 constexpr int kFieldsOfTokenInfo = 5;
 
@@ -108,6 +109,11 @@ Blob ObjectInfo::getLabel() const
 Blob ObjectInfo::getID() const
 {
     return attributeOrField(*this, CKA_ID, kID);
+}
+
+Blob DataInfo::getApplication() const
+{
+    return attributeOrField(*this, CKA_APPLICATION, kApplication);
 }
 
 } // namespace PKCS11

@@ -75,7 +75,11 @@ class CertificateInfo : public ObjectInfoOf<4> {
     using ObjectInfoOf::ObjectInfoOf;
 };
 class DataInfo : public ObjectInfoOf<2> {
+public:
     using ObjectInfoOf::ObjectInfoOf;
+
+    /// CKA_APPLICATION of the attribute set, or the second field.
+    Blob getApplication() const;
 };
 class ContainerInfo : public ObjectInfoOf<6> {
     using ObjectInfoOf::ObjectInfoOf;

@@ -1,0 +1,27 @@
+#include "pkcs11/drivers/acos/AcosToken.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
+#include "pkcs11/token/Hex.h"
+
+namespace PKCS11 {
+
+AcosToken::AcosToken(PCSCSlot* slot) : CardToken(slot)
+{
+    if (slot == nullptr || !card().CreateChannel())
+        throw PKCS11Exception(CKR_DEVICE_ERROR);
+}
+
+void AcosToken::changeUserPin(const char* header, const Blob& oldBlock, const Blob& newBlock,
+                              const Blob& newPin)
+{
+    requireSuccess(card().Send(PKCS11_hex2blob(header), oldBlock + newBlock));
+    cacheUserPin(newPin);
+}
+
+void AcosToken::select(const char* command)
+{
+    requireSuccess(card().SendCmd(PKCS11_hex2blob(command)));
+}
+
+} // namespace PKCS11

@@ -1,0 +1,54 @@
+#include "pkcs11/drivers/atrust/AcosTRUSTMechanisms.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/drivers/atrust/AcosTRUSTToken.h"
+#include "pkcs11/drivers/common/Output.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
+#include "pkcs11/token/Hex.h"
+
+namespace PKCS11 {
+
+namespace {
+
+constexpr char kMseSetEncryption[] = "002281B803830188";
+constexpr char kPsoEncipher[] = "002a8680";
+constexpr int kAnnouncedLength = 256;
+
+// Signing reports the decryption's name on purpose; card failures carry no texts.
+constexpr AcosKeyAccess kAccess = {0x88, "AcosTRUSTMechanismDecrypt::decrypt", "", true, false};
+
+} // namespace
+
+AcosTRUSTMechanismSign::AcosTRUSTMechanismSign(AcosTRUSTToken& token) : AcosMechanismSign(token, kAccess) {}
+
+AcosTRUSTMechanismDecrypt::AcosTRUSTMechanismDecrypt(AcosTRUSTToken& token, unsigned short fid,
+                                                     CK_MECHANISM_TYPE type)
+    : AcosMechanismDecrypt(token, kAccess, type), m_token(token), m_fid(fid)
+{
+}
+
+void AcosTRUSTMechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
+{
+    if (out != nullptr && m_token.isUserLoggedIn() && m_fid != EF_PK_CH_EKEY)
+        throw PKCS11Exception(CKR_MECHANISM_INVALID);
+    AcosMechanismDecrypt::decrypt(data, dataLen, out, outLen);
+}
+
+void ATRUSTMechanismEncrypt::encrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
+{
+    if (answersLength(out, outLen, kAnnouncedLength))
+        return;
+    const Blob input = inputOf(data, dataLen);
+    m_token.prepareKeyOperation();
+    if (m_fid != EF_PK_CH_EKEY)
+        throw PKCS11Exception(CKR_MECHANISM_INVALID, "", "AcosTRUSTMechanismDecrypt::encrypt");
+    requireSuccess(m_token.card().SendCmd(PKCS11_hex2blob(kMseSetEncryption)));
+    // Data of more than 255 bytes wrap the Lc: the card decides.
+    Blob answer;
+    if (m_token.card().Send(PKCS11_hex2blob(kPsoEncipher), input, 0, answer) != SW_SUCCESS)
+        throw PKCS11Exception(CKR_MECHANISM_INVALID);
+    // The first byte is the padding indicator.
+    deliver(answer.slice(1), out, outLen);
+}
+
+} // namespace PKCS11

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "pkcs11/drivers/acos/AcosMechanisms.h"
+
+namespace PKCS11 {
+
+class AcosTRUSTToken;
+
+class AcosTRUSTMechanismSign final : public AcosMechanismSign {
+public:
+    explicit AcosTRUSTMechanismSign(AcosTRUSTToken& token);
+};
+
+class AcosTRUSTMechanismDecrypt final : public AcosMechanismDecrypt {
+public:
+    AcosTRUSTMechanismDecrypt(AcosTRUSTToken& token, unsigned short fid, CK_MECHANISM_TYPE type);
+
+    /// Throws CKR_MECHANISM_INVALID (0x70) for a key of another file.
+    void decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen) override;
+
+private:
+    AcosTRUSTToken& m_token;
+    unsigned short m_fid;
+};
+
+/// Encryption with PSO ENCIPHER on the card; needs no login. A null output is answered with 256.
+class ATRUSTMechanismEncrypt final : public Mechanism {
+public:
+    ATRUSTMechanismEncrypt(AcosTRUSTToken& token, unsigned short fid) : m_token(token), m_fid(fid) {}
+
+    /// Throws CKR_MECHANISM_INVALID (0x70) where the card refuses the data, CKR_DEVICE_ERROR (0x30) where it
+    /// refuses the key.
+    void encrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen) override;
+
+private:
+    AcosTRUSTToken& m_token;
+    unsigned short m_fid;
+};
+
+} // namespace PKCS11

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "pkcs11/drivers/acos/AcosToken.h"
+#include "pkcs11/token/InfoRecords.h"
+
+namespace PKCS11 {
+
+/// Application identifiers of the card as hexadecimal text; the driver uses the first one only.
+extern const char TRUST_DF_DEC_AID[];
+extern const char TRUST_DF_SIG_AID[];
+
+/// Files of DF_DEC.
+constexpr unsigned short EF_PK_CH_EKEY = 0xB001;    ///< key pair: public key file, zero padded
+constexpr unsigned short EF_CERTIFICATE = 0xC001;   ///< the card holder's certificate
+constexpr unsigned short EF_CARDHOLDER_ID = 0xD001; ///< its content is the serial number
+constexpr unsigned short EF_VK = 0xC003;            ///< a data file
+
+/// The ACOS signature card of A-Trust, driven in its decryption application: one RSA key pair of 1024 bits, a
+/// certificate and two data files.
+class AcosTRUSTToken final : public AcosToken {
+public:
+    /// Throws CKR_DEVICE_ERROR (0x30) when no channel opens or DF_DEC cannot be selected.
+    explicit AcosTRUSTToken(PCSCSlot* slot);
+
+    CK_TOKEN_INFO getInfo() override;
+    void SetPIN(const Blob& oldPin, const Blob& newPin) override;
+    /// Throws CKR_PIN_LEN_RANGE for more than 8 bytes, CKR_PIN_LOCKED, CKR_PIN_INCORRECT.
+    void VerifyPIN(const Blob& pin) override;
+    void ResetSecurity() override;
+    CK_FLAGS getFlag() override;
+    Blob getLabel() override;
+    Blob getID() override;
+    Blob getModel() override;
+    Blob getSerialNumber() override;
+    void initMechanismList() override;
+    void prepareKeyOperation() override;
+
+    /// Throws CKR_DEVICE_ERROR unless the card answers 9000.
+    void SelectDF_DECAppl();
+    /// Reads a file of DF_DEC, which must be selected, in chunks of 112 bytes.
+    Blob ReadBinary(unsigned short fid);
+    /// The modulus of the key pair, read from the card on first use; empty when it cannot be read.
+    Blob getModulus();
+
+    static Blob PadPin(const Blob& pin);
+    /// Label of a data file, empty for any other.
+    static Blob GetDataLabel(unsigned short fid);
+
+private:
+    int SelectEF(unsigned short fid);
+    /// Size of the file as its SELECT answer tells it, in bytes; -1 when it does not.
+    int GetEFsize(unsigned short fid);
+    /// Free memory in bytes; 0 when the card does not tell. Leaves the MF selected.
+    CK_ULONG GetFreeMemory();
+
+    TokenInfo m_record;
+    bool m_infoFilled = false;
+    Blob m_cardholderId;
+    Blob m_modulus;
+};
+
+} // namespace PKCS11

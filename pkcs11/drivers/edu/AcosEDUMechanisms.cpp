@@ -1,0 +1,27 @@
+#include "pkcs11/drivers/edu/AcosEDUMechanisms.h"
+
+namespace PKCS11 {
+
+namespace {
+
+// Signing reports the decryption's name too, on purpose.
+constexpr char kWhere[] = "AcosEDUMechanismDecrypt::decrypt";
+
+constexpr AcosKeyAccess accessTo(int keyNumber)
+{
+    return {static_cast<unsigned char>(0x80 + keyNumber), kWhere, kWhere, false, true};
+}
+
+} // namespace
+
+AcosEDUMechanismSign::AcosEDUMechanismSign(AcosToken& token, int keyNumber)
+    : AcosMechanismSign(token, accessTo(keyNumber))
+{
+}
+
+AcosEDUMechanismDecrypt::AcosEDUMechanismDecrypt(AcosToken& token, int keyNumber, CK_MECHANISM_TYPE type)
+    : AcosMechanismDecrypt(token, accessTo(keyNumber), type)
+{
+}
+
+} // namespace PKCS11

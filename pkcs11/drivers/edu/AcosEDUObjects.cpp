@@ -1,0 +1,133 @@
+#include "pkcs11/drivers/edu/AcosEDUObjects.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/drivers/common/PKCS1.h"
+#include "pkcs11/drivers/edu/AcosEDUMechanisms.h"
+#include "pkcs11/drivers/edu/AcosEDUToken.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
+#include "pkcs11/token/BERCoder.h"
+#include "pkcs11/token/Hex.h"
+#include "pkcs11/token/InfoRecords.h"
+
+#include <algorithm>
+
+namespace PKCS11 {
+
+namespace {
+
+constexpr char kReadBinary[] = "00b0000000";
+constexpr unsigned char kPublicExponent[] = {0x01, 0x00, 0x01};
+
+constexpr int kTagInteger = 0x02;
+constexpr int kTagBitString = 0x03;
+constexpr int kTagOctetString = 0x04;
+
+Blob keyName(int number)
+{
+    return Blob("DIGSIG" + std::to_string(number));
+}
+
+/// The first INTEGER or string at or below the node, depth first; empty when there is none.
+Blob firstNumber(const BERCoder& node)
+{
+    if (!node.getTag().IsConstructed()) {
+        if (node.getTag() == kTagInteger || node.getTag() == kTagOctetString)
+            return node.getValue();
+        // A BIT STRING begins with the count of its unused bits.
+        return node.getTag() == kTagBitString ? node.getValue().slice(1) : Blob();
+    }
+    for (int i = 0; i < node.getSize(); ++i) {
+        Blob found = firstNumber(node.component(i));
+        if (!found.empty())
+            return found;
+    }
+    return {};
+}
+
+/// A record as the card holds it; an empty one where the content is no such record.
+template <class Record>
+Record recordOf(const Blob& content)
+{
+    try {
+        return Record(content);
+    } catch (const PKCS11Exception&) {
+        return Record();
+    }
+}
+
+template <class Key>
+void describe(Key& key, AcosEDUToken& token, int number)
+{
+    key.setLabel(keyName(number));
+    key.setID(keyName(number));
+    Blob content;
+    if (token.card().SendCmd(PKCS11_hex2blob(kReadBinary), content) == SW_SUCCESS)
+        key.setModulus(modulusOfKeyFile(content));
+    key.setPublicExponent(Blob(std::begin(kPublicExponent), std::end(kPublicExponent)));
+}
+
+} // namespace
+
+Blob modulusOfKeyFile(const Blob& content)
+{
+    Blob raw = content;
+    while (!raw.empty() && raw.back() == 0)
+        raw.pop_back();
+    try {
+        BERCoder file;
+        const int end = file.import(content, 0);
+        // Zeros behind the TLV are padding.
+        if (std::all_of(content.begin() + end, content.end(), [](unsigned char byte) { return byte == 0; })) {
+            const Blob number = stripSignByte(firstNumber(file));
+            if (!number.empty())
+                return number;
+        }
+    } catch (const PKCS11Exception&) {
+        // No TLV: the file is the modulus itself.
+        return raw;
+    }
+    return raw;
+}
+
+AcosEDUPublicKey::AcosEDUPublicKey(AcosEDUToken& token, int number)
+{
+    describe(*this, token, number);
+}
+
+AcosEDUPrivateKey::AcosEDUPrivateKey(AcosEDUToken& token, int number) : m_token(token), m_number(number)
+{
+    describe(*this, token, number);
+}
+
+std::unique_ptr<Mechanism> AcosEDUPrivateKey::createSignMechanism(CK_MECHANISM* /*mechanism*/,
+                                                                  MechanismInfo* /*info*/)
+{
+    return std::make_unique<AcosEDUMechanismSign>(m_token, m_number);
+}
+
+std::unique_ptr<Mechanism> AcosEDUPrivateKey::createDecryptMechanism(CK_MECHANISM* mechanism,
+                                                                     MechanismInfo* /*info*/)
+{
+    return std::make_unique<AcosEDUMechanismDecrypt>(m_token, m_number, mechanism->mechanism);
+}
+
+AcosEDUCertificate::AcosEDUCertificate(AcosEDUToken& token)
+{
+    Blob content;
+    token.card().ReadBinary(content);
+    const auto record = recordOf<CertificateInfo>(content);
+    setLabel(record.getLabel());
+    setID(record.getID());
+    setValue(content);
+}
+
+AcosEDUData::AcosEDUData(AcosEDUToken& token)
+{
+    const Blob content = token.readDataFile();
+    const auto record = recordOf<DataInfo>(content);
+    setLabel(record.getLabel());
+    setApplication(record.getApplication());
+    setValue(content);
+}
+
+} // namespace PKCS11
