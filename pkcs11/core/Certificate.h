@@ -6,8 +6,6 @@ namespace PKCS11 {
 
 class Certificate : public Storage {
 public:
-    Certificate();
-
     CK_OBJECT_CLASS getClass() override { return CKO_CERTIFICATE; }
     virtual CK_CERTIFICATE_TYPE getCertificateType() = 0;
     virtual CK_BBOOL getTrusted() { return flag(CKA_TRUSTED); }

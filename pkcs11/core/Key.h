@@ -9,8 +9,6 @@ class MechanismInfo;
 
 class Key : public Storage {
 public:
-    Key();
-
     virtual CK_KEY_TYPE getKeyType() = 0;
     virtual void setKeyType(CK_KEY_TYPE /*type*/) {}
     virtual Blob getID() { return bytes(CKA_ID); }

@@ -32,6 +32,10 @@ public:
     void findObjectsFinal();
 
 private:
+    Object* at(unsigned long handle) const { return static_cast<Object*>(find(handle)); }
+    static bool isVisible(Object* object, bool canAccessPrivate);
+    bool matchesSearch(Object& object) const;
+
     /// The entries point into the values.
     std::vector<Blob> m_findValues;
     std::vector<CK_ATTRIBUTE> m_findTemplate;

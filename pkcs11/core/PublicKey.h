@@ -6,8 +6,6 @@ namespace PKCS11 {
 
 class PublicKey : public Key {
 public:
-    PublicKey();
-
     CK_OBJECT_CLASS getClass() override { return CKO_PUBLIC_KEY; }
 
     virtual Blob getSubject() { return bytes(CKA_SUBJECT); }

@@ -4,7 +4,8 @@
 
 namespace PKCS11 {
 
-/// An object that can stand on a token: label, and the token, private and modifiable marks.
+/// An object that can stand on a token: label, and the token, private and modifiable marks. Starts modifiable
+/// and with every other flag of its class tree false.
 class Storage : public Object {
 public:
     Storage();
@@ -25,5 +26,8 @@ protected:
 private:
     CK_BBOOL m_onToken = CK_FALSE;
 };
+
+/// True for a Storage whose private mark is set.
+bool isPrivate(Object* object);
 
 } // namespace PKCS11

@@ -1,0 +1,40 @@
+#include "pkcs11/core/MechanismList.h"
+
+#include "pkcs11/PKCS11Exception.h"
+
+#include <memory>
+
+namespace PKCS11 {
+
+MechanismList::~MechanismList()
+{
+    for (unsigned long handle = 1; handle <= highWater(); ++handle) {
+        const std::unique_ptr<MechanismInfo> info(at(handle));
+    }
+}
+
+void MechanismList::add(CK_MECHANISM_TYPE type, CK_ULONG minKeySize, CK_ULONG maxKeySize, CK_FLAGS flags)
+{
+    auto info = std::make_unique<MechanismInfo>(type, maxKeySize, minKeySize, flags);
+    putEntry(info.get());
+    info.release(); // the table holds it now
+}
+
+MechanismInfo* MechanismList::getMechanism(const CK_MECHANISM* mechanism)
+{
+    if (mechanism == nullptr)
+        throw PKCS11Exception(CKR_ARGUMENTS_BAD, "", "MechanismList::getMechanism");
+    return getMechanism(mechanism->mechanism);
+}
+
+MechanismInfo* MechanismList::getMechanism(CK_MECHANISM_TYPE type)
+{
+    for (unsigned long handle = 1; handle <= highWater(); ++handle) {
+        MechanismInfo* info = at(handle);
+        if (info != nullptr && info->getType() == type)
+            return info;
+    }
+    throw PKCS11Exception(CKR_MECHANISM_INVALID, "CKR_MECHANISM_INVALID", "MechanismList::getMechanism");
+}
+
+} // namespace PKCS11
