@@ -1,5 +1,6 @@
 #include "tools/vcard/Families.h"
 
+#include "tools/vcard/AcosCard.h"
 #include "tools/vcard/PivCard.h"
 
 #include <algorithm>
@@ -10,11 +11,14 @@ namespace vcard {
 
 namespace {
 
+bool isDigits(const std::string& text)
+{
+    return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
 std::unique_ptr<Card> makePiv(const CardOptions& options)
 {
-    const bool digits =
-        std::all_of(options.pin.begin(), options.pin.end(), [](char c) { return c >= '0' && c <= '9'; });
-    if (!digits || options.pin.size() < 6 || options.pin.size() > 8) {
+    if (!isDigits(options.pin) || options.pin.size() < 6 || options.pin.size() > 8) {
         throw std::invalid_argument("the PIN of a PIV card has six to eight digits");
     }
     PivOptions piv;
@@ -25,8 +29,26 @@ std::unique_ptr<Card> makePiv(const CardOptions& options)
     return std::make_unique<PivCard>(piv);
 }
 
+std::unique_ptr<Card> makeAtrust(const CardOptions& options)
+{
+    if (options.pin.empty() || options.pin.size() > 8) {
+        throw std::invalid_argument("the PIN of an A-Trust card has one to eight characters");
+    }
+    return std::make_unique<AcosTrustCard>(options.pin);
+}
+
+std::unique_ptr<Card> makeEdu(const CardOptions& options)
+{
+    if (options.pin.empty() || options.pin.size() > 16 || !isDigits(options.pin)) {
+        throw std::invalid_argument("the PIN of an education card has one to sixteen digits");
+    }
+    return std::make_unique<AcosEduCard>(options.pin);
+}
+
 constexpr std::array families = {
     Family{"piv", "PIV: RSA keys 9A, 9C, 9D and EC key 9E with certificates", makePiv},
+    Family{"atrust", "A-Trust ACOS: one RSA key of 1024 bits, certificate, cardholder data", makeAtrust},
+    Family{"edu", "ACOS EDU: two RSA keys of 1024 bits, certificates, data files", makeEdu},
 };
 
 } // namespace
