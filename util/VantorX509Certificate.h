@@ -4,9 +4,16 @@
 #include "util/VantorCryptoObject.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 struct x509_st;
+
+struct X509Deleter {
+    void operator()(x509_st* cert) const noexcept;
+};
+/// A libcrypto certificate and its owner.
+using X509Pointer = std::unique_ptr<x509_st, X509Deleter>;
 
 /// The PKCS#11 attributes and some readable texts of an X.509 certificate, decoded with libcrypto. All
 /// libcrypto objects are gone when a call returns.
@@ -16,11 +23,11 @@ class VantorX509Certificate : public VantorCryptoObject {
 public:
     /// Decodes a DER certificate.
     explicit VantorX509Certificate(const CK_ATTRIBUTE& value);
-    /// Loads from a decoded certificate, which stays the caller's; the label becomes the subject's common
-    /// name.
+    /// Loads from a decoded certificate, which stays the caller's. The label is stored and then replaced by
+    /// the subject's common name.
     VantorX509Certificate(x509_st* cert, void* label, int labelLength);
     /// Wraps an existing attribute store and takes it over.
-    explicit VantorX509Certificate(TokenObject* object);
+    explicit VantorX509Certificate(std::unique_ptr<TokenObject> object);
 
     // The stored attributes; their memory lives as long as the certificate object. Throw for an attribute
     // that was not stored.
@@ -33,12 +40,15 @@ public:
     const unsigned char* GetEncodedData() const;
     CK_ULONG GetEncodedDataSize() const;
 
+    // Readable texts; empty where the certificate has none.
+
     /// The subject name in OpenSSL's one-line form.
     std::string GetSubjectStr() const { return m_subjectText; }
     /// The issuer's common name only.
     std::string GetIssuerStr() const { return m_issuerText; }
     std::string GetOrganizationName() const { return m_organizationName; }
     std::string GetCommonName() const { return m_commonName; }
+    /// Both dates as getTimeFromASN1 writes them.
     std::string GetValidFromStr() const { return m_validFrom; }
     std::string GetValidToStr() const { return m_validTo; }
     /// Size of the public key in bytes, as EVP_PKEY_get_size tells it.
@@ -51,12 +61,13 @@ public:
     /// True when there is no issuer, or when it equals the subject byte for byte.
     bool isRootCert() const;
 
-    /// A libcrypto certificate that the caller frees with X509_free.
-    static x509_st* toOpenSSLCertificate(const CK_ATTRIBUTE& value);
-    x509_st* toOpenSSLCertificate() const;
+    /// Decodes a DER certificate, or the object's own.
+    static X509Pointer toOpenSSLCertificate(const CK_ATTRIBUTE& value);
+    X509Pointer toOpenSSLCertificate() const;
 
 private:
     void fromSSL_X509(x509_st* cert);
+    void LoadKeyAndDates(x509_st* cert);
     void LoadCertInfo();
 
     std::string m_subjectText;
