@@ -6,6 +6,8 @@
 #include <limits>
 #include <new>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace PKCS11 {
@@ -57,7 +59,7 @@ public:
     /// The bytes of the text without its terminator; not hexadecimal (see PKCS11_hex2blob).
     explicit Blob(const char* text);
     explicit Blob(const std::string& text);
-    template <class Iterator>
+    template <class Iterator, class = std::enable_if_t<!std::is_arithmetic_v<Iterator>>>
     Blob(Iterator first, Iterator last) : m_bytes(first, last)
     {
     }
@@ -95,7 +97,7 @@ public:
 
     iterator insert(const_iterator position, unsigned char byte) { return m_bytes.insert(position, byte); }
     void insert(const_iterator position, int count, unsigned char byte);
-    template <class Iterator>
+    template <class Iterator, class = std::enable_if_t<!std::is_arithmetic_v<Iterator>>>
     void insert(const_iterator position, Iterator first, Iterator last)
     {
         m_bytes.insert(position, first, last);
