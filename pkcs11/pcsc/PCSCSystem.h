@@ -2,6 +2,9 @@
 
 #include "pkcs11/ReferenceCounter.h"
 
+#include <string>
+#include <vector>
+
 namespace PKCS11 {
 
 /// SCARDCONTEXT, SCARDHANDLE and DWORD under names of our own: winscard.h stays inside this folder.
@@ -18,6 +21,8 @@ public:
 
     virtual const char* GetName() const { return "PCSC"; }
     virtual PCSCContext GetContext() const { return m_context; }
+    /// The names of the readers that are attached now, in the order of PC/SC; none when it cannot tell.
+    std::vector<std::string> listReaders() const;
 
 private:
     PCSCContext m_context = 0;

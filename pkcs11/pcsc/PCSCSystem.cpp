@@ -1,0 +1,80 @@
+#include "pkcs11/pcsc/PCSCSystem.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/pcsc/SCardCall.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+#include <type_traits>
+#include <winscard.h>
+
+namespace PKCS11 {
+
+static_assert(std::is_same_v<PCSCContext, SCARDCONTEXT>, "the alias must be the type of PC/SC Lite");
+static_assert(std::is_same_v<PCSCHandle, SCARDHANDLE>, "the alias must be the type of PC/SC Lite");
+static_assert(std::is_same_v<PCSCWord, DWORD>, "the alias must be the type of PC/SC Lite");
+
+namespace {
+
+/// Bytes offered for the list of reader names; a longer list counts as none.
+constexpr std::size_t kReaderListSize = 4096;
+
+} // namespace
+
+PCSCSystem::PCSCSystem()
+{
+    Logger::Log(Logger::kTrace, "initialize PCSCSystem BEGIN");
+    try {
+        long result = SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &m_context);
+        traceCall("SCardEstablishContext", result, Logger::kFailure);
+        if (result != SCARD_S_SUCCESS)
+            SCardReleaseContext(m_context);
+
+        // A context that was not established is reported here.
+        result = SCardIsValidContext(m_context);
+        traceCall("SCardIsValidContext", result, Logger::kFailure);
+        if (result != SCARD_S_SUCCESS) {
+            SCardReleaseContext(m_context);
+            throw PKCS11Exception(CKR_DEVICE_ERROR);
+        }
+        Logger::Log(Logger::kTrace, "PC/SC initialize() Completed Successfully");
+    } catch (const PKCS11Exception&) {
+        throw;
+    } catch (...) {
+        Logger::Log(Logger::kFailure, "SCardEstablishContext failed");
+        throw PKCS11Exception(CKR_DEVICE_ERROR);
+    }
+}
+
+PCSCSystem::~PCSCSystem()
+{
+    Logger::Log(Logger::kTrace, "........~PCSCSystem begin");
+    const long result = SCardReleaseContext(m_context);
+    traceCall("SCardReleaseContext", result, Logger::kFailure);
+    if (result != SCARD_S_SUCCESS)
+        SCardReleaseContext(m_context);
+    Logger::Log(Logger::kTrace, "........~PCSCSystem end");
+}
+
+std::vector<std::string> PCSCSystem::listReaders() const
+{
+    std::vector<std::string> readers;
+    std::array<char, kReaderListSize> names{};
+    DWORD length = names.size();
+    if (SCardListReaders(GetContext(), nullptr, names.data(), &length) != SCARD_S_SUCCESS)
+        return readers;
+
+    const char* const end = names.data() + std::min<std::size_t>(length, names.size());
+    for (const char* name = names.data(); name < end && *name != '\0'; name += readers.back().size() + 1)
+        readers.emplace_back(name, strnlen(name, static_cast<std::size_t>(end - name)));
+    return readers;
+}
+
+PCSCSystem* CreatePCSCSystem(const char* /*name*/)
+{
+    return std::make_unique<PCSCSystem>().release();
+}
+
+} // namespace PKCS11
