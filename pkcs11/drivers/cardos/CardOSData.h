@@ -1,0 +1,22 @@
+#pragma once
+
+#include "pkcs11/drivers/common/CardObjects.h"
+
+namespace PKCS11 {
+
+class CardOSToken;
+
+class CardOSData final : public CardData {
+public:
+    /// Reads the attribute file; `index` is the object's place in the directory. Throws as CardOSToken's
+    /// constructor does.
+    CardOSData(CardOSToken& token, int index);
+
+private:
+    Blob readValue() override;
+
+    CardOSToken& m_token;
+    int m_index;
+};
+
+} // namespace PKCS11

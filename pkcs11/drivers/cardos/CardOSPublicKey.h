@@ -1,0 +1,16 @@
+#pragma once
+
+#include "pkcs11/drivers/cardos/CardOSKey.h"
+
+namespace PKCS11 {
+
+class CardOSPublicKey final : public CardOSKey<CardPublicKey> {
+public:
+    /// Reads the attribute file. Throws as CardOSToken's constructor does.
+    CardOSPublicKey(CardOSToken& token, int index);
+
+    std::unique_ptr<Mechanism> createVerifyMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
+    std::unique_ptr<Mechanism> createEncryptMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
+};
+
+} // namespace PKCS11
