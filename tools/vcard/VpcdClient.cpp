@@ -14,10 +14,18 @@
 #include <cstring>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 namespace vcard {
 
 namespace {
+
+/// For the user, and for scripts that wait for it.
+void announce(const char* event)
+{
+    std::printf("quarvel-vcard: %s\n", event);
+    std::fflush(stdout);
+}
 
 enum Control : unsigned char { PowerOff = 0, PowerOn = 1, Reset = 2, GetAtr = 4 };
 
@@ -89,6 +97,8 @@ void VpcdClient::serve(Card& card, bool verbose)
             std::fflush(stdout);
         }
     };
+    bool powered = false;
+    bool announced = false;
     unsigned char header[2] = {};
     while (readExactly(header, sizeof header)) {
         Bytes body(static_cast<size_t>(header[0]) << 8 | header[1]);
@@ -106,9 +116,13 @@ void VpcdClient::serve(Card& card, bool verbose)
             if (!send(card.atr())) {
                 return;
             }
+            if (powered && !std::exchange(announced, true)) {
+                announce("the reader has powered the card");
+            }
         } else if (body[0] == PowerOff || body[0] == PowerOn || body[0] == Reset) {
             show("-", body[0] == PowerOff ? "power off" : body[0] == PowerOn ? "power on" : "reset");
             card.reset();
+            powered = powered || body[0] == PowerOn;
         }
     }
 }

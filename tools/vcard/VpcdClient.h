@@ -21,8 +21,9 @@ public:
 
     /// Tries until the reader listens or the patience is over. Throws std::runtime_error then.
     void connect(const std::string& host, const std::string& port, std::chrono::seconds patience);
-    /// Serves until the reader hangs up or a signal stops it. Commands and answers go to the standard output
-    /// if asked.
+    /// Serves until the reader hangs up or a signal stops it. Says on the standard output when the reader has
+    /// powered the card and asked for its answer to reset for the first time; commands and answers go there
+    /// too if asked.
     void serve(Card& card, bool verbose);
 
 private:

@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# The one list of Debian packages that this project uses, and their installation:
+#   scripts/install-deps.sh [GROUP...]
+# installs the packages of these groups, of all groups without an argument, that are missing. Needs root for that;
+# another user is told what to install.
+set -euo pipefail
+
+declare -A packages=(
+    # The library and quarvel-vcard.
+    [build]="cmake ninja-build g++ libssl-dev zlib1g-dev libpcsclite-dev libp11-kit-dev"
+    # What ./demo.sh talks to.
+    [demo]="pcscd vsmartcard-vpcd opensc openssl"
+    # What ./test.sh runs.
+    [test]="libgtest-dev libbenchmark-dev clang-format-14 clang-tidy-14"
+    # Independent clients.
+    [clients]="gnutls-bin p11-kit libengine-pkcs11-openssl openssh-client libnss3-tools python3-pykcs11"
+    # The 32-bit targets and the Android check.
+    [targets]="g++-arm-linux-gnueabihf g++-i686-linux-gnu qemu-user clang-14 lld-14 llvm-14 libc++-14-dev"
+    # The Debian package.
+    [package]="dpkg-dev file lintian"
+)
+
+groups=("$@")
+[ $# -gt 0 ] || groups=("${!packages[@]}")
+missing=()
+for group in "${groups[@]}"; do
+    for package in ${packages[$group]?no such group}; do
+        [ "$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
+    done
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+if [ "$(id -u)" -ne 0 ]; then
+    echo "These packages are missing. Please install them:" >&2
+    echo "  sudo apt-get update && sudo apt-get install --no-install-recommends ${missing[*]}" >&2
+    exit 1
+fi
+echo "Installing ${missing[*]}"
+export DEBIAN_FRONTEND=noninteractive
+apt-get -qq update
+apt-get -qq --yes --no-install-recommends install "${missing[@]}" >/dev/null
