@@ -1,0 +1,125 @@
+#!/usr/bin/env bash
+# Shows the library's main job with real parts: the PC/SC daemon with a card, and pkcs11-tool as an application.
+#   ./demo.sh [--card NAME]     with a simulated card (piv)
+#   ./demo.sh --reader          with the card in your own reader; asks for its PIN, and leaves the PIN as it is
+set -euo pipefail
+cd "$(dirname "$0")"
+
+# What each simulated card is shown with, beyond lists and login.
+declare -A steps_of=(
+    [piv]="sign decrypt change_pin"
+)
+usage="usage: ./demo.sh [--card $(printf '%s\n' "${!steps_of[@]}" | sort | paste -sd '|') | --reader]"
+
+card=piv
+while [ $# -gt 0 ]; do
+    case $1 in
+    --reader) card= && shift ;;
+    --card) card=${2:-?} && shift 2 ;;
+    *) echo "$usage" && exit 2 ;;
+    esac
+done
+steps=${steps_of[${card:-piv}]-}
+[ -n "$steps" ] || { echo "$usage" && exit 2; }
+
+scripts/install-deps.sh build demo
+. scripts/lib.sh
+
+number=0
+# step TEXT COMMAND...: says what is being done, shows what the command prints, and stops when it fails.
+step() {
+    local status=0
+    number=$((number + 1))
+    printf '\n%d. %s\n' "$number" "$1"
+    shift
+    "$@" >"$WORK/output" 2>&1 || status=$?
+    sed 's/^/   | /' "$WORK/output"
+    [ $status -eq 0 ] || fail "step $number, status $status: ${*//$WORK\//}"
+}
+
+tool() {
+    pkcs11-tool --module "$MODULE" ${slot:+--slot "$slot"} "$@"
+}
+
+# The slots with a token as "ID reader name" lines.
+slots_with_token() {
+    tool --list-token-slots | sed -nE 's/^Slot [0-9]+ \((0x[0-9a-f]+)\): (.*)/\1 \2/p'
+}
+
+read_certificate() {
+    tool --read-object --type cert --id "$key" --output-file "$WORK/certificate.der"
+    openssl x509 -inform DER -in "$WORK/certificate.der" -out "$WORK/certificate.pem"
+    openssl x509 -in "$WORK/certificate.pem" -noout -subject
+    openssl x509 -in "$WORK/certificate.pem" -noout -pubkey >"$WORK/public.pem"
+}
+
+sign_digest_info() {
+    # SEQUENCE { SEQUENCE { sha256, NULL }, OCTET STRING of 32 bytes }
+    printf '\x30\x31\x30\x0d\x06\x09\x60\x86\x48\x01\x65\x03\x04\x02\x01\x05\x00\x04\x20' >"$WORK/digest-info"
+    openssl dgst -sha256 -binary "$WORK/letter" >>"$WORK/digest-info"
+    tool --login --pin env:QUARVEL_PIN --sign --mechanism RSA-PKCS --id "$key" \
+        --input-file "$WORK/digest-info" --output-file "$WORK/signature"
+    echo "$(stat -c %s "$WORK/signature") bytes: $(od -An -tx1 -v "$WORK/signature" | tr -d ' \n' | cut -c -48)..."
+}
+
+encrypt_for_card() {
+    echo "Only for the owner of this card." >"$WORK/secret"
+    openssl pkeyutl -encrypt -certin -inkey "$WORK/certificate.pem" -in "$WORK/secret" -out "$WORK/encrypted"
+    echo "$(stat -c %s "$WORK/encrypted") bytes"
+}
+
+decrypt_on_card() {
+    tool --login --pin env:QUARVEL_PIN --decrypt --mechanism RSA-PKCS --id "$key" \
+        --input-file "$WORK/encrypted" --output-file "$WORK/decrypted"
+    cmp "$WORK/secret" "$WORK/decrypted"
+    cat "$WORK/decrypted"
+}
+
+show_sign() {
+    echo "Quarvel signed this on $(date)." >"$WORK/letter"
+    step "Sign the SHA-256 DigestInfo of a file on the card (RSA-PKCS)" sign_digest_info
+    step "Verify the signature with openssl and the card's certificate" \
+        openssl dgst -sha256 -verify "$WORK/public.pem" -signature "$WORK/signature" "$WORK/letter"
+}
+
+show_decrypt() {
+    step "Encrypt a message to the card's certificate with openssl" encrypt_for_card
+    step "Decrypt it on the card" decrypt_on_card
+}
+
+show_change_pin() {
+    export QUARVEL_NEW_PIN=654321
+    step "Change the PIN" tool --change-pin --pin env:QUARVEL_PIN --new-pin env:QUARVEL_NEW_PIN
+    step "Log in with the new PIN" tool --login --pin env:QUARVEL_NEW_PIN --list-objects --type privkey
+    step "Change the PIN back" tool --change-pin --pin env:QUARVEL_NEW_PIN --new-pin env:QUARVEL_PIN
+}
+
+build_desktop
+slot=
+if [ -n "$card" ]; then
+    start_pcsc virtual
+    export QUARVEL_PIN=123456
+    start_card "$card" --pin "$QUARVEL_PIN"
+    slot=$(slots_with_token | grep -F "$READER" | head -n 1 | cut -d ' ' -f 1)
+    [ -n "$slot" ] || fail "the library does not show the card in the virtual reader"
+else
+    start_pcsc
+    slot=$(slots_with_token | grep -vF "$READER" | head -n 1 | cut -d ' ' -f 1)
+    [ -n "$slot" ] || fail "no card that the library knows is in a reader"
+    read -r -s -p "PIN of the card in $(slots_with_token | sed -n "s/^$slot //p"): " QUARVEL_PIN
+    echo
+    export QUARVEL_PIN
+    steps=${steps/change_pin/}
+fi
+
+step "List the slots" tool --list-slots
+step "List the token's mechanisms" tool --list-mechanisms
+step "Log in and list all objects" tool --login --pin env:QUARVEL_PIN --list-objects
+key=$(sed -n '/Private Key Object; RSA/,/ID:/s/.*ID: *//p' "$WORK/output" | head -n 1)
+if [ -n "$key" ]; then
+    step "Read the certificate of key $key" read_certificate
+    for show in $steps; do
+        "show_$show"
+    done
+fi
+printf '\nAll steps passed.\n'

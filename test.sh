@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Builds with warnings as errors, checks formatting and clang-tidy, and runs all tests: plain, and under
+# AddressSanitizer and UndefinedBehaviorSanitizer. What was built and checked before is not done again.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+scripts/install-deps.sh build test
+
+if command -v ccache >/dev/null; then
+    export CMAKE_CXX_COMPILER_LAUNCHER=ccache
+fi
+if [ -t 1 ]; then
+    export GTEST_COLOR=1
+fi
+
+announce() {
+    printf '\n== %s\n' "$1"
+}
+
+announce "Formatting"
+git ls-files -z '*.h' '*.cpp' | xargs -0 clang-format-14 --dry-run --Werror
+
+for preset in debug asan; do
+    announce "Build and tests: $preset"
+    cmake --preset $preset >/dev/null
+    cmake --build --preset $preset
+    ctest --preset $preset --parallel "$(nproc)"
+done
+
+announce "clang-tidy"
+# A build that runs clang-tidy on each file, so that files that did not change since are left out.
+cmake --preset debug -B build/tidy -DCMAKE_CXX_CLANG_TIDY=clang-tidy-14 >/dev/null
+cmake --build build/tidy
+
+announce "All tests passed"
