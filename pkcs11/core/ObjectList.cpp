@@ -44,7 +44,7 @@ void ObjectList::findObjectsInit(const CK_ATTRIBUTE* attributes, CK_ULONG count)
         std::vector<Blob> values;
         std::vector<CK_ATTRIBUTE> entries;
         for (CK_ULONG i = 0; i < count; ++i)
-            values.push_back(valueOf(attributes[i]));
+            values.push_back(Blob::fromMemory(attributes[i].pValue, attributes[i].ulValueLen));
         for (CK_ULONG i = 0; i < count; ++i)
             entries.push_back(
                 {attributes[i].type, values[i].data(), static_cast<CK_ULONG>(values[i].size())});

@@ -8,8 +8,15 @@
 namespace PKCS11 {
 
 class Object;
+class PrivateKey;
+class PublicKey;
+class SecretKey;
 class Slot;
 class Token;
+
+template <class KeyClass>
+struct OperationStart;
+struct OperationStep;
 
 /// One PKCS#11 session: its flags and at most one operation. Login state and objects belong to the slot's
 /// token.
@@ -37,7 +44,8 @@ public:
     CK_FLAGS flags() const { return m_flags; }
     /// Forgets the token of the previous Cryptoki call.
     void beginCall() { m_token = nullptr; }
-    /// The slot's token, fetched once in a Cryptoki call.
+    /// The slot's token, fetched once in a Cryptoki call. A fetch that finds another card pauses the session,
+    /// which the running call then reopens.
     Token* getToken();
 
     CK_STATE getSessionState(CK_FLAGS flags);
@@ -100,9 +108,48 @@ public:
     /// True while the session holds an operation that works with the object.
     bool usesObject(const Object* object) const { return object != nullptr && m_operationObject == object; }
 
-    // The implementer of the session adds its private steps here (operation start and end, key look-ups).
-
 private:
+    CK_STATE refreshState();
+    bool isReadOnly() const { return (m_flags & CKF_RW_SESSION) == 0; }
+    /// Throws CKR_SESSION_READ_ONLY (0xB5).
+    void requireReadWrite(const char* where) const;
+
+    bool isOperationActive() const { return m_operation != nullptr && m_operation->isActive(); }
+    /// Throws CKR_OPERATION_ACTIVE (0x90).
+    void requireNoOperation(const char* where) const;
+    /// Replaces the operation by this active one. Throws CKR_FUNCTION_NOT_SUPPORTED (0x54) when there is
+    /// none.
+    void attach(std::unique_ptr<Mechanism> operation, const Object* key, const char* where);
+    void endOperation();
+    template <class KeyClass>
+    void startOperation(const OperationStart<KeyClass>& start, CK_MECHANISM* pMechanism,
+                        CK_OBJECT_HANDLE hKey);
+    /// Runs one step of the active operation; what becomes of the operation is the row's business.
+    template <class... Arguments>
+    void runStep(const OperationStep& row, const CK_BYTE* output, void (Mechanism::*step)(Arguments...),
+                 Arguments... arguments);
+    /// Runs a key generation as the session's operation; ended in any case.
+    template <class Operation, class Generate>
+    void runKeyGeneration(std::unique_ptr<Operation> operation, const char* where, Generate generate);
+    void requireKeyGeneration(const char* where);
+    static bool ValidMechanism(CK_KEY_TYPE keyType, const CK_MECHANISM* pMechanism);
+
+    Object* getObject(CK_OBJECT_HANDLE hObject);
+    /// Null for an object of another class. Throws CKR_USER_NOT_LOGGED_IN (0x101) for a hidden private key.
+    PrivateKey* getPrivateKey(CK_OBJECT_HANDLE hKey);
+    PublicKey* getPublicKey(CK_OBJECT_HANDLE hKey);
+    SecretKey* getSecretKey(CK_OBJECT_HANDLE hKey);
+    /// Throws CKR_KEY_HANDLE_INVALID (0x60) for an object that is no key.
+    Key* getKey(CK_OBJECT_HANDLE hKey);
+    template <class KeyClass>
+    KeyClass* findKey(CK_OBJECT_HANDLE hKey, const char* where);
+    /// Puts the object into the token's list and returns its handle. Throws CKR_OBJECT_HANDLE_INVALID (0x82)
+    /// for none and for one that is no Storage.
+    CK_OBJECT_HANDLE insertObject(std::unique_ptr<Object> object);
+    /// Throws CKR_USER_NOT_LOGGED_IN (0x101) for a private object without private access.
+    void requireAccess(Object* object, const char* what, const char* where);
+    Token& tokenForRandom(const char* where);
+
     Slot* m_slot = nullptr;
     CK_SLOT_ID m_slotID = 0;
     CK_STATE m_state = CKS_RO_PUBLIC_SESSION;

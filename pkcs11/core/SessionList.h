@@ -34,6 +34,10 @@ public:
     void pauseAllSessions2(CK_SESSION_HANDLE handle);
     /// Drops every operation that works with the object, which is about to be destroyed.
     void endOperations(const Object* object);
+
+private:
+    /// Closes the session and gives its handle free, whatever fails.
+    void remove(CK_SESSION_HANDLE handle) noexcept;
 };
 
 } // namespace PKCS11

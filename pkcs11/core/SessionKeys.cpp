@@ -1,0 +1,216 @@
+/// Key look-ups, and the calls that make or wrap keys.
+#include "pkcs11/core/Session.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/core/Arguments.h"
+#include "pkcs11/core/MechanismList.h"
+#include "pkcs11/core/PrivateKey.h"
+#include "pkcs11/core/PublicKey.h"
+#include "pkcs11/core/SecretKey.h"
+#include "pkcs11/core/Template.h"
+#include "pkcs11/token/Token.h"
+
+#include <cstring>
+#include <utility>
+#include <vector>
+
+namespace PKCS11 {
+
+namespace {
+
+/// Room for a wrapped or unwrapped key, in bytes.
+constexpr int kWrapBuffer = 1024;
+
+} // namespace
+
+// --- Look-ups ---------------------------------------------------------------------------------------------
+
+template <class KeyClass>
+KeyClass* Session::findKey(CK_OBJECT_HANDLE hKey, const char* where)
+{
+    auto* key = dynamic_cast<KeyClass*>(getObject(hKey));
+    if (key != nullptr && key->getPrivate() != CK_FALSE && !canAccessPrivate())
+        throw PKCS11Exception(CKR_USER_NOT_LOGGED_IN, "login required", where);
+    return key;
+}
+
+PrivateKey* Session::getPrivateKey(CK_OBJECT_HANDLE hKey)
+{
+    return findKey<PrivateKey>(hKey, "Session::getPrivateKey");
+}
+
+PublicKey* Session::getPublicKey(CK_OBJECT_HANDLE hKey)
+{
+    return findKey<PublicKey>(hKey, "Session::getPublicKey");
+}
+
+SecretKey* Session::getSecretKey(CK_OBJECT_HANDLE hKey)
+{
+    return findKey<SecretKey>(hKey, "Session::getSecretKey");
+}
+
+Key* Session::getKey(CK_OBJECT_HANDLE hKey)
+{
+    constexpr const char* kWhere = "Session::getKey";
+    Key* key = findKey<Key>(hKey, kWhere);
+    if (key == nullptr)
+        throw PKCS11Exception(CKR_KEY_HANDLE_INVALID, "", kWhere);
+    return key;
+}
+
+// --- Keys made on the card --------------------------------------------------------------------------------
+
+void Session::requireKeyGeneration(const char* where)
+{
+    getToken();
+    requireReadWrite(where);
+    if (!canAccessPrivate())
+        throw PKCS11Exception(CKR_USER_NOT_LOGGED_IN, "", where);
+    requireNoOperation(where);
+}
+
+template <class Operation, class Generate>
+void Session::runKeyGeneration(std::unique_ptr<Operation> operation, const char* where, Generate generate)
+{
+    Operation* generator = operation.get();
+    attach(std::move(operation), nullptr, where);
+    try {
+        generate(*generator);
+    } catch (...) {
+        endOperation();
+        throw;
+    }
+    endOperation();
+}
+
+void Session::generateKey(CK_MECHANISM* pMechanism, CK_ATTRIBUTE* attributes, CK_ULONG count,
+                          CK_OBJECT_HANDLE* phKey)
+{
+    constexpr const char* kWhere = "Session::generateKey";
+    requireKeyGeneration(kWhere);
+    requirePointer(pMechanism);
+    requirePointer(phKey);
+    checkTemplate(attributes, count);
+    std::unique_ptr<SecretKey> key;
+    runKeyGeneration(getToken()->createMechanismGenerateKey(pMechanism), kWhere,
+                     [&](MechanismKeygen& generator) {
+                         SecretKey* made = nullptr;
+                         generator.generateKey(pMechanism, attributes, count, &made);
+                         key.reset(made);
+                     });
+    *phKey = insertObject(std::move(key));
+}
+
+void Session::generateKeyPair(CK_MECHANISM* pMechanism, CK_ATTRIBUTE* publicAttributes, CK_ULONG publicCount,
+                              CK_ATTRIBUTE* privateAttributes, CK_ULONG privateCount,
+                              CK_OBJECT_HANDLE* phPublic, CK_OBJECT_HANDLE* phPrivate)
+{
+    constexpr const char* kWhere = "Session::generateKeyPair";
+    requireKeyGeneration(kWhere);
+    requirePointer(pMechanism);
+    requirePointer(phPublic);
+    requirePointer(phPrivate);
+    checkTemplate(publicAttributes, publicCount);
+    checkTemplate(privateAttributes, privateCount);
+    std::unique_ptr<PublicKey> publicKey;
+    std::unique_ptr<PrivateKey> privateKey;
+    runKeyGeneration(
+        getToken()->createMechanismGenerateKeyPair(pMechanism), kWhere, [&](MechanismKeygen& generator) {
+            PublicKey* madePublic = nullptr;
+            PrivateKey* madePrivate = nullptr;
+            generator.generateKeyPair(pMechanism, publicAttributes, publicCount, privateAttributes,
+                                      privateCount, &madePublic, &madePrivate);
+            publicKey.reset(madePublic);
+            privateKey.reset(madePrivate);
+        });
+    // Half a pair is not kept.
+    if (publicKey == nullptr || privateKey == nullptr)
+        throw PKCS11Exception(CKR_OBJECT_HANDLE_INVALID);
+    *phPrivate = insertObject(std::move(privateKey));
+    *phPublic = insertObject(std::move(publicKey));
+}
+
+void Session::deriveKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hBaseKey, CK_ATTRIBUTE* attributes,
+                        CK_ULONG count, CK_OBJECT_HANDLE* phKey)
+{
+    constexpr const char* kWhere = "Session::deriveKey";
+    Token* token = getToken();
+    requireNoOperation("");
+    requirePointer(phKey);
+    checkTemplate(attributes, count);
+    cleanMechanism();
+    MechanismInfo* info = token->getMechanismList()->getMechanism(pMechanism);
+    if (!info->isDerive())
+        throw PKCS11Exception(CKR_MECHANISM_INVALID, "", kWhere);
+    Key* base = getKey(hBaseKey);
+    if (base->getDerive() == CK_FALSE)
+        throw PKCS11Exception(CKR_KEY_FUNCTION_NOT_PERMITTED, "", kWhere);
+    // The operation stays active behind a derivation, deliberately.
+    attach(base->createDeriveMechanism(pMechanism, info), base, kWhere);
+    Key* derived = nullptr;
+    m_operation->deriveKey(pMechanism, attributes, count, &derived);
+    *phKey = insertObject(std::unique_ptr<Object>(derived));
+}
+
+// --- Wrapping ---------------------------------------------------------------------------------------------
+
+void Session::WrapKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hWrappingKey, CK_OBJECT_HANDLE hKey,
+                      CK_BYTE* pWrapped, CK_ULONG* pulWrappedLen)
+{
+    constexpr const char* kWhere = "Session::WrapKey";
+    getObject(hWrappingKey); // only has to exist here
+    Object* object = getObject(hKey);
+    auto* key = object->getClass() == CKO_SECRET_KEY ? dynamic_cast<SecretKey*>(object) : nullptr;
+    if (key == nullptr)
+        throw PKCS11Exception(CKR_KEY_NOT_WRAPPABLE, "", kWhere);
+    Blob value = key->getValue();
+    if (key->getValueLen() == 0 || value.empty())
+        throw PKCS11Exception(CKR_KEY_SIZE_RANGE, "", kWhere);
+    // A caller who wants neither gets neither; an output alone has no room that could be known.
+    if (pWrapped != nullptr)
+        requirePointer(pulWrappedLen);
+
+    Blob wrapped(kWrapBuffer, 0);
+    auto length = static_cast<CK_ULONG>(wrapped.size());
+    encryptInit(pMechanism, hWrappingKey);
+    encrypt(value.data(), static_cast<CK_ULONG>(value.size()), wrapped.data(), &length);
+    if (pulWrappedLen == nullptr)
+        return;
+    const CK_ULONG room = std::exchange(*pulWrappedLen, length);
+    if (pWrapped == nullptr)
+        return;
+    if (room < length)
+        throw PKCS11Exception(CKR_BUFFER_TOO_SMALL, "", kWhere);
+    std::memcpy(pWrapped, wrapped.data(), length);
+}
+
+void Session::UnwrapKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hUnwrappingKey, CK_BYTE* pWrapped,
+                        CK_ULONG ulWrappedLen, CK_ATTRIBUTE* attributes, CK_ULONG count,
+                        CK_OBJECT_HANDLE* phKey)
+{
+    constexpr const char* kWhere = "Session::UnwrapKey";
+    getObject(hUnwrappingKey);
+    if (pWrapped == nullptr)
+        throw PKCS11Exception(CKR_WRAPPED_KEY_INVALID, "", kWhere);
+    if (ulWrappedLen == 0)
+        throw PKCS11Exception(CKR_WRAPPED_KEY_LEN_RANGE, "", kWhere);
+    requirePointer(phKey);
+    checkTemplate(attributes, count);
+
+    Blob value(kWrapBuffer, 0);
+    auto length = static_cast<CK_ULONG>(value.size());
+    decryptInit(pMechanism, hUnwrappingKey);
+    decrypt(pWrapped, ulWrappedLen, value.data(), &length);
+    if (length == 0)
+        throw PKCS11Exception(CKR_WRAPPED_KEY_INVALID, "", kWhere);
+    if (findAttribute(CKA_CLASS, attributes, count) == nullptr)
+        throw PKCS11Exception(CKR_TEMPLATE_INCOMPLETE, "", kWhere);
+    CK_OBJECT_CLASS objectClass = CKO_VENDOR_DEFINED;
+    if (!findObjectClass(attributes, count, objectClass) || objectClass != CKO_SECRET_KEY)
+        throw PKCS11Exception(CKR_FUNCTION_NOT_SUPPORTED, "", kWhere);
+    std::vector<CK_ATTRIBUTE> complete(attributes, attributes + count);
+    complete.push_back({CKA_VALUE, value.data(), length});
+    createObject(complete.data(), static_cast<CK_ULONG>(complete.size()), phKey);
+}
+
+} // namespace PKCS11

@@ -1,0 +1,118 @@
+#include "pkcs11/core/SessionList.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/core/Arguments.h"
+#include "pkcs11/core/Session.h"
+#include "pkcs11/pcsc/Slot.h"
+
+#include <memory>
+
+namespace PKCS11 {
+
+namespace {
+
+/// No failure of one session stops a walk over all of them.
+template <class Action>
+void swallow(Action action) noexcept
+{
+    try {
+        action();
+    } catch (...) { // NOLINT(bugprone-empty-catch)
+    }
+}
+
+} // namespace
+
+SessionList::~SessionList()
+{
+    for (unsigned long handle = 1; handle <= highWater(); ++handle)
+        remove(handle);
+}
+
+void SessionList::openSession(Slot* slot, CK_SLOT_ID slotID, CK_FLAGS flags, void* pApplication,
+                              CK_NOTIFY notify, CK_SESSION_HANDLE* phSession)
+{
+    requirePointer(phSession);
+    auto session = std::make_unique<Session>();
+    try {
+        session->openSession(slot, slotID, flags, pApplication, notify);
+    } catch (const PKCS11Exception&) {
+        session->openSession(slot, slotID, flags, pApplication, notify);
+    }
+    *phSession = putEntry(session.get());
+    session.release(); // the table holds it now
+}
+
+Session* SessionList::getSession(CK_SESSION_HANDLE handle)
+{
+    constexpr const char* kWhat = "CKR_SESSION_HANDLE_INVALID";
+    constexpr const char* kWhere = "SessionList::getSession";
+    Session* session = peekSession(handle);
+    if (session == nullptr)
+        throw PKCS11Exception(CKR_SESSION_HANDLE_INVALID, kWhat, kWhere);
+    session->beginCall();
+    try {
+        session->reopenSession();
+    } catch (const PKCS11Exception&) {
+        // The slot has no token now; nobody's operation may outlive it.
+        pauseAllSessions(session->slotID());
+        throw PKCS11Exception(CKR_SESSION_HANDLE_INVALID, kWhat, kWhere);
+    }
+    return session;
+}
+
+void SessionList::closeSession(CK_SESSION_HANDLE handle)
+{
+    getSession(handle)->closeSession();
+    const std::unique_ptr<Session> closed(static_cast<Session*>(delEntry(handle)));
+}
+
+void SessionList::closeAllSessions(CK_SLOT_ID slotID)
+{
+    for (unsigned long handle = 1; handle <= highWater(); ++handle) {
+        const Session* session = peekSession(handle);
+        if (session != nullptr && session->slotID() == slotID)
+            remove(handle);
+    }
+}
+
+void SessionList::remove(CK_SESSION_HANDLE handle) noexcept
+{
+    Session* session = peekSession(handle);
+    if (session == nullptr)
+        return;
+    swallow([&] {
+        // A paused session closes without a logout; the login still ends with the slot's last session.
+        if (session->isPaused())
+            session->slot()->logoutLastSession();
+        else
+            session->closeSession();
+    });
+    // The slot counts the session until here.
+    const std::unique_ptr<Session> removed(static_cast<Session*>(Table::delEntry(handle)));
+}
+
+void SessionList::pauseAllSessions(CK_SLOT_ID slotID)
+{
+    for (unsigned long handle = 1; handle <= highWater(); ++handle) {
+        Session* session = peekSession(handle);
+        if (session != nullptr && session->slotID() == slotID)
+            swallow([&] { session->closeSession(); });
+    }
+}
+
+void SessionList::pauseAllSessions2(CK_SESSION_HANDLE handle)
+{
+    pauseAllSessions(static_cast<Session*>(getEntry(handle))->slotID());
+}
+
+void SessionList::endOperations(const Object* object)
+{
+    for (unsigned long handle = 1; handle <= highWater(); ++handle) {
+        Session* session = peekSession(handle);
+        if (session != nullptr && session->usesObject(object))
+            session->cleanMechanism();
+    }
+}
+
+} // namespace PKCS11
