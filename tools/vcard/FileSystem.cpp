@@ -251,7 +251,7 @@ Response FileSystem::readBinary(const Command& command)
         return sw::wrongP1P2;
     }
     const File* file = nullptr;
-    const Response refusal = target(byShortId ? command.p1 & 0x1FU : 0, File::Kind::Transparent, file);
+    Response refusal = target(byShortId ? command.p1 & 0x1FU : 0, File::Kind::Transparent, file);
     if (file == nullptr) {
         return refusal;
     }
@@ -272,7 +272,7 @@ Response FileSystem::readRecord(const Command& command)
         return sw::wrongP1P2;
     }
     const File* file = nullptr;
-    const Response refusal = target(command.p2 >> 3, File::Kind::Records, file);
+    Response refusal = target(command.p2 >> 3, File::Kind::Records, file);
     if (file == nullptr) {
         return refusal;
     }

@@ -31,6 +31,12 @@ enum Control : unsigned char { PowerOff = 0, PowerOn = 1, Reset = 2, GetAtr = 4 
 
 constexpr timespec betweenTries = {0, 100L * 1000 * 1000};
 
+std::runtime_error noReader(const std::string& host, const std::string& port, int reason)
+{
+    return std::runtime_error("no virtual reader at " + host + ":" + port + " (" + std::strerror(reason) +
+                              "); is pcscd running with the vpcd driver?");
+}
+
 struct FreeAddresses {
     void operator()(addrinfo* addresses) const { freeaddrinfo(addresses); }
 };
@@ -55,8 +61,7 @@ void VpcdClient::connect(const std::string& host, const std::string& port, std::
     while (!tryConnect(host, port)) {
         const int reason = errno;
         if (m_stop != 0 || std::chrono::steady_clock::now() >= deadline) {
-            throw std::runtime_error("no virtual reader at " + host + ":" + port + " (" +
-                                     std::strerror(reason) + "); is pcscd running with the vpcd driver?");
+            throw noReader(host, port, reason);
         }
         ppoll(nullptr, 0, &betweenTries, &m_unblocked);
     }
