@@ -1,0 +1,65 @@
+#include "pkcs11/drivers/ias/PKCS15CommonKeyAttributes.h"
+
+namespace PKCS11 {
+
+namespace {
+
+constexpr char kError[] = "PKCS15CommonKeyAttributes::Import";
+
+constexpr PKCS15Element kElements[] = {{0x04}, {0x03}, {0x03}, {0x01}, {0x02}, {0x18}, {0xA0, 0x18}};
+constexpr PKCS15Layout kLayout = pkcs15Layout(kElements, PKCS15Layout::Others::Skip, kError, kError);
+
+constexpr unsigned char kNonRepudiation = 0x40;
+
+bool hasBits(const Blob& bits, unsigned char flags)
+{
+    return bits.size() >= 2 && (bits.at(1) & flags) == flags;
+}
+
+/// The bit string with the flags of its first byte set or cleared.
+Blob withBits(Blob bits, unsigned char flags, bool on)
+{
+    if (bits.size() < 2) {
+        if (!on)
+            return bits;
+        bits = Blob(2, 0);
+        bits.at(0) = 7;
+    }
+    unsigned char& first = bits.at(1);
+    first = static_cast<unsigned char>(on ? first | flags : first & ~flags);
+    // A set bit is none of the unused ones.
+    while (bits.size() == 2 && bits.at(0) > 0 && (first & ((1U << bits.at(0)) - 1)) != 0)
+        --bits.at(0);
+    return bits;
+}
+
+} // namespace
+
+PKCS15CommonKeyAttributes::PKCS15CommonKeyAttributes() : PKCS15Sequence(kLayout) {}
+
+bool PKCS15CommonKeyAttributes::GetKeyUsage(unsigned char flags) const
+{
+    return hasBits(usage(), flags);
+}
+
+bool PKCS15CommonKeyAttributes::GetKeyAccess(unsigned char flags) const
+{
+    return hasBits(accessFlags(), flags);
+}
+
+void PKCS15CommonKeyAttributes::SetKeyUsage(unsigned char flags, bool on)
+{
+    setUsage(withBits(usage(), flags, on));
+}
+
+void PKCS15CommonKeyAttributes::SetKeyAccess(unsigned char flags, bool on)
+{
+    setAccessFlags(withBits(accessFlags(), flags, on));
+}
+
+bool PKCS15CommonKeyAttributes::isForNonRepudiation() const
+{
+    return usage().size() >= 3 && (usage().at(2) & kNonRepudiation) != 0;
+}
+
+} // namespace PKCS11
