@@ -1,6 +1,7 @@
 #include "tools/vcard/Families.h"
 
 #include "tools/vcard/AcosCard.h"
+#include "tools/vcard/CardOSCard.h"
 #include "tools/vcard/PivCard.h"
 
 #include <algorithm>
@@ -45,8 +46,22 @@ std::unique_ptr<Card> makeEdu(const CardOptions& options)
     return std::make_unique<AcosEduCard>(options.pin);
 }
 
+template <bool isV50>
+std::unique_ptr<Card> makeCardOS(const CardOptions& options)
+{
+    if (options.pin.size() < 4 || options.pin.size() > 10)
+        throw std::invalid_argument("the PIN of a CardOS card has four to ten characters");
+    CardOSOptions cardOS;
+    cardOS.isV50 = isV50;
+    cardOS.rsaBits = options.rsaBits;
+    cardOS.pin = options.pin;
+    return std::make_unique<CardOSCard>(cardOS);
+}
+
 constexpr std::array families = {
     Family{"piv", "PIV: RSA keys 9A, 9C, 9D and EC key 9E with certificates", makePiv},
+    Family{"cardos", "CardOS V4.3b: one RSA key of 1024 bits, certificate, data object", makeCardOS<false>},
+    Family{"cardos-v5", "CardOS V5.0: one RSA key of 2048 bits, certificate, data object", makeCardOS<true>},
     Family{"atrust", "A-Trust ACOS: one RSA key of 1024 bits, certificate, cardholder data", makeAtrust},
     Family{"edu", "ACOS EDU: two RSA keys of 1024 bits, certificates, data files", makeEdu},
 };
