@@ -4,6 +4,7 @@
 #include "pkcs11/pcsc/StatusWord.h"
 #include "pkcs11/token/Blob.h"
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -34,8 +35,7 @@ public:
     /// The PC/SC reader name.
     const std::string& GetName() const override { return m_readerName; }
 
-    // --- Channel
-    // -------------------------------------------------------------------------------------------------
+    // --- Channel ---
 
     /// Connects if not connected. Throws CKR_GENERAL_ERROR (5) when that fails.
     bool CreateChannel();
@@ -47,8 +47,7 @@ public:
     /// The PC/SC result of SCardStatus on the card handle; 0 is success.
     long cardStatus() const;
 
-    // --- Exchange
-    // ------------------------------------------------------------------------------------------------
+    // --- Exchange ---
 
     /// One exchange without status-word rules; after a reset or removal the card is reconnected and the
     /// command sent once more. `resp` must hold 638 bytes; *respLen becomes the length of the data without
@@ -70,8 +69,7 @@ public:
     /// SendCmd, then GET RESPONSE as long as the status is 61xx. For answers of more than 256 bytes.
     int SendCmdChained(const Blob& cmd, Blob& resp);
 
-    // --- Files
-    // ---------------------------------------------------------------------------------------------------
+    // --- Files ---
 
     /// Reads the selected transparent file in chunks of 241 bytes, at most `room` bytes of it.
     int ReadBinary(char* buf, int room, int* len);
@@ -87,8 +85,7 @@ public:
     void SelectEF_IAS(const Blob& fid);
     void SelectEF_IAS(unsigned short fid);
 
-    // --- Identification
-    // ------------------------------------------------------------------------------------------
+    // --- Identification ---
 
     /// The ATR of the card in the reader, empty if there is none.
     Blob GetATR();
@@ -108,6 +105,12 @@ public:
     void setEduVariant(int variant) { m_eduVariant = variant; }
 
 private:
+    int fetchAnswer(unsigned char le, char* resp, int* respLen);
+    /// Selects the applications in turn, then the two PKCS#15 files below the last; false when one is
+    /// missing.
+    bool selectsPKCS15(std::initializer_list<Blob> applications);
+    std::unique_ptr<Token> buildToken();
+
     std::string m_readerName;
     PCSCSystem* m_system;
     PCSCHandle m_card = 0;

@@ -1,0 +1,120 @@
+// Transparent files and selection (ISO/IEC 7816-4) on the channel of a PCSCSlot.
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
+#include "pkcs11/token/ByteOrder.h"
+#include "pkcs11/token/Hex.h"
+
+#include <algorithm>
+#include <winscard.h>
+
+namespace PKCS11 {
+namespace {
+
+/// READ BINARY tells its offset in 15 bits; the bit above means another kind of command.
+constexpr int kOffsetLimit = 0x8000;
+/// An answer of more bytes than this is a full chunk of ReadBinary, which asks for one more.
+constexpr int kShortChunk = 240;
+/// Bytes that ReadBinary(Blob&) reads at most.
+constexpr int kReadBinarySize = 4096;
+/// Length asked for when the card refuses the one before.
+constexpr unsigned char kFallbackLe = 0x70;
+
+/// READ BINARY with the offset in P1-P2.
+void setOffset(Blob& command, int offset)
+{
+    command[2] = static_cast<unsigned char>(offset >> 8);
+    command[3] = static_cast<unsigned char>(offset & 0xFF);
+}
+
+} // namespace
+
+int PCSCSlot::ReadBinary(char* buf, int room, int* len)
+{
+    *len = 0;
+    Blob command = PKCS11_hex2blob("00b00000F1");
+    int offset = 0;
+    int sw = SW_SUCCESS;
+    while (offset < room && offset < kOffsetLimit) {
+        setOffset(command, offset);
+        Blob chunk;
+        sw = SendCmd(command, chunk);
+        if (sw == SW_OFFSET_OUTSIDE_EF && offset > 0) {
+            sw = SW_SUCCESS; // the file ended with the last full chunk
+            break;
+        }
+        if (sw == SW_SUCCESS || sw == SW_EOF_REACHED) {
+            const int count = std::min(chunk.size(), room - offset);
+            std::copy_n(chunk.begin(), count, buf + offset);
+            offset += count;
+        }
+        if (sw != SW_SUCCESS || chunk.size() <= kShortChunk)
+            break;
+    }
+    *len = offset;
+    return sw == SW_EOF_REACHED ? static_cast<int>(SW_SUCCESS) : sw;
+}
+
+int PCSCSlot::ReadBinary(Blob& out)
+{
+    Blob buffer(kReadBinarySize, 0);
+    int length = 0;
+    const int sw = ReadBinary(reinterpret_cast<char*>(buffer.data()), buffer.size(), &length);
+    out = buffer.slice(0, length);
+    return sw;
+}
+
+Blob PCSCSlot::ReadBinaryEF()
+{
+    Blob command = PKCS11_hex2blob("00b0000000");
+    Blob file;
+    bool lengthChanged = false;
+    while (file.size() < kOffsetLimit) {
+        setOffset(command, file.size());
+        Blob chunk;
+        const int sw = SendCmd(command, chunk);
+        file.append(chunk);
+        const bool wrongLength = isWrongLe(sw) || sw == SW_WRONG_LENGTH;
+        // A refusal of the length carries no data. The other length gets one try.
+        if (chunk.empty() && (!wrongLength || lengthChanged))
+            break;
+        if (sw != SW_SUCCESS && !wrongLength)
+            break;
+        if (!wrongLength)
+            command.back() = 0;
+        else if (isWrongLe(sw) && m_protocol == SCARD_PROTOCOL_T0)
+            command.back() = sw2(sw);
+        else
+            command.back() = kFallbackLe;
+        lengthChanged = wrongLength;
+    }
+    return file;
+}
+
+Blob PCSCSlot::SelectAppl(const Blob& aid)
+{
+    Blob answer;
+    int sw = Send(PKCS11_hex2blob("00a40404"), aid, answer);
+    if (sw == SW_INCORRECT_P1P2)
+        sw = Send(PKCS11_hex2blob("00a40400"), aid, answer);
+    if (sw != SW_SUCCESS)
+        throw PKCS11Exception(CKR_DEVICE_ERROR);
+    return answer;
+}
+
+Blob PCSCSlot::SelectAppl(const char* aidHex)
+{
+    return SelectAppl(PKCS11_hex2blob(aidHex));
+}
+
+void PCSCSlot::SelectEF_IAS(const Blob& fid)
+{
+    if (Send(PKCS11_hex2blob("00a40204"), fid) != SW_SUCCESS)
+        throw PKCS11Exception(CKR_DEVICE_ERROR, "Select File", "PCSCSlot::SelectEF");
+}
+
+void PCSCSlot::SelectEF_IAS(unsigned short fid)
+{
+    SelectEF_IAS(PKCS11_short2blob(fid));
+}
+
+} // namespace PKCS11

@@ -1,0 +1,126 @@
+#include "pkcs11/pcsc/PCSCSlot.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/pcsc/SCardCall.h"
+#include "pkcs11/token/Token.h"
+
+#include <algorithm>
+#include <array>
+#include <winscard.h>
+
+namespace PKCS11 {
+namespace {
+
+constexpr DWORD kProtocols = SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1;
+
+template <std::size_t N>
+void copyText(const std::string& text, CK_UTF8CHAR (&field)[N])
+{
+    std::copy_n(text.begin(), std::min(text.size(), N), field);
+}
+
+/// The present state of a reader, without a channel to its card.
+long readState(PCSCContext context, const std::string& reader, SCARD_READERSTATE& state)
+{
+    state = {};
+    state.szReader = reader.c_str();
+    state.dwCurrentState = SCARD_STATE_UNAWARE;
+    return SCardGetStatusChange(context, 0, &state, 1);
+}
+
+} // namespace
+
+PCSCSlot::PCSCSlot(PKCS11Wrapper* wrapper, PCSCSystem* system, const char* readerName)
+    : Slot(wrapper), m_readerName(readerName), m_system(system)
+{
+    copyText(m_readerName, m_info.slotDescription);
+    copyText(m_readerName, m_info.manufacturerID);
+    m_info.flags = CKF_REMOVABLE_DEVICE | CKF_HW_SLOT;
+    m_info.hardwareVersion = {0, 1};
+    m_info.firmwareVersion = {0, 1};
+    m_system->addReference();
+}
+
+PCSCSlot::~PCSCSlot()
+{
+    Logger::Log(Logger::kTrace, "........~PCSCSlot begin");
+    // The token closes the channel, which must still exist.
+    deleteToken();
+    m_system->release();
+    Logger::Log(Logger::kTrace, "........~PCSCSlot end");
+}
+
+bool PCSCSlot::isTokenPresent()
+{
+    SCARD_READERSTATE state{};
+    if (readState(m_system->GetContext(), m_readerName, state) != SCARD_S_SUCCESS)
+        throw PKCS11Exception(CKR_DEVICE_ERROR, "could not connect to reader (wrong READERNAME set?)",
+                              "PCSCSlot::IsTokenPresent");
+    return (state.dwEventState & SCARD_STATE_PRESENT) != 0;
+}
+
+Blob PCSCSlot::GetATR()
+{
+    SCARD_READERSTATE state{};
+    if (readState(m_system->GetContext(), m_readerName, state) != SCARD_S_SUCCESS ||
+        (state.dwEventState & SCARD_STATE_PRESENT) == 0)
+        return {};
+    return Blob(state.rgbAtr, state.rgbAtr + std::min<DWORD>(state.cbAtr, sizeof state.rgbAtr));
+}
+
+CK_RV PCSCSlot::InitToken(CK_BYTE* /*pin*/, CK_ULONG /*pinLen*/, CK_BYTE* /*label*/)
+{
+    return CKR_OK;
+}
+
+bool PCSCSlot::CreateChannel()
+{
+    if (isConnected())
+        return true;
+    SCARDHANDLE card = 0;
+    const long result = SCardConnect(m_system->GetContext(), m_readerName.c_str(), SCARD_SHARE_SHARED,
+                                     kProtocols, &card, &m_protocol);
+    if (result != SCARD_S_SUCCESS) {
+        traceCode(result);
+        throw PKCS11Exception(CKR_GENERAL_ERROR);
+    }
+    m_card = card;
+    return true;
+}
+
+bool PCSCSlot::CloseChannel()
+{
+    if (isConnected()) {
+        const long result = SCardDisconnect(m_card, SCARD_LEAVE_CARD);
+        m_card = 0;
+        traceCall("SCardDisconnect", result);
+    }
+    return true;
+}
+
+void PCSCSlot::ResetChannel()
+{
+    constexpr char kWhere[] = "PCSCSlot::ResetChannel";
+    if (!isConnected())
+        throw PKCS11Exception(CKR_GENERAL_ERROR, "card not connected", kWhere);
+    const long result = SCardReconnect(m_card, SCARD_SHARE_SHARED, kProtocols, SCARD_RESET_CARD, &m_protocol);
+    if (result != SCARD_S_SUCCESS) {
+        Logger::Log(Logger::kTrace, "reset error:");
+        traceCode(result);
+        throw PKCS11Exception(CKR_GENERAL_ERROR, "reset error", kWhere);
+    }
+}
+
+long PCSCSlot::cardStatus() const
+{
+    // Only the result counts, but older PC/SC services insist on the buffers.
+    std::array<char, 10000> reader;
+    std::array<unsigned char, 100> atr;
+    DWORD readerLength = reader.size();
+    DWORD atrLength = atr.size();
+    DWORD state = 0;
+    DWORD protocol = 0;
+    return SCardStatus(m_card, reader.data(), &readerLength, &state, &protocol, atr.data(), &atrLength);
+}
+
+} // namespace PKCS11

@@ -1,0 +1,219 @@
+// The APDU transport of PCSCSlot. Commands and answers can hold PINs and keys: they are never logged, and the
+// buffers of this file are wiped.
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
+#include "pkcs11/pcsc/SCardCall.h"
+#include "pkcs11/token/Hex.h"
+
+#include <algorithm>
+#include <array>
+#include <winscard.h>
+
+namespace PKCS11 {
+namespace {
+
+constexpr char kWhere[] = "PCSCSlot::SendCmdIntern";
+/// Bytes offered for one answer.
+constexpr DWORD kReceiveSize = 640;
+/// Bytes kept for one answer by the forms that return a Blob.
+constexpr std::size_t kAnswerSize = 1024;
+/// Bytes of an answer that a card may spread over GET RESPONSE commands.
+constexpr int kChainLimit = 0x10000;
+/// Invalid parameter in the words of the operating system; some reader drivers pass it through.
+constexpr long kInvalidParameter = 0x57;
+/// Reader drivers that know no extended APDUs fail with this code.
+constexpr long kDriverRefused = 1;
+
+template <std::size_t Size>
+struct WipedBuffer {
+    WipedBuffer() = default;
+    WipedBuffer(const WipedBuffer&) = delete;
+    WipedBuffer& operator=(const WipedBuffer&) = delete;
+    ~WipedBuffer() { cleanse(bytes.data(), bytes.size()); }
+
+    std::array<char, Size> bytes;
+};
+
+struct Answer {
+    WipedBuffer<kReceiveSize> buffer;
+    DWORD length = 0;
+};
+
+bool isKnownProtocol(DWORD protocol)
+{
+    return protocol == SCARD_PROTOCOL_T0 || protocol == SCARD_PROTOCOL_T1;
+}
+
+/// One exchange under a known protocol. T=0 knows no Le behind data: a reader that refuses it gets the
+/// command without.
+long transmit(SCARDHANDLE card, DWORD protocol, const char* cmd, int cmdLen, Answer& answer)
+{
+    const SCARD_IO_REQUEST* const pci = protocol == SCARD_PROTOCOL_T0 ? SCARD_PCI_T0 : SCARD_PCI_T1;
+    const auto send = [&](int length) {
+        return SCardTransmit(card, pci, reinterpret_cast<const BYTE*>(cmd), static_cast<DWORD>(length),
+                             nullptr, reinterpret_cast<BYTE*>(answer.buffer.bytes.data()), &answer.length);
+    };
+    answer.length = kReceiveSize;
+    const long result = send(cmdLen);
+    const bool refused = result == kInvalidParameter || result == SCARD_E_INVALID_PARAMETER;
+    if (protocol != SCARD_PROTOCOL_T0 || !refused || cmdLen < 1)
+        return result;
+    answer.length = std::min(answer.length, kReceiveSize);
+    return send(cmdLen - 1);
+}
+
+bool wantsReset(long result)
+{
+    return result == SCARD_W_RESET_CARD || result == SCARD_W_REMOVED_CARD ||
+           result == SCARD_W_UNRESPONSIVE_CARD;
+}
+
+/// header, Lc, data. Lc wraps at 256 bytes.
+Blob frame(const Blob& header, const Blob& data)
+{
+    Blob command;
+    command.reserve(header.size() + data.size() + 2);
+    command.append(header);
+    command.push_back(static_cast<unsigned char>(data.size() & 0xFF));
+    return std::move(command.append(data));
+}
+
+const char* chars(const Blob& bytes)
+{
+    return reinterpret_cast<const char*>(bytes.data());
+}
+
+/// Appends answers as long as the status announces more, and returns the last status.
+template <class FetchAnswer>
+int collect(int sw, Blob& data, FetchAnswer fetchAnswer)
+{
+    while (hasMoreData(sw) && data.size() < kChainLimit) {
+        WipedBuffer<kAnswerSize> answer;
+        int length = 0;
+        sw = fetchAnswer(sw2(sw), answer.bytes.data(), &length);
+        if (length == 0)
+            break;
+        data.insert(data.end(), answer.bytes.data(), answer.bytes.data() + length);
+    }
+    return sw;
+}
+
+} // namespace
+
+int PCSCSlot::SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLen)
+{
+    if (!isConnected())
+        throw PKCS11Exception(CKR_GENERAL_ERROR, "card not connected", kWhere);
+    if (!isKnownProtocol(m_protocol))
+        throw PKCS11Exception(CKR_GENERAL_ERROR, "unknown protocol", kWhere);
+
+    Answer answer;
+    long result = transmit(m_card, m_protocol, cmd, cmdLen, answer);
+    if (result != SCARD_S_SUCCESS) {
+        Logger::Log(Logger::kTrace, "Send PCSC Command error:");
+        traceCode(result);
+    }
+    if (wantsReset(result)) {
+        ResetChannel();
+        if (isKnownProtocol(m_protocol))
+            result = transmit(m_card, m_protocol, cmd, cmdLen, answer);
+    }
+
+    const DWORD length = answer.length;
+    if (result != SCARD_S_SUCCESS || length < 2 || length > kReceiveSize) {
+        Logger::Log(Logger::kTrace, "PCSC driver failed:");
+        traceCode(result);
+        if (result == kDriverRefused)
+            Logger::Log(Logger::kTrace, "maybe the extended APDU is not supported.");
+        throw PKCS11Exception(CKR_GENERAL_ERROR, "PCSC driver failed", kWhere);
+    }
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(answer.buffer.bytes.data());
+    *respLen = static_cast<int>(length) - 2;
+    std::copy_n(bytes, *respLen, reinterpret_cast<unsigned char*>(resp));
+    return bytes[length - 2] << 8 | bytes[length - 1];
+}
+
+int PCSCSlot::fetchAnswer(unsigned char le, char* resp, int* respLen)
+{
+    Blob command = PKCS11_hex2blob("00c0000000"); // GET RESPONSE
+    command.back() = le;
+    return SendCmdIntern(chars(command), command.size(), resp, respLen);
+}
+
+int PCSCSlot::SendCmd(const char* cmd, int cmdLen, char* resp, int* respLen)
+{
+    int sw = SendCmdIntern(cmd, cmdLen, resp, respLen);
+    if (isWrongLe(sw)) {
+        Blob command(cmd, cmd + cmdLen);
+        if (cmdLen <= 4)
+            command.push_back(sw2(sw));
+        else
+            command.back() = sw2(sw);
+        sw = SendCmdIntern(chars(command), command.size(), resp, respLen);
+    }
+    if (hasMoreData(sw) && *respLen == 0)
+        sw = fetchAnswer(sw2(sw), resp, respLen);
+    return sw;
+}
+
+int PCSCSlot::SendCmd(const std::string& hex, char* resp, int* respLen)
+{
+    const Blob command = PKCS11_hex2blob(hex.c_str()).slice(0, static_cast<int>(hex.size() / 2));
+    return SendCmd(chars(command), command.size(), resp, respLen);
+}
+
+int PCSCSlot::SendCmd(const Blob& cmd, Blob& resp)
+{
+    WipedBuffer<kAnswerSize> answer;
+    int length = 0;
+    const int sw = SendCmd(chars(cmd), cmd.size(), answer.bytes.data(), &length);
+    resp = Blob(answer.bytes.data(), answer.bytes.data() + length);
+    return sw;
+}
+
+int PCSCSlot::SendCmd(const Blob& cmd)
+{
+    Blob discarded;
+    return SendCmd(cmd, discarded);
+}
+
+int PCSCSlot::SendCmdChained(const Blob& cmd, Blob& resp)
+{
+    const int sw = SendCmd(cmd, resp);
+    return collect(sw, resp, [this](unsigned char le, char* answer, int* length) {
+        return fetchAnswer(le, answer, length);
+    });
+}
+
+int PCSCSlot::Send(const Blob& header, const Blob& data, unsigned char le, Blob& resp)
+{
+    Blob command = frame(header, data);
+    command.push_back(le);
+    return SendCmd(command, resp);
+}
+
+int PCSCSlot::Send(const Blob& header, const Blob& data, Blob& resp)
+{
+    return SendCmd(frame(header, data), resp);
+}
+
+int PCSCSlot::Send(const Blob& header, const Blob& data)
+{
+    return SendCmd(frame(header, data));
+}
+
+Blob PCSCSlot::SendCard(const Blob& header, const Blob& data)
+{
+    const Blob command = frame(header, data);
+    WipedBuffer<kAnswerSize> answer;
+    int length = 0;
+    // Without the rule for a wrong Le: the command has none.
+    const int sw = SendCmdIntern(chars(command), command.size(), answer.bytes.data(), &length);
+    Blob result(answer.bytes.data(), answer.bytes.data() + length);
+    collect(sw, result, [this](unsigned char le, char* more, int* moreLength) {
+        return fetchAnswer(le, more, moreLength);
+    });
+    return result;
+}
+
+} // namespace PKCS11
