@@ -56,10 +56,20 @@ public:
     void setReaderState(PCSCWord state) { m_readerState = state; }
 
 protected:
+    /// For destructors of slots whose token still talks to them.
+    void deleteToken();
+
     CK_SLOT_INFO m_info;
 
 private:
     Token* fetchToken(bool knownPresent);
+    /// Pauses the slot's sessions, whose operations hold objects of the token, then deletes it.
+    void dropToken();
+    struct SessionCounts {
+        CK_ULONG all = 0;
+        CK_ULONG readWrite = 0;
+    };
+    SessionCounts countSessions() const;
 
     bool m_eventPending = true;
     PCSCWord m_readerState = 0;
