@@ -26,9 +26,34 @@ public:
     void stopWaitForSlotEvent();
 
 private:
-    /// Context of its own, so that a blocked wait does not hold up the other calls; 0 while nobody waits.
+    struct ReaderStates;
+
+    /// Takes part in the wait from construction to destruction.
+    class Waiter {
+    public:
+        explicit Waiter(SlotList& list);
+        ~Waiter();
+        Waiter(const Waiter&) = delete;
+        Waiter& operator=(const Waiter&) = delete;
+
+    private:
+        SlotList& m_list;
+    };
+
+    PCSCContext waitContext();
+    /// The PC/SC result.
+    long releaseWaitContext();
+    void refreshReported(const ReaderStates& states);
+    CK_SLOT_ID findEvent(ReaderStates& states) const;
+    CK_SLOT_ID findFlagged(const ReaderStates& states);
+    void cancelWaiters();
+
+    /// Context of its own, so that a blocked wait does not hold up the other calls; 0 from every release on.
+    /// A poll that found nothing keeps it.
     std::atomic<PCSCContext> m_context{0};
     std::atomic<int> m_waiters{0};
+    /// The process of the waiters: after a fork their threads do not exist in the child.
+    std::atomic<int> m_waitersProcess{0};
     std::atomic<bool> m_stopping{false};
 };
 

@@ -1,0 +1,253 @@
+#include "pkcs11/pcsc/SlotList.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/pcsc/SCardCall.h"
+#include "pkcs11/token/ByteOrder.h"
+
+#include <algorithm>
+#include <unistd.h>
+#include <vector>
+#include <winscard.h>
+
+namespace PKCS11 {
+namespace {
+
+constexpr char kWhere[] = "SlotList::waitForSlotEvent";
+/// Pause between two cancels of a wait, in milliseconds.
+constexpr long kCancelInterval = 1;
+
+bool has(DWORD state, DWORD bits)
+{
+    return (state & bits) != 0;
+}
+bool gained(DWORD before, DWORD now, DWORD bit)
+{
+    return !has(before, bit) && has(now, bit);
+}
+
+/// Logs every event between the two states of a reader; true when there is one.
+bool traceEvents(DWORD before, DWORD now)
+{
+    const struct {
+        bool happened;
+        const char* text;
+    } events[] = {
+        {has(before, SCARD_STATE_EMPTY) && has(now, SCARD_STATE_PRESENT),
+         "SlotList::waitForSlotEvent -> smart card inserted!"},
+        {has(before, SCARD_STATE_PRESENT) && has(now, SCARD_STATE_EMPTY),
+         "SlotList::waitForSlotEvent -> smart card removed!"},
+        {gained(now, before, SCARD_STATE_UNKNOWN) || gained(now, before, SCARD_STATE_UNAVAILABLE),
+         "SlotList::waitForSlotEvent -> smart card reader attached!"},
+        {gained(before, now, SCARD_STATE_UNKNOWN) || gained(before, now, SCARD_STATE_UNAVAILABLE),
+         "SlotList::waitForSlotEvent -> smart card reader detached!"},
+    };
+    bool any = false;
+    for (const auto& event : events) {
+        if (event.happened)
+            Logger::Log(Logger::kTrace, event.text);
+        any = any || event.happened;
+    }
+    return any;
+}
+
+} // namespace
+
+/// One PC/SC reader state per slot, in the order of the IDs.
+struct SlotList::ReaderStates {
+    explicit ReaderStates(const SlotList& list)
+    {
+        for (CK_SLOT_ID id = 1; id <= list.highWater(); ++id)
+            names.push_back(list.getSlot(id)->getSlotDescription());
+        for (const std::string& name : names) {
+            Logger::Log(Logger::kTrace, name.c_str());
+            SCARD_READERSTATE state{};
+            state.szReader = name.c_str();
+            states.push_back(state);
+        }
+    }
+    long getStatusChange(PCSCContext context, DWORD timeout)
+    {
+        return SCardGetStatusChange(context, timeout, states.data(), states.size());
+    }
+    void makeCurrent()
+    {
+        for (SCARD_READERSTATE& state : states)
+            state.dwCurrentState = state.dwEventState;
+    }
+    DWORD eventState(CK_SLOT_ID id) const { return states[id - 1].dwEventState; }
+
+    std::vector<std::string> names;
+    std::vector<SCARD_READERSTATE> states;
+};
+
+SlotList::~SlotList()
+{
+    m_stopping = true;
+    cancelWaiters();
+    releaseWaitContext();
+    for (CK_SLOT_ID id = 1; id <= highWater(); ++id)
+        const std::unique_ptr<Slot> slot(static_cast<Slot*>(delEntry(id)));
+}
+
+void SlotList::addSlot(std::unique_ptr<Slot> slot)
+{
+    putEntry(slot.get());
+    static_cast<void>(slot.release());
+}
+
+void SlotList::getIDList(CK_BBOOL tokenPresent, CK_SLOT_ID* list, CK_ULONG* count)
+{
+    std::vector<CK_SLOT_ID> found;
+    for (CK_SLOT_ID id = 1; id <= highWater(); ++id) {
+        if (tokenPresent == CK_FALSE || getSlot(id)->isTokenPresent())
+            found.push_back(id);
+    }
+    // The list of all slots is written whatever room the caller announces: deliberate.
+    const bool tooShort = tokenPresent != CK_FALSE && list != nullptr && *count < found.size();
+    *count = found.size();
+    if (tooShort)
+        throw PKCS11Exception(CKR_BUFFER_TOO_SMALL, "buffer too samll", "SlotList::getIdList");
+    if (list != nullptr)
+        std::copy(found.begin(), found.end(), list);
+}
+
+SlotList::Waiter::Waiter(SlotList& list) : m_list(list)
+{
+    const int process = getpid();
+    if (m_list.m_waitersProcess.exchange(process) != process)
+        m_list.m_waiters = 0;
+    ++m_list.m_waiters;
+}
+
+SlotList::Waiter::~Waiter()
+{
+    // The list may be gone as soon as the count is 0.
+    --m_list.m_waiters;
+}
+
+PCSCContext SlotList::waitContext()
+{
+    PCSCContext context = m_context;
+    if (context == 0) {
+        if (SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &context) != SCARD_S_SUCCESS)
+            throw PKCS11Exception(CKR_FUNCTION_FAILED, "Cannot establish PCSC context!", kWhere);
+        m_context = context;
+    }
+    return context;
+}
+
+long SlotList::releaseWaitContext()
+{
+    const PCSCContext context = m_context.exchange(0);
+    return context != 0 ? SCardReleaseContext(context) : SCARD_S_SUCCESS;
+}
+
+bool SlotList::waitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* /*reserved*/)
+{
+    const Waiter waiter(*this);
+    if (highWater() == 0)
+        throw PKCS11Exception(CKR_NO_EVENT);
+
+    const PCSCContext context = waitContext();
+    ReaderStates states(*this);
+    long result = states.getStatusChange(context, 0);
+    if (result != SCARD_S_SUCCESS) {
+        traceCode(result);
+        releaseWaitContext();
+        throw PKCS11Exception(CKR_FUNCTION_FAILED,
+                              "SCardGetStatusChange failed with getting initial slot status!", kWhere);
+    }
+
+    const bool block = (flags & CKF_DONT_BLOCK) == 0;
+    for (;;) {
+        // The states still ask for the present state here, so the first call returns at once.
+        result = m_stopping ? SCARD_E_CANCELLED : states.getStatusChange(context, block ? INFINITE : 0);
+        if (result == SCARD_E_CANCELLED) {
+            Logger::Log(Logger::kTrace, "SCardGetStatusChange was canceled by application, so just return");
+            releaseWaitContext();
+            return false;
+        }
+        if (result != SCARD_S_SUCCESS) {
+            traceCode(releaseWaitContext());
+            throw PKCS11Exception(CKR_FUNCTION_FAILED, "SCardGetStatusChange failed with catching slot event",
+                                  kWhere);
+        }
+        refreshReported(states);
+        const CK_SLOT_ID event = block ? findEvent(states) : findFlagged(states);
+        if (event != 0) {
+            *slot = event;
+            releaseWaitContext();
+            return true;
+        }
+        if (!block)
+            throw PKCS11Exception(CKR_NO_EVENT);
+    }
+}
+
+/// A reported slot learns its reader's state before the next comparison.
+void SlotList::refreshReported(const ReaderStates& states)
+{
+    for (CK_SLOT_ID id = 1; id <= highWater(); ++id) {
+        Slot& slot = *getSlot(id);
+        if (slot.eventPending()) {
+            slot.setEventPending(false);
+            slot.setReaderState(states.eventState(id));
+        }
+    }
+}
+
+/// The first slot whose reader changed since the last look, or 0.
+CK_SLOT_ID SlotList::findEvent(ReaderStates& states) const
+{
+    for (CK_SLOT_ID id = 1; id <= highWater(); ++id) {
+        if (!has(states.eventState(id), SCARD_STATE_IGNORE | SCARD_STATE_CHANGED))
+            continue;
+        const bool event = traceEvents(states.states[id - 1].dwCurrentState, states.eventState(id));
+        // Of all readers, also when this one had no event: the states of later ones count as seen.
+        states.makeCurrent();
+        if (event)
+            return id;
+    }
+    return 0;
+}
+
+/// The first slot whose reader changed since its state was remembered, or 0. Later slots are not looked at,
+/// so that their events are found by the next call.
+CK_SLOT_ID SlotList::findFlagged(const ReaderStates& states)
+{
+    for (CK_SLOT_ID id = 1; id <= highWater(); ++id) {
+        Slot& slot = *getSlot(id);
+        const DWORD now = states.eventState(id);
+        const DWORD before = slot.readerState();
+        Logger::LogFormat(Logger::kTrace, "state :\t 0x%08x", static_cast<unsigned int>(now));
+        Logger::LogFormat(Logger::kTrace, "prev_state :\t 0x%08x", static_cast<unsigned int>(before));
+        if (traceEvents(before, now))
+            slot.setEventPending(true);
+        if (slot.eventPending())
+            return id;
+    }
+    return 0;
+}
+
+void SlotList::stopWaitForSlotEvent()
+{
+    m_stopping = true;
+    const PCSCContext context = m_context;
+    if (context != 0 && SCardCancel(context) == SCARD_S_SUCCESS)
+        Logger::Log(Logger::kTrace, "SlotList::stopWaitForSlotEvent: C_Finalize SCardCancel() succeed.");
+    cancelWaiters();
+    m_stopping = false;
+}
+
+/// PC/SC forgets a cancel that comes before the thread blocks, so it is repeated until the thread has left.
+void SlotList::cancelWaiters()
+{
+    while (m_waiters > 0 && m_waitersProcess == getpid()) {
+        const PCSCContext context = m_context;
+        if (context != 0)
+            SCardCancel(context);
+        Sleep(kCancelInterval);
+    }
+}
+
+} // namespace PKCS11
