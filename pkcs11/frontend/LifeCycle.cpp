@@ -1,0 +1,158 @@
+#include "pkcs11/frontend/PKCS11Wrapper.h"
+
+#include "pkcs11/core/Session.h"
+#include "pkcs11/frontend/CallPattern.h"
+#include "pkcs11/frontend/FunctionList.h"
+#include "pkcs11/frontend/trace/CallTrace.h"
+#include "pkcs11/frontend/trace/Logger.h"
+
+#include <cstring>
+
+namespace PKCS11 {
+
+PKCS11Wrapper::PKCS11Wrapper() = default;
+
+PKCS11Wrapper::~PKCS11Wrapper()
+{
+    Finalize(nullptr);
+    if (m_hasLogger)
+        Logger::FreeLogger();
+}
+
+CK_RV PKCS11Wrapper::Initialize(void* pInitArgs)
+{
+    InitLogger();
+    CK_RV rv = CKR_OK;
+    const MethodLogger scope("C_Initialize", rv);
+    logArguments({pointer("CInitArg", pInitArgs)});
+    if (pInitArgs != nullptr) {
+        // The mutex callbacks and flags are neither examined nor used.
+        const void* firstField = nullptr;
+        std::memcpy(&firstField, pInitArgs, sizeof(firstField));
+        logArguments({address("*iargs", firstField)});
+    }
+
+    // A refused or failed call counts too: Finalize has to come as often.
+    ++m_initialiseCount;
+    if (m_initialised) {
+        rv = CKR_CRYPTOKI_ALREADY_INITIALIZED;
+    } else {
+        rv = outcomeOf(
+            [&] {
+                Init(static_cast<CK_C_INITIALIZE_ARGS*>(pInitArgs));
+                m_initialised = true;
+                return CKR_OK;
+            },
+            [](const PKCS11Exception&) {});
+    }
+    return rv;
+}
+
+CK_RV PKCS11Wrapper::Init(CK_C_INITIALIZE_ARGS* /*args*/)
+{
+    // What a failed start or end left behind; sessions first, because they know their slots.
+    m_sessions.reset();
+    m_slots.reset();
+    m_sessions = std::make_unique<SessionList>();
+    // Without a PC/SC system there are no slots, which is no failure.
+    InitializeSystem();
+    return InitSlotList();
+}
+
+CK_RV PKCS11Wrapper::Finalize(void* /*pReserved*/)
+{
+    CK_RV logged = CKR_OK;
+    const MethodLogger scope("C_Finalize", logged);
+    if (!m_initialised)
+        logged = CKR_CRYPTOKI_NOT_INITIALIZED;
+    --m_initialiseCount;
+    if (logged != CKR_OK)
+        return logged;
+
+    if (m_initialiseCount <= 0) {
+        logged = outcomeOf(
+            [&] {
+                tearDown();
+                return CKR_OK;
+            },
+            [](const PKCS11Exception&) {});
+        m_initialised = false;
+    }
+    // A failed teardown shows in the trace only, on purpose.
+    return CKR_OK;
+}
+
+void PKCS11Wrapper::tearDown()
+{
+    m_slots->stopWaitForSlotEvent();
+    m_initialiseCount = 0;
+    m_sessions.reset();
+    m_slots.reset();
+}
+
+CK_RV PKCS11Wrapper::GetFunctionList(CK_FUNCTION_LIST_PTR_PTR ppFunctionList)
+{
+    set_function_list(m_functionList);
+    InitLogger();
+    CK_RV rv = CKR_OK;
+    const MethodLogger scope("C_GetFunctionList", rv);
+    logArguments({pointer("ppFunctionList", ppFunctionList)});
+    if (ppFunctionList != nullptr)
+        *ppFunctionList = &m_functionList;
+    else
+        rv = CKR_GENERAL_ERROR; // deliberately not CKR_ARGUMENTS_BAD
+    return rv;
+}
+
+bool PKCS11Wrapper::pausesSessions(const PKCS11Exception& ex) const
+{
+    switch (ex.value()) {
+    case CKR_TOKEN_NOT_RECOGNIZED:
+    case CKR_TOKEN_NOT_PRESENT:
+        return true;
+    case CKR_DEVICE_REMOVED:
+        return m_pauseOnRemoval;
+    default:
+        return false;
+    }
+}
+
+void PKCS11Wrapper::catchTokenException(CK_SLOT_ID slotID, PKCS11Exception ex)
+{
+    if (pausesSessions(ex))
+        m_sessions->pauseAllSessions(slotID);
+}
+
+void PKCS11Wrapper::catchSessionException(CK_SESSION_HANDLE hSession, PKCS11Exception ex)
+{
+    if (pausesSessions(ex))
+        m_sessions->pauseAllSessions2(hSession);
+}
+
+void PKCS11Wrapper::closeAllSessions(Slot* slot)
+{
+    if (!m_sessions)
+        return;
+    for (CK_SESSION_HANDLE handle = 1; handle <= m_sessions->capacity(); ++handle) {
+        try {
+            Session* session = m_sessions->peekSession(handle);
+            if (session != nullptr && session->slot() == slot)
+                session->closeSession();
+        } catch (...) {
+            // One session's failure does not keep the others open.
+        }
+    }
+}
+
+void PKCS11Wrapper::MakeMechanismInvalid(CK_SESSION_HANDLE hSession)
+{
+    if (!m_sessions)
+        return;
+    try {
+        m_sessions->getSession(hSession)->cleanMechanism();
+    } catch (...) {
+        // No such session: nothing to drop.
+    }
+}
+
+} // namespace PKCS11

@@ -1,0 +1,103 @@
+#include "pkcs11/frontend/SystemWrapper.h"
+
+#include "pkcs11/frontend/CallPattern.h"
+#include "pkcs11/frontend/trace/CallTrace.h"
+#include "pkcs11/frontend/trace/FileLogger.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
+#include "pkcs11/pcsc/PCSCSystem.h"
+
+#include <cstring>
+#include <string>
+
+namespace {
+
+using namespace PKCS11;
+
+constexpr char kManufacturer[] = "Quennelbrooke labs              ";
+/// The zero byte in the middle belongs to the text.
+constexpr char kDescription[] = "PKCS#11 library\t\t\t\t    \0        ";
+static_assert(sizeof(kManufacturer) == sizeof(CK_INFO::manufacturerID) + 1, "fills its field");
+static_assert(sizeof(kDescription) == sizeof(CK_INFO::libraryDescription) + 1, "fills its field");
+
+constexpr unsigned char kTraceOptions = FileLogger::kTimePrefix | FileLogger::kFlush | FileLogger::kBanner;
+constexpr short kEverything = 99;
+
+} // namespace
+
+const char* SystemWrapper::s_logPath = "/sdcard/Quarvel_log.txt";
+
+SystemWrapper wrapper;
+
+SystemWrapper::SystemWrapper() = default;
+
+SystemWrapper::~SystemWrapper()
+{
+    SystemWrapper::FinalizeSystem();
+}
+
+CK_RV SystemWrapper::GetInfo(CK_INFO* pInfo)
+{
+    CK_RV rv = CKR_OK;
+    const MethodLogger scope("C_GetInfo", rv);
+    logArguments({pointer("pInfo", pInfo)});
+    if (pInfo == nullptr) {
+        rv = CKR_ARGUMENTS_BAD;
+        return rv;
+    }
+    pInfo->cryptokiVersion = {2, 11};
+    std::memcpy(pInfo->manufacturerID, kManufacturer, sizeof(pInfo->manufacturerID));
+    pInfo->flags = 0;
+    std::memcpy(pInfo->libraryDescription, kDescription, sizeof(pInfo->libraryDescription));
+    pInfo->libraryVersion = {4, 2};
+    logResults(
+        {version("pInfo->cryptokiVersion", pInfo->cryptokiVersion),
+         text("pInfo->manufacturerID", pInfo->manufacturerID, sizeof(pInfo->manufacturerID)),
+         number("pInfo->flags", pInfo->flags),
+         text("pInfo->libraryDescription", pInfo->libraryDescription, sizeof(pInfo->libraryDescription)),
+         version("pInfo->libraryVersion", pInfo->libraryVersion)});
+    return rv;
+}
+
+CK_RV SystemWrapper::InitializeSystem()
+{
+    FinalizeSystem();
+    m_system = CreatePCSCSystem(nullptr);
+    if (m_system == nullptr)
+        return CKR_GENERAL_ERROR;
+    addReference(); // the system's existence holds the library object
+    return CKR_OK;
+}
+
+void SystemWrapper::FinalizeSystem()
+{
+    if (m_system == nullptr)
+        return;
+    PCSCSystem* system = m_system;
+    m_system = nullptr;
+    system->release();
+    release();
+}
+
+CK_RV SystemWrapper::InitSlotList()
+{
+    m_slots.reset();
+    m_slots = std::make_unique<SlotList>();
+    if (m_system != nullptr) {
+        for (const std::string& reader : m_system->listReaders())
+            m_slots->addSlot(std::make_unique<PCSCSlot>(this, m_system, reader.c_str()));
+    }
+    return CKR_OK;
+}
+
+void SystemWrapper::InitLogger()
+{
+    if (m_hasLogger)
+        return;
+    try {
+        Logger::SetLogger(std::make_unique<FileLogger>(s_logPath, kTraceOptions).release());
+        m_hasLogger = true;
+        Logger::SetLoglevel(kEverything);
+    } catch (...) {
+        // No storage, no trace: the library works without, and the next start tries again.
+    }
+}
