@@ -1,0 +1,366 @@
+#include "pkcs11/drivers/ias/IASToken.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/drivers/common/PKCS1.h"
+#include "pkcs11/drivers/ias/PKCS15Objects.h"
+#include "pkcs11/pcsc/CardIdentification.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
+#include "pkcs11/token/ByteOrder.h"
+#include "pkcs11/token/Hex.h"
+
+#include <algorithm>
+
+namespace PKCS11 {
+
+namespace {
+
+// Commands: CLA INS P1 P2, where data follow; the whole command otherwise.
+constexpr char kSelectMF[] = "00a4000c023f00";
+/// SELECT by file identifier, no answer wanted.
+constexpr char kSelectDF[] = "00a4000c";
+/// Byte kReference names the PIN.
+constexpr char kVerify[] = "002000ff";
+constexpr char kChangeReferenceData[] = "002400ff";
+constexpr char kResetRetryCounter[] = "002c02ff";
+constexpr int kReference = 3;
+constexpr char kGetData[] = "00cb3fff";
+/// Extended header list for BF A0 0n, 7F49: the public key n. Byte kKeyNumber is n.
+constexpr char kPublicKeyHeaderList[] = "4d097007BFA002037f4980";
+constexpr int kKeyNumber = 6;
+
+constexpr unsigned short kMF = 0x3F00;
+constexpr unsigned short kSerialNumberFile = 0xD003;
+constexpr int kMaxLc = 255;
+
+/// Card records throw plain texts; a record or file that is bad counts as empty.
+template <class Record>
+void importFrom(Record& record, const Blob& content)
+{
+    try {
+        record.Import(content);
+    } catch (const char*) {
+        return;
+    }
+}
+
+Blob pinCommand(const char* header, unsigned char reference)
+{
+    Blob command = PKCS11_hex2blob(header);
+    command.at(kReference) = reference;
+    return command;
+}
+
+void requireIASPinAccepted(int sw)
+{
+    requirePinAccepted(sw == SW_REFERENCE_DATA_UNUSABLE ? SW_PIN_BLOCKED : sw);
+}
+
+bool contains(const Blob& label, const char* word)
+{
+    return toText(label).find(word) != std::string::npos;
+}
+
+/// What the answer to GET DATA holds under 70, BF A0 0n.
+Blob cutPublicKey(const Blob& answer, unsigned char number)
+{
+    ByteReader reader(answer);
+    if (reader.byte() != 0x70)
+        return {};
+    readBERLength(reader);
+    for (const unsigned char tagByte :
+         {static_cast<unsigned char>(0xBF), static_cast<unsigned char>(0xA0), number}) {
+        if (reader.byte() != tagByte)
+            return {};
+    }
+    return reader.take(readBERLength(reader));
+}
+
+} // namespace
+
+IASToken::IASToken(PCSCSlot* slot) : CardToken(slot)
+{
+    requireChannel();
+    ResetSecurity();
+    Init();
+    SetPins();
+}
+
+void IASToken::Init()
+{
+    importFrom(m_cardInfo, readEF(EF_TOKEN_INFO_FID));
+    const Blob serialNumber = GetIASSerialNumber();
+    if (!serialNumber.empty())
+        m_cardInfo.setSerialNumber(serialNumber);
+    // The serial number stands under the MF.
+    ResetSecurity();
+    importFrom(m_odf, readEF(EF_ODF_FID));
+    importFrom(m_authentication, ReadPkcs15EF(PKCS15ODF::AODF));
+    importFrom(m_certificates, ReadPkcs15EF(PKCS15ODF::CDF));
+    importFrom(m_privateKeys, ReadPkcs15EF(PKCS15ODF::PrKDF));
+    importFrom(m_publicKeys, ReadPkcs15EF(PKCS15ODF::PuKDF));
+    importFrom(m_data, ReadPkcs15EF(PKCS15ODF::DODF));
+    addObjects();
+}
+
+void IASToken::addObjects()
+{
+    for (int i = 0; i < m_certificates.GetNumber(); ++i)
+        add(std::make_unique<PKCS15Certificate>(*this, m_certificates[i]));
+    for (int i = 0; i < m_publicKeys.GetNumber(); ++i)
+        add(std::make_unique<PKCS15PublicKey>(*this, m_publicKeys[i]));
+    for (int i = 0; i < m_privateKeys.GetNumber(); ++i)
+        add(std::make_unique<PKCS15PrivateKey>(*this, m_privateKeys[i]));
+    for (int i = 0; i < m_data.GetNumber(); ++i)
+        add(std::make_unique<PKCS15Data>(*this, m_data[i]));
+}
+
+Blob IASToken::GetIASSerialNumber()
+{
+    constexpr int kWholeLength = 20;
+    try {
+        if (!selectEF(PKCS11_short2blob(kMF)))
+            card().SendCmd(PKCS11_hex2blob(kSelectMF));
+        card().SelectEF_IAS(kSerialNumberFile);
+        const Blob content = card().ReadBinaryEF();
+        ByteReader reader(content);
+        if (reader.byte() != 0x5A)
+            return {};
+        const std::string digits = PKCS11_blob2hex(reader.take(reader.byte()));
+        return Blob(digits.size() == kWholeLength ? digits.substr(6, 13) : digits);
+    } catch (const PKCS11Exception&) {
+        return {};
+    }
+}
+
+void IASToken::SetPins()
+{
+    for (int i = 0; i < m_authentication.GetNumber() && !(m_userReference && m_soReference); ++i) {
+        const PKCS15AuthenticationObject& object = m_authentication[i];
+        const PKCS15PinAttributes* attributes = object.pinAttributes();
+        if (attributes == nullptr || attributes->pinReference().empty())
+            continue;
+        const Blob& bytes = attributes->pinReference();
+        const unsigned char reference = bytes.at(bytes.size() >= 2 ? 1 : 0);
+        const Blob& label = object.label();
+        const bool isSO = contains(label, "SO") || contains(label, "PUK") || (!label.empty() && i > 0);
+        if (isSO && !m_soReference) {
+            m_soReference = reference;
+        } else if (!isSO && !m_userReference) {
+            m_userReference = reference;
+            takePinRules(*attributes);
+        }
+    }
+}
+
+void IASToken::takePinRules(const PKCS15PinAttributes& attributes)
+{
+    m_padding = !attributes.padChar().empty();
+    if (m_padding)
+        m_padChar = attributes.padChar().front();
+    const Blob& length =
+        attributes.storedLength().empty() ? attributes.maxLength() : attributes.storedLength();
+    m_paddedLength = static_cast<unsigned char>(integerOf(length));
+    if (!attributes.minLength().empty())
+        m_tokenInfo.ulMinPinLen = static_cast<CK_ULONG>(integerOf(attributes.minLength()));
+    if (!attributes.maxLength().empty())
+        m_tokenInfo.ulMaxPinLen = static_cast<CK_ULONG>(integerOf(attributes.maxLength()));
+}
+
+void IASToken::initMechanismList()
+{
+    mechanisms().add(CKM_RSA_PKCS, 512, 2048, CKF_HW | CKF_ENCRYPT | CKF_DECRYPT | CKF_SIGN | CKF_VERIFY);
+}
+
+// --- Files ---------------------------------------------------------------------------------------
+
+void IASToken::ResetSecurity()
+{
+    card().SelectAppl(card().GetAIDofIAS());
+}
+
+bool IASToken::selectEF(const Blob& fid)
+{
+    try {
+        card().SelectEF_IAS(fid);
+        return true;
+    } catch (const PKCS11Exception& failure) {
+        // The reader's failures are not the file's.
+        if (failure.value() != CKR_DEVICE_ERROR)
+            throw;
+        return false;
+    }
+}
+
+std::optional<Blob> IASToken::readFile(const Blob& path)
+{
+    const Blob fid = path.slice(path.size() - 2);
+    if (selectEF(fid))
+        return card().ReadBinaryEF();
+    // Not under the application: the card wants the directories of the path selected.
+    const Blob directories = path.slice(path.size() % 2, path.size() - path.size() % 2 - 2);
+    if (directories.empty())
+        return std::nullopt;
+    bool selected = true;
+    for (int i = 0; i < directories.size() && selected; i += 2)
+        selected = card().Send(PKCS11_hex2blob(kSelectDF), directories.slice(i, 2)) == SW_SUCCESS;
+    std::optional<Blob> content;
+    if (selected && selectEF(fid))
+        content = card().ReadBinaryEF();
+    ResetSecurity();
+    return content;
+}
+
+Blob IASToken::readEF(unsigned short fid)
+{
+    return readFile(PKCS11_short2blob(fid)).value_or(Blob());
+}
+
+Blob IASToken::ReadPkcs15EF(int index)
+{
+    const Blob& path = m_odf.path(index).path();
+    return path.size() < 2 ? Blob() : readFile(path).value_or(Blob());
+}
+
+Blob IASToken::readValue(const PKCS15CommonObjectAttributes& record, const PKCS15Path& path)
+{
+    if (path.path().size() < 2)
+        return {};
+    ResetSecurity();
+    std::optional<Blob> content = readFile(path.path());
+    if (content && content->empty() && record.isPrivate() && !userPin().empty()) {
+        // The card has forgotten the PIN with the selection.
+        replayUserPin();
+        content = readFile(path.path());
+    }
+    if (!content)
+        throw PKCS11Exception(CKR_DEVICE_ERROR, "Select File", "IASToken::readValue");
+    const Blob part = content->slice(integerOf(path.index()));
+    return path.length().empty() ? part : part.slice(0, integerOf(path.length()));
+}
+
+void IASToken::ReadPublicKey(unsigned char reference, Blob& modulus, Blob& exponent)
+{
+    modulus.clear();
+    exponent.clear();
+    const auto number = static_cast<unsigned char>(reference & 0x0F);
+    Blob headerList = PKCS11_hex2blob(kPublicKeyHeaderList);
+    headerList.at(kKeyNumber) = number;
+    ResetSecurity();
+    const Blob answer = card().SendCard(PKCS11_hex2blob(kGetData), headerList);
+    const auto take = [&](const BERCoder& element) {
+        if (hasTag(element, 0x81))
+            modulus = stripSignByte(element.getValue());
+        else if (hasTag(element, 0x82))
+            exponent = stripSignByte(element.getValue());
+    };
+    try {
+        // The components stand in a template 7F49; some cards leave it out.
+        for (const Blob& encoded : splitElements(cutPublicKey(answer, number))) {
+            BERCoder element;
+            element.import(encoded, 0);
+            take(element);
+            for (int i = 0; i < element.getSize(); ++i)
+                take(element.component(i));
+        }
+    } catch (const PKCS11Exception&) {
+        modulus.clear();
+        exponent.clear();
+    }
+}
+
+unsigned char IASToken::keyReference(const PKCS15PrivateKeyObject& record) const
+{
+    const auto lastByte = [](const Blob& integer) { return integer.empty() ? 0 : integer.back(); };
+    const PKCS15CommonKeyAttributes& key = record.keyAttributes();
+    if (!key.keyReference().empty())
+        return lastByte(key.keyReference());
+    for (int i = 0; i < m_privateKeys.GetNumber() && !key.iD().empty(); ++i) {
+        const PKCS15CommonKeyAttributes& other = m_privateKeys[i].keyAttributes();
+        if (other.iD() == key.iD())
+            return lastByte(other.keyReference());
+    }
+    return 0;
+}
+
+// --- PINs ----------------------------------------------------------------------------------------
+
+void IASToken::VerifyPIN(const Blob& pin)
+{
+    VerifyPIN(pin, m_userReference);
+}
+
+void IASToken::VerifySOPIN(const Blob& pin)
+{
+    VerifyPIN(pin, m_soReference);
+}
+
+void IASToken::SetPIN(const Blob& oldPin, const Blob& newPin)
+{
+    ChangePIN(oldPin, newPin, m_userReference);
+}
+
+void IASToken::SetSOPIN(const Blob& oldPin, const Blob& newPin)
+{
+    ChangePIN(oldPin, newPin, m_soReference);
+}
+
+Blob IASToken::paddedPin(const Blob& pin, const char* where) const
+{
+    if (!padsPins()) {
+        requirePlainPin(pin);
+        return pin;
+    }
+    if (pin.size() > m_paddedLength)
+        throw PKCS11Exception(CKR_PIN_LEN_RANGE, "wrong PIN length", where);
+    return padPin(pin, m_paddedLength, m_padChar);
+}
+
+void IASToken::cachePin(const Blob& pin, PinReference reference)
+{
+    if (reference == m_userReference)
+        cacheUserPin(pin);
+    else
+        cacheSOPin(pin);
+}
+
+void IASToken::VerifyPIN(const Blob& pin, PinReference reference)
+{
+    if (!reference)
+        throw PKCS11Exception(CKR_USER_PIN_NOT_INITIALIZED);
+    const Blob padded = paddedPin(pin, "IASToken::VerifyPin");
+    ResetSecurity();
+    requireIASPinAccepted(card().Send(pinCommand(kVerify, *reference), padded));
+    cachePin(pin, reference);
+}
+
+void IASToken::ChangePIN(const Blob& oldPin, const Blob& newPin, PinReference reference)
+{
+    constexpr char kWhere[] = "IASToken::ChangePIN";
+    // A new PIN that cannot go to the card as it is costs no try of the old one.
+    if (reference && !padsPins())
+        paddedPin(newPin, kWhere);
+    VerifyPIN(oldPin, reference);
+    const Blob data = paddedPin(oldPin, kWhere) + paddedPin(newPin, kWhere);
+    if (data.size() > kMaxLc)
+        throw PKCS11Exception(CKR_PIN_LEN_RANGE, "", kWhere);
+    requireIASPinAccepted(card().Send(pinCommand(kChangeReferenceData, *reference), data));
+    cachePin(newPin, reference);
+}
+
+void IASToken::InitPIN(const Blob& pin)
+{
+    constexpr char kWhere[] = "IASToken::ChangePIN"; // its text, deliberately
+    // A copy: a successful verification replaces the cached PIN.
+    const Blob soPIN = soPin();
+    if (soPIN.empty())
+        throw PKCS11Exception(CKR_USER_NOT_LOGGED_IN);
+    if (!m_userReference)
+        throw PKCS11Exception(CKR_USER_PIN_NOT_INITIALIZED);
+    if (!padsPins())
+        paddedPin(pin, kWhere);
+    VerifySOPIN(soPIN);
+    requireSuccess(card().Send(pinCommand(kResetRetryCounter, *m_userReference), paddedPin(pin, kWhere)));
+    cacheUserPin(pin);
+}
+
+} // namespace PKCS11

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "pkcs11/drivers/common/CardToken.h"
+#include "pkcs11/drivers/ias/PKCS15BaseDF.h"
+#include "pkcs11/drivers/ias/PKCS15ODF.h"
+#include "pkcs11/drivers/ias/PKCS15TokenInfo.h"
+
+#include <optional>
+
+namespace PKCS11 {
+
+/// Driver of IAS-ECC cards with a PKCS#15 file structure (ISO/IEC 7816-15). Shows an object for each entry of
+/// the certificate, public key, private key and data directories; a directory that cannot be read shows none.
+/// What PINs the card has, and how they are padded, its authentication objects tell. The card applies the
+/// PKCS#1 padding.
+class IASToken final : public CardToken {
+public:
+    /// Selects the application that the slot has found, reads the directories and builds all objects. Throws
+    /// CKR_DEVICE_ERROR (0x30) when no channel opens or the application cannot be selected.
+    explicit IASToken(PCSCSlot* slot);
+
+    void VerifyPIN(const Blob& pin) override;
+    void VerifySOPIN(const Blob& pin) override;
+    void SetPIN(const Blob& oldPin, const Blob& newPin) override;
+    void SetSOPIN(const Blob& oldPin, const Blob& newPin) override;
+    /// Unblocks the user PIN with the cached SO PIN; throws CKR_USER_NOT_LOGGED_IN (0x101) without one.
+    void InitPIN(const Blob& pin) override;
+
+    /// Selects the application again.
+    void ResetSecurity() override;
+    CK_FLAGS getFlag() override { return CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED; }
+    Blob getLabel() override { return m_cardInfo.label(); }
+    Blob getID() override { return m_cardInfo.manufacturerID(); }
+    Blob getModel() override { return Blob("IAS-ECC"); }
+    Blob getSerialNumber() override { return m_cardInfo.serialNumber(); }
+    void initMechanismList() override;
+
+    /// Reads the RSA public key of the key with the reference; both stay empty when the card gives none.
+    /// Throws CKR_DEVICE_ERROR when the application cannot be selected.
+    void ReadPublicKey(unsigned char reference, Blob& modulus, Blob& exponent);
+    /// The reference of a key: its own, or that of the private key with the same ID; 0 when neither is told.
+    unsigned char keyReference(const PKCS15PrivateKeyObject& record) const;
+    /// Reads the value of an object at its path; empty when the path names no file. Throws CKR_DEVICE_ERROR
+    /// when the file cannot be selected.
+    Blob readValue(const PKCS15CommonObjectAttributes& record, const PKCS15Path& path);
+
+private:
+    /// Byte that names a PIN to the card; nothing while no authentication object has told it.
+    using PinReference = std::optional<unsigned char>;
+
+    void Init();
+    void addObjects();
+    /// Finds the PINs among the authentication objects.
+    void SetPins();
+    void takePinRules(const PKCS15PinAttributes& attributes);
+    /// The value of the serial number file under the MF, or nothing; leaves the MF selected.
+    Blob GetIASSerialNumber();
+
+    /// True when the file is the current one now.
+    bool selectEF(const Blob& fid);
+    /// The content of the file under the application, which is selected before and after; nothing when the
+    /// file cannot be selected.
+    std::optional<Blob> readFile(const Blob& path);
+    Blob readEF(unsigned short fid);
+    /// The content of the directory that the ODF names; empty where there is none.
+    Blob ReadPkcs15EF(int index);
+
+    /// Throw CKR_PIN_LEN_RANGE (0xA2) for a PIN that is too long, CKR_USER_PIN_NOT_INITIALIZED (0x102) for an
+    /// unknown reference, CKR_PIN_LOCKED and CKR_PIN_INCORRECT.
+    void VerifyPIN(const Blob& pin, PinReference reference);
+    void ChangePIN(const Blob& oldPin, const Blob& newPin, PinReference reference);
+    bool padsPins() const { return m_padding && m_paddedLength > 0; }
+    Blob paddedPin(const Blob& pin, const char* where) const;
+    void cachePin(const Blob& pin, PinReference reference);
+
+    PKCS15TokenInfo m_cardInfo;
+    PKCS15ODF m_odf;
+    PKCS15AuthODF m_authentication;
+    PKCS15CertDF m_certificates;
+    PKCS15PrKDF m_privateKeys;
+    PKCS15PuKDF m_publicKeys;
+    PKCS15DODF m_data;
+    PinReference m_userReference;
+    PinReference m_soReference;
+    bool m_padding = false;
+    unsigned char m_paddedLength = 0;
+    unsigned char m_padChar = 0;
+};
+
+} // namespace PKCS11

@@ -1,0 +1,88 @@
+#include "pkcs11/drivers/ias/PKCS15Mechanisms.h"
+
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/drivers/common/Output.h"
+#include "pkcs11/drivers/ias/IASToken.h"
+#include "pkcs11/drivers/ias/PKCS15Objects.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
+#include "pkcs11/token/Hex.h"
+
+namespace PKCS11 {
+
+namespace {
+
+// Algorithm reference (80) and key reference (84); the key's byte follows.
+constexpr char kMseSetSignature[] = "002241a4068001028401";
+constexpr char kMseSetDecryption[] = "002241b80680011a8401";
+constexpr char kInternalAuthenticate[] = "00880000";
+constexpr char kPsoDecipher[] = "002a8086";
+
+constexpr unsigned char kPaddingIndicator = 0x81;
+constexpr unsigned char kChained = 0x10;
+constexpr int kMaxShortData = 255;
+/// Reported for a decrypted text, whatever the key.
+constexpr int kPlaintextLength = 256;
+
+constexpr char kSignWhere[] = "PKCS15MechanismSign::sign";
+constexpr char kDecryptWhere[] = "PKCS15MechanismDecrypt::decrypt";
+
+void setSecurityEnvironment(const PKCS15PrivateKey& key, const char* command)
+{
+    Blob mse = PKCS11_hex2blob(command);
+    mse.push_back(key.keyReference());
+    // Decryption reports the signature's method, deliberately.
+    requireSuccess(key.token().card().SendCmd(mse), "Manage Security Environment", kSignWhere);
+}
+
+/// The transport drops the status of these commands: no answer is the card's refusal.
+void requireAnswer(const Blob& answer, const char* where)
+{
+    if (answer.empty())
+        throw PKCS11Exception(CKR_DEVICE_ERROR, "", where);
+}
+
+/// PSO DECIPHER of padding indicator and ciphertext, in a chain where one command does not hold them.
+Blob decipher(PCSCSlot& card, const Blob& field)
+{
+    Blob header = PKCS11_hex2blob(kPsoDecipher);
+    int sent = 0;
+    for (; field.size() - sent > kMaxShortData; sent += kMaxShortData) {
+        header.at(0) = kChained;
+        requireSuccess(card.Send(header, field.slice(sent, kMaxShortData)), "", kDecryptWhere);
+    }
+    header.at(0) = 0x00;
+    return card.SendCard(header, field.slice(sent));
+}
+
+} // namespace
+
+void PKCS15MechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
+{
+    if (answersLength(out, outLen, out != nullptr ? 0 : m_key.signatureLength()))
+        return;
+    // The where-text names decrypt.
+    m_key.token().requireLogin("PKCS15MechanismSign::decrypt");
+    const Blob input = inputOf(data, dataLen, kMaxShortData);
+    requireRoom(outLen, m_key.knownSignatureLength());
+    m_key.token().replayUserPin();
+    setSecurityEnvironment(m_key, kMseSetSignature);
+    const Blob signature = m_key.token().card().SendCard(PKCS11_hex2blob(kInternalAuthenticate), input);
+    requireAnswer(signature, kSignWhere);
+    deliver(signature, out, outLen);
+}
+
+void PKCS15MechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
+{
+    if (answersLength(out, outLen, kPlaintextLength))
+        return;
+    m_key.token().requireLogin(kDecryptWhere);
+    Blob field(1, kPaddingIndicator);
+    field.append(inputOf(data, dataLen));
+    m_key.token().replayUserPin();
+    setSecurityEnvironment(m_key, kMseSetDecryption);
+    const Blob plaintext = decipher(m_key.token().card(), field);
+    requireAnswer(plaintext, kDecryptWhere);
+    deliver(plaintext, out, outLen);
+}
+
+} // namespace PKCS11

@@ -1,0 +1,154 @@
+#include "pkcs11/drivers/ias/PKCS15Objects.h"
+
+#include "pkcs11/drivers/ias/IASToken.h"
+#include "pkcs11/drivers/ias/PKCS15Mechanisms.h"
+#include "pkcs11/token/Framing.h"
+
+#include <algorithm>
+
+namespace PKCS11 {
+
+namespace {
+
+CK_BBOOL boolean(bool value)
+{
+    return value ? CK_TRUE : CK_FALSE;
+}
+
+void takeCommonAttributes(Storage& object, const PKCS15CommonObjectAttributes& record)
+{
+    object.setLabel(record.label());
+    object.setPrivate(boolean(record.isPrivate()));
+    object.setModifiable(boolean(record.isModifiable()));
+}
+
+/// The types of a key record by their first tag byte.
+CK_KEY_TYPE keyTypeOf(int objectType)
+{
+    switch (objectType) {
+    case 0xA0:
+        return CKK_EC;
+    case 0xA1:
+        return CKK_DH;
+    case 0xA2:
+        return CKK_DSA;
+    case 0xA3:
+        return CKK_KEA;
+    default:
+        return CKK_RSA;
+    }
+}
+
+/// The day of a GeneralizedTime; none for one that does not begin with eight digits.
+CK_DATE dateOf(const Blob& time)
+{
+    CK_DATE date{};
+    const Blob day = time.slice(0, sizeof date);
+    const auto isDigit = [](unsigned char c) { return c >= '0' && c <= '9'; };
+    if (day.size() == sizeof date && std::all_of(day.begin(), day.end(), isDigit))
+        std::copy(day.begin(), day.end(), reinterpret_cast<unsigned char*>(&date));
+    return date;
+}
+
+void takeKeyAttributes(Key& key, const PKCS15PrivateKeyObject& record)
+{
+    const PKCS15CommonKeyAttributes& attributes = record.keyAttributes();
+    takeCommonAttributes(key, record);
+    key.setKeyType(keyTypeOf(record.objectType()));
+    key.setID(attributes.iD());
+    key.setLocal(boolean(attributes.GetKeyAccess(PKCS15_ACCESS_LOCAL)));
+    if (!attributes.startDate().empty())
+        key.setStartDate(dateOf(attributes.startDate()));
+    if (!attributes.endDate().empty())
+        key.setEndDate(dateOf(attributes.endDate()));
+}
+
+/// True when the key may do one of these; a record that tells no usage allows all.
+CK_BBOOL allows(const PKCS15CommonKeyAttributes& key, std::initializer_list<PKCS15KeyUsage> usages)
+{
+    return boolean(key.usage().empty() ||
+                   std::any_of(usages.begin(), usages.end(),
+                               [&key](PKCS15KeyUsage usage) { return key.GetKeyUsage(usage); }));
+}
+
+} // namespace
+
+PKCS15Certificate::PKCS15Certificate(IASToken& token, const PKCS15CertificateObject& record)
+    : m_token(token), m_record(record)
+{
+    takeCommonAttributes(*this, record);
+    setID(record.iD());
+}
+
+Blob PKCS15Certificate::readValue()
+{
+    const Blob content = m_token.readValue(m_record, m_record.path());
+    const Blob certificate = MakeTLVCoded(content);
+    return certificate.empty() ? content : certificate;
+}
+
+PKCS15PublicKey::PKCS15PublicKey(IASToken& token, const PKCS15PrivateKeyObject& record)
+    : m_token(token), m_record(record)
+{
+    const PKCS15CommonKeyAttributes& attributes = record.keyAttributes();
+    takeKeyAttributes(*this, record);
+    setEncrypt(allows(attributes, {PKCS15_USAGE_ENCRYPT, PKCS15_USAGE_WRAP}));
+    setVerify(boolean(allows(attributes, {PKCS15_USAGE_VERIFY, PKCS15_USAGE_VERIFY_RECOVER}) == CK_TRUE ||
+                      attributes.isForNonRepudiation()));
+}
+
+void PKCS15PublicKey::readComponents(Blob& modulus, Blob& exponent)
+{
+    m_token.ReadPublicKey(m_token.keyReference(m_record), modulus, exponent);
+}
+
+PKCS15PrivateKey::PKCS15PrivateKey(IASToken& token, const PKCS15PrivateKeyObject& record)
+    : m_token(token), m_record(record), m_keyReference(token.keyReference(record))
+{
+    const PKCS15CommonKeyAttributes& attributes = record.keyAttributes();
+    takeKeyAttributes(*this, record);
+    setSign(boolean(allows(attributes, {PKCS15_USAGE_SIGN, PKCS15_USAGE_SIGN_RECOVER}) == CK_TRUE ||
+                    attributes.isForNonRepudiation()));
+    setDecrypt(allows(attributes, {PKCS15_USAGE_DECRYPT, PKCS15_USAGE_UNWRAP}));
+    setSensitive(boolean(attributes.GetKeyAccess(PKCS15_ACCESS_SENSITIVE)));
+    setExtractable(boolean(attributes.GetKeyAccess(PKCS15_ACCESS_EXTRACTABLE)));
+    setAlwaysSensitive(boolean(attributes.GetKeyAccess(PKCS15_ACCESS_ALWAYS_SENSITIVE)));
+    setNeverExtractable(boolean(attributes.GetKeyAccess(PKCS15_ACCESS_NEVER_EXTRACTABLE)));
+}
+
+int PKCS15PrivateKey::signatureLength()
+{
+    const int size = getModulus().size();
+    return size > 0 ? size : integerOf(m_record.modulusLength()) / 8;
+}
+
+std::unique_ptr<Mechanism> PKCS15PrivateKey::createSignMechanism(CK_MECHANISM* /*mechanism*/,
+                                                                 MechanismInfo* /*info*/)
+{
+    return std::make_unique<PKCS15MechanismSign>(*this);
+}
+
+std::unique_ptr<Mechanism> PKCS15PrivateKey::createDecryptMechanism(CK_MECHANISM* /*mechanism*/,
+                                                                    MechanismInfo* /*info*/)
+{
+    return std::make_unique<PKCS15MechanismDecrypt>(*this);
+}
+
+void PKCS15PrivateKey::readComponents(Blob& modulus, Blob& exponent)
+{
+    m_token.ReadPublicKey(m_keyReference, modulus, exponent);
+}
+
+PKCS15Data::PKCS15Data(IASToken& token, const PKCS15DataObject& record) : m_token(token), m_record(record)
+{
+    takeCommonAttributes(*this, record);
+    setApplication(record.applicationName());
+    setObjectIdentifier(record.applicationOID().empty() ? record.objectOID() : record.applicationOID());
+}
+
+Blob PKCS15Data::readValue()
+{
+    return m_token.readValue(m_record, m_record.path());
+}
+
+} // namespace PKCS11

@@ -1,0 +1,72 @@
+/// The objects of an IAS-ECC card. Each keeps its token, which owns it, and its PKCS#15 record, which the
+/// token owns; label, ID and flags come from the record.
+#pragma once
+
+#include "pkcs11/drivers/common/LazyRsaKey.h"
+#include "pkcs11/drivers/ias/PKCS15CertificateObject.h"
+#include "pkcs11/drivers/ias/PKCS15DataObject.h"
+#include "pkcs11/drivers/ias/PKCS15PrivateKeyObject.h"
+
+namespace PKCS11 {
+
+class IASToken;
+
+class PKCS15Certificate final : public CardCertificate {
+public:
+    PKCS15Certificate(IASToken& token, const PKCS15CertificateObject& record);
+
+private:
+    /// The certificate without the padding that follows it in the file.
+    Blob readValue() override;
+
+    IASToken& m_token;
+    const PKCS15CertificateObject& m_record;
+};
+
+class PKCS15PublicKey final : public LazyRsaKey<CardPublicKey> {
+public:
+    PKCS15PublicKey(IASToken& token, const PKCS15PrivateKeyObject& record);
+
+private:
+    void readComponents(Blob& modulus, Blob& exponent) override;
+
+    IASToken& m_token;
+    const PKCS15PrivateKeyObject& m_record;
+};
+
+class PKCS15PrivateKey final : public LazyRsaKey<CardPrivateKey> {
+public:
+    PKCS15PrivateKey(IASToken& token, const PKCS15PrivateKeyObject& record);
+
+    IASToken& token() const { return m_token; }
+    /// What names the key in the commands to the card.
+    unsigned char keyReference() const { return m_keyReference; }
+    /// Bytes of a signature: the length of the modulus, or what the record tells where the card gives no
+    /// modulus.
+    int signatureLength();
+    /// The same as far as it is known without asking the card; 0 otherwise.
+    int knownSignatureLength() { return CardPrivateKey::getModulus().size(); }
+
+    std::unique_ptr<Mechanism> createSignMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
+    std::unique_ptr<Mechanism> createDecryptMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
+
+private:
+    void readComponents(Blob& modulus, Blob& exponent) override;
+
+    IASToken& m_token;
+    const PKCS15PrivateKeyObject& m_record;
+    unsigned char m_keyReference;
+};
+
+class PKCS15Data final : public CardData {
+public:
+    PKCS15Data(IASToken& token, const PKCS15DataObject& record);
+
+private:
+    Blob readValue() override;
+
+    IASToken& m_token;
+    const PKCS15DataObject& m_record;
+};
+
+} // namespace PKCS11
