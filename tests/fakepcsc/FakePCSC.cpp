@@ -69,26 +69,25 @@ void change(int reader, const std::function<void(Reader&)>& action)
     locked([&] { action(*std::next(s.readers.begin(), reader)); });
 }
 
+/// Counts one call for every plan of that name; of several that are due the first one is taken.
 bool due(const std::string& name, Plan& out)
 {
-    for (auto plan = s.plans.begin(); plan != s.plans.end(); ++plan) {
-        if (plan->name != name || plan->skip-- > 0)
-            continue;
-        out = *plan;
-        plan->skip = 0;
-        if (--plan->times == 0)
-            s.plans.erase(plan);
-        return true;
-    }
-    return false;
+    Plan* found = nullptr;
+    for (Plan& plan : s.plans)
+        if (plan.name == name && plan.times > 0 && plan.skip-- <= 0)
+            found = found == nullptr ? &plan : found;
+    if (found == nullptr)
+        return false;
+    out = *found;
+    --found->times;
+    return true;
 }
 /// Runs the body of an SCard function, unless the call is meant to fail, and records it.
-LONG call(const char* name, const std::function<LONG(Call&)>& body)
+LONG call(const char* name, const std::function<LONG(Call&)>& body, const Bytes& command = {})
 {
     return locked([&] {
         Plan plan{};
-        Call record;
-        record.name = name;
+        Call record{name, 0, command, {}};
         record.result = due(name, plan) ? plan.result : body(record);
         s.calls.push_back(record);
         return record.result;
@@ -340,24 +339,26 @@ LONG SCardCancel(SCARDCONTEXT context)
 LONG SCardTransmit(SCARDHANDLE handle, const SCARD_IO_REQUEST* pci, LPCBYTE command, DWORD length,
                    SCARD_IO_REQUEST*, LPBYTE answer, LPDWORD answerLength)
 {
-    return call("SCardTransmit", [&](Call& record) {
-        record.command.assign(command, command + length);
-        if (checkHandle(handle) != 0 || length < 4)
-            return checkHandle(handle) != 0 ? checkHandle(handle) : SCARD_E_INVALID_PARAMETER;
-        const Handle connected = s.handles[handle];
-        if (pci->dwProtocol != connected.then.protocol())
-            return SCARD_E_PROTO_MISMATCH;
-        Plan plan{};
-        if (!due("answer", plan)) {
-            mutex.unlock(); // a card may pull itself out of the reader
-            plan.answer = connected.then.card->transmit(record.command);
-            mutex.lock();
-        }
-        record.answer = plan.answer;
-        if (record.answer.size() > *answerLength)
-            return SCARD_E_INSUFFICIENT_BUFFER;
-        std::copy(record.answer.begin(), record.answer.end(), answer);
-        *answerLength = record.answer.size();
-        return SCARD_S_SUCCESS;
-    });
+    return call(
+        "SCardTransmit",
+        [&](Call& record) {
+            if (checkHandle(handle) != 0 || length < 4)
+                return checkHandle(handle) != 0 ? checkHandle(handle) : SCARD_E_INVALID_PARAMETER;
+            const Handle connected = s.handles[handle];
+            if (pci->dwProtocol != connected.then.protocol())
+                return SCARD_E_PROTO_MISMATCH;
+            Plan plan{};
+            if (!due("answer", plan)) {
+                mutex.unlock(); // a card may pull itself out of the reader
+                plan.answer = connected.then.card->transmit(record.command);
+                mutex.lock();
+            }
+            record.answer = plan.answer;
+            if (record.answer.size() > *answerLength)
+                return SCARD_E_INSUFFICIENT_BUFFER;
+            std::copy(record.answer.begin(), record.answer.end(), answer);
+            *answerLength = record.answer.size();
+            return SCARD_S_SUCCESS;
+        },
+        Bytes(command, command + length));
 }
