@@ -2,10 +2,13 @@
 /// hexadecimal, blanks allowed.
 #pragma once
 
-#include "tools/vcard/Card.h"
+#include "tools/vcard/Bytes.h"
 
+#include <algorithm>
 #include <deque>
+#include <functional>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <string>
 #include <utility>
 
@@ -13,32 +16,18 @@ namespace scripted {
 
 using vcard::Bytes;
 
-inline Bytes bytes(const std::string& hex)
+inline Bytes bytes(std::string hex)
 {
-    Bytes result;
-    int digits = 0;
-    for (const char c : hex) {
-        if (c == ' ')
-            continue;
-        const int value = c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10;
-        if (digits++ % 2 == 0)
-            result.push_back(static_cast<unsigned char>(value << 4));
-        else
-            result.back() = static_cast<unsigned char>(result.back() | value);
-    }
-    return result;
+    hex.erase(std::remove(hex.begin(), hex.end(), ' '), hex.end());
+    return vcard::fromHex(hex);
 }
 /// An ATR for T=1 with these historical bytes (ISO/IEC 7816-3).
 inline Bytes atrWith(const std::string& historical)
 {
     const Bytes tail = bytes(historical);
-    Bytes atr{0x3B, static_cast<unsigned char>(0x80 | tail.size()), 0x01};
-    atr.insert(atr.end(), tail.begin(), tail.end());
-    unsigned char check = 0;
-    for (std::size_t i = 1; i < atr.size(); ++i)
-        check = static_cast<unsigned char>(check ^ atr[i]);
-    atr.push_back(check);
-    return atr;
+    const Bytes body = vcard::join({{static_cast<unsigned char>(0x80 | tail.size()), 0x01}, tail});
+    const auto check = std::accumulate(body.begin(), body.end(), 0, std::bit_xor<>());
+    return vcard::join({{0x3B}, body, {static_cast<unsigned char>(check)}});
 }
 
 class Card final : public vcard::Card {
@@ -62,9 +51,9 @@ public:
     void reset() override { ++m_resets; }
     Bytes transmit(const Bytes& command) override
     {
-        if (m_script.empty() || command != bytes(m_script.front().first)) {
-            ADD_FAILURE() << "unexpected command " << ::testing::PrintToString(command) << ", expected "
-                          << (m_script.empty() ? "none" : m_script.front().first);
+        const std::string expected = m_script.empty() ? "" : m_script.front().first;
+        if (m_script.empty() || command != bytes(expected)) {
+            ADD_FAILURE() << "unexpected command " << vcard::toHex(command) << ", expected " << expected;
             return {0x6F, 0x00};
         }
         const Bytes answer = bytes(m_script.front().second);
