@@ -3,6 +3,7 @@
 #include "pkcs11/drivers/atrust/AcosTRUSTToken.h"
 #include "pkcs11/drivers/cardos/CardOSToken.h"
 #include "pkcs11/drivers/edu/AcosEDUToken.h"
+#include "pkcs11/drivers/ias/IASToken.h"
 #include "pkcs11/drivers/piv/PIVJavaToken.h"
 #include "pkcs11/frontend/trace/Logger.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
@@ -23,6 +24,16 @@ std::unique_ptr<Token> buildEDU(PCSCSlot& slot)
     return std::make_unique<AcosEDUToken>(&slot, slot.eduVariant());
 }
 
+/// The driver needs the application that the probe finds.
+std::unique_ptr<Token> buildIAS(PCSCSlot& slot)
+{
+    if (!slot.CreateChannel())
+        throw PKCS11Exception(CKR_DEVICE_ERROR);
+    const bool found = slot.CheckIAS();
+    slot.CloseChannel();
+    return found ? build<IASToken>(slot) : nullptr;
+}
+
 struct Family {
     const char* cardType;
     std::unique_ptr<Token> (*build)(PCSCSlot& slot);
@@ -33,6 +44,7 @@ constexpr Family kFamilies[] = {
     {"CARDOS_CARD", build<CardOSToken>},
     {"A-TRUST_CARD", build<AcosTRUSTToken>},
     {"EDU_CARD", buildEDU},
+    {"IAS_CARD", buildIAS},
 };
 
 } // namespace
