@@ -1,0 +1,52 @@
+#include "pkcs11/token/ASN1.h"
+#include "tests/unit/token/TestBytes.h"
+#include "tests/unit/util/Certificates.h"
+
+using namespace PKCS11;
+
+namespace {
+
+Blob find(const Blob& in, unsigned int tag)
+{
+    unsigned int length = 0;
+    const unsigned char* p = asn1_find_tag(in.data(), static_cast<unsigned int>(in.size()), tag, &length);
+    return p == nullptr ? Blob("none") : Blob(p, p + length);
+}
+
+} // namespace
+
+TEST(ASN1, SiblingsAreFoundWithinTheirMemory)
+{
+    const Blob in = hex("30030201059F8182038200015502017700000401AA");
+    EXPECT_EQ(find(in, 0x9F818203), hex("55"));
+    EXPECT_EQ(find(in, 0x02), hex("77"));
+    EXPECT_EQ(find(in, 0x04), Blob("none"));
+    for (const char* bad :
+         {"04", "0402AA", "9F818283AA00", "9F81", "048200", "048401000000", "04850000000000"})
+        EXPECT_EQ(find(hex(bad), hex(bad)[0]), Blob("none")) << bad;
+}
+
+TEST(PublicKey, ComesOutOfRSACertificatesOnly)
+{
+    Blob modulus;
+    Blob exponent;
+    ASSERT_TRUE(getPublicKey(hex(kVersion1Certificate) + hex("0000"), modulus, exponent));
+    EXPECT_EQ(PKCS11_blob2hex(modulus + exponent).substr(0, 14), "00CD09257E2EB6");
+    EXPECT_FALSE(getPublicKey(hex(kECCertificate), modulus, exponent));
+    const Blob cert = hex(kRSACertificate);
+    for (int length = 0; length < cert.size(); ++length)
+        EXPECT_FALSE(getPublicKey(cert.slice(0, length), modulus, exponent));
+    std::string foreign = kRSACertificate;
+    foreign.replace(foreign.find("3048024100C0"), 2, "31");
+    EXPECT_FALSE(getPublicKey(hex(foreign), modulus, exponent));
+
+    unsigned char buffers[65 + 3];
+    const auto get = [&](unsigned int m, unsigned int e) {
+        return getPublicKey(cert.data(), static_cast<unsigned int>(cert.size()), buffers, &m, buffers + 65,
+                            &e);
+    };
+    EXPECT_EQ(get(65, 3), 1);
+    EXPECT_EQ(Blob(buffers, buffers + 68), hex("00") + hex(kRSAModulus) + hex("010001"));
+    EXPECT_EQ(get(64, 3), 0);
+    EXPECT_EQ(get(65, 2), 0);
+}

@@ -1,0 +1,96 @@
+#include "pkcs11/token/Hex.h"
+#include "tests/unit/util/Certificates.h"
+#include "util/OpenSSLHelpers.h"
+#include "util/VantorException.h"
+#include "util/VantorX509Certificate.h"
+
+#include <gtest/gtest.h>
+#include <openssl/asn1.h>
+#include <openssl/err.h>
+#include <openssl/x509.h>
+
+#include <functional>
+
+namespace {
+
+std::string bytes(const CK_ATTRIBUTE& attribute)
+{
+    const auto* first = static_cast<const unsigned char*>(attribute.pValue);
+    return PKCS11::PKCS11_blob2hex({first, first + attribute.ulValueLen});
+}
+
+VantorX509Certificate load(const std::string& hex)
+{
+    PKCS11::Blob der = PKCS11::PKCS11_hex2blob(hex.c_str());
+    return VantorX509Certificate({CKA_VALUE, der.data(), static_cast<CK_ULONG>(der.size())});
+}
+
+std::string failure(const std::function<void()>& call)
+{
+    try {
+        call();
+    } catch (const VantorException& e) {
+        return e.GetCryptokiError() == CKR_GENERAL_ERROR ? e.what() : "code";
+    }
+    return "none";
+}
+
+} // namespace
+
+TEST(Certificate, GivesAttributesAndTexts)
+{
+    const VantorX509Certificate cert = load(std::string(kRSACertificate) + "FFFF");
+    EXPECT_EQ(bytes(cert.GetSubject()), std::string(kRSACertificate).substr(78, 128));
+    EXPECT_EQ(bytes(cert.GetIssuer()), bytes(cert.GetSubject()));
+    EXPECT_EQ(bytes(cert.GetSerialNumber()), "00C1A2B3C4D5E6F708");
+    EXPECT_EQ(bytes(cert.GetValue()), kRSACertificate);
+    EXPECT_EQ(bytes(cert.GetRSAModulus()), kRSAModulus);
+    EXPECT_EQ(bytes(cert.GetRSAPubicExponent()), "010001");
+    EXPECT_EQ(cert.GetSubjectStr(), "/C=NO/O=Fjell og Fjord/CN=Kari Nordmann");
+    EXPECT_EQ(cert.GetIssuerStr() + cert.GetCommonName(), "Kari NordmannKari Nordmann");
+    EXPECT_EQ(cert.GetOrganizationName(), "Fjell og Fjord");
+    EXPECT_EQ(cert.GetValidFromStr() + " " + cert.GetValidToStr(), "5/3/12 6/51/20");
+    EXPECT_EQ(cert.GetKeySize(), 64U);
+    EXPECT_EQ(cert.GetKeyType(), CKK_RSA);
+    EXPECT_TRUE(cert.isRootCert());
+
+    const VantorX509Certificate other = load(kECCertificate);
+    EXPECT_EQ(other.GetKeyType(), CKK_EC);
+    EXPECT_FALSE(other.isRootCert() || other.compare(cert));
+    EXPECT_NE(failure([&] { other.GetRSAModulus(); }), "none");
+}
+
+TEST(Certificate, NamesMayBeMissingAndOtherBytesAreRefused)
+{
+    const X509Pointer ssl = load(kRSACertificate).toOpenSSLCertificate();
+    X509_NAME* const empty = X509_NAME_new();
+    X509_set_issuer_name(ssl.get(), empty);
+    char label[] = "given";
+    const VantorX509Certificate cert(ssl.get(), label, 5);
+    EXPECT_TRUE(cert.isRootCert());
+    EXPECT_NE(failure([&] { cert.GetIssuer(); }), "none");
+    EXPECT_EQ(cert.GetLabel(), "Kari Nordmann");
+    X509_set_subject_name(ssl.get(), empty);
+    X509_NAME_free(empty);
+    EXPECT_EQ(failure([&] { VantorX509Certificate(ssl.get(), nullptr, 0); }),
+              "VantorX509Certificate::fromSSL_X509 - invalid X509 certificate: subject is empty");
+    EXPECT_EQ(failure([] { load(std::string(kRSACertificate).substr(0, 400)); }),
+              "VantorX509Certificate::toOpenSSLCertificate failed to create X509 open SLL certificate");
+    EXPECT_EQ(ERR_peek_error(), 0U);
+}
+
+TEST(Certificate, DatesAreReadAsTheyAlwaysWere)
+{
+    const auto date = [](int type, const char* text) {
+        const std::shared_ptr<ASN1_STRING> time(ASN1_STRING_type_new(type), ASN1_STRING_free);
+        ASN1_STRING_set(time.get(), text, -1);
+        return getTimeFromASN1(time.get());
+    };
+    for (const char* text : {"120305101500Z", "1203051015Z", "1203051015+0100", "120305101500.5Z"})
+        EXPECT_EQ(date(V_ASN1_UTCTIME, text), "5/3/12") << text;
+    for (const char* text :
+         {"1203051015", "120305101500", "120305101500+01000", "12x305101500Z", "120305101500."})
+        EXPECT_EQ(date(V_ASN1_UTCTIME, text), "") << text;
+    EXPECT_EQ(date(V_ASN1_GENERALIZEDTIME, "20510607080910.123Z"), "6/51/20");
+    EXPECT_EQ(date(V_ASN1_GENERALIZEDTIME, "205106070809"), "");
+}
