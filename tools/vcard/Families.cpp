@@ -2,6 +2,7 @@
 
 #include "tools/vcard/AcosCard.h"
 #include "tools/vcard/CardOSCard.h"
+#include "tools/vcard/IasCard.h"
 #include "tools/vcard/PivCard.h"
 
 #include <algorithm>
@@ -58,10 +59,21 @@ std::unique_ptr<Card> makeCardOS(const CardOptions& options)
     return std::make_unique<CardOSCard>(cardOS);
 }
 
+std::unique_ptr<Card> makeIas(const CardOptions& options)
+{
+    if (!isDigits(options.pin) || options.pin.size() < 4 || options.pin.size() > 8)
+        throw std::invalid_argument("the PIN of an IAS-ECC card has four to eight digits");
+    IasOptions ias;
+    ias.pin = options.pin;
+    ias.rsaBits = options.rsaBits != 0 ? options.rsaBits : ias.rsaBits;
+    return std::make_unique<IasCard>(ias);
+}
+
 constexpr std::array families = {
     Family{"piv", "PIV: RSA keys 9A, 9C, 9D and EC key 9E with certificates", makePiv},
     Family{"cardos", "CardOS V4.3b: one RSA key of 1024 bits, certificate, data object", makeCardOS<false>},
     Family{"cardos-v5", "CardOS V5.0: one RSA key of 2048 bits, certificate, data object", makeCardOS<true>},
+    Family{"ias", "IAS-ECC: two RSA keys of 2048 bits, certificates, data objects (PKCS#15)", makeIas},
     Family{"atrust", "A-Trust ACOS: one RSA key of 1024 bits, certificate, cardholder data", makeAtrust},
     Family{"edu", "ACOS EDU: two RSA keys of 1024 bits, certificates, data files", makeEdu},
 };
