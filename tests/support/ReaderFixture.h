@@ -48,6 +48,7 @@ protected:
         m_slot.reset();
         EXPECT_EQ(fakepcsc::openHandles(), 0);
         EXPECT_EQ(fakepcsc::openContexts(), 0);
+        fakepcsc::reset();
     }
     /// Puts a card without a script in and starts the record of calls anew.
     scripted::Card& insert(const std::string& historical = "", bool t0 = false)
