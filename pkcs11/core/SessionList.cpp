@@ -54,8 +54,6 @@ Session* SessionList::getSession(CK_SESSION_HANDLE handle)
     try {
         session->reopenSession();
     } catch (const PKCS11Exception&) {
-        // The slot has no token now; nobody's operation may outlive it.
-        pauseAllSessions(session->slotID());
         throw PKCS11Exception(CKR_SESSION_HANDLE_INVALID, kWhat, kWhere);
     }
     return session;

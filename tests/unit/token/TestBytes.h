@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-static PKCS11::Blob hex(const std::string& text)
+[[maybe_unused]] static PKCS11::Blob hex(const std::string& text)
 {
     return PKCS11::PKCS11_hex2blob(text.c_str());
 }
