@@ -43,7 +43,7 @@ trap 'exit 143' TERM
 build_desktop() {
     echo "Building $MODULE"
     if ! { cmake --preset desktop && cmake --build --preset desktop; } >"$WORK/build.log" 2>&1; then
-        cat "$WORK/build.log" >&2
+        tail -n 40 "$WORK/build.log" >&2
         fail "the build, see above"
     fi
 }
@@ -52,8 +52,17 @@ pcsc_runs() {
     perl -MIO::Socket::UNIX -e 'exit !IO::Socket::UNIX->new($ARGV[0])' $PCSC_SOCKET
 }
 
-free_port() {
-    perl -MIO::Socket::INET -e 'print IO::Socket::INET->new(Listen => 1, LocalAddr => "127.0.0.1")->sockport'
+# The first of two neighbouring free ports: the driver gives a reader two slots and listens for both.
+free_ports() {
+    perl -MIO::Socket::INET -e '
+        sub at { IO::Socket::INET->new(Listen => 1, LocalAddr => "0.0.0.0", LocalPort => $_[0]) }
+        for (1 .. 100) {
+            my $first = at(0) or next;
+            my $second = at($first->sockport + 1) or next;
+            print $first->sockport;
+            exit 0;
+        }
+        exit 1'
 }
 
 # The service that runs, or else one of our own; `start_pcsc virtual` gives ours a virtual reader at a free port.
@@ -67,7 +76,7 @@ start_pcsc() {
     fi
     local config=()
     if [ "${1:-}" = virtual ]; then
-        vcard_port=$(free_port)
+        vcard_port=$(free_ports) || fail "no two free TCP ports"
         mkdir "$WORK/reader.conf.d"
         config=(--config "$WORK/reader.conf.d")
         cat >"$WORK/reader.conf.d/virtual" <<CONFIG
