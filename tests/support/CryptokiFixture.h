@@ -111,6 +111,13 @@ protected:
     {
         return run(C_EncryptInit, C_Encrypt, key, type, data, room);
     }
+    CK_RV verify(CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE type, Bytes data, Bytes signature)
+    {
+        CK_MECHANISM mechanism{type, nullptr, 0};
+        const CK_RV rv = C_VerifyInit(m_session, &mechanism, key);
+        return rv != CKR_OK ? rv
+                            : C_Verify(m_session, data.data(), data.size(), signature.data(), signature.size());
+    }
 
     using PublicKeyHandle = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
     /// The public key of a DER certificate.

@@ -1,0 +1,109 @@
+#include "tests/support/CryptokiFixture.h"
+#include "tools/vcard/CardOSCard.h"
+
+namespace {
+
+/// Cards before V5.0 (false) and of V5.0 (true), through the C_ functions.
+class CardOSTest : public CryptokiFixture, public ::testing::WithParamInterface<bool> {
+protected:
+    void SetUp() override
+    {
+        CryptokiFixture::SetUp();
+        vcard::CardOSOptions options;
+        options.isV50 = GetParam();
+        m_card = std::make_shared<vcard::CardOSCard>(options);
+    }
+    void begin()
+    {
+        ASSERT_NO_FATAL_FAILURE(start(m_card));
+        ASSERT_EQ(login("123456"), CKR_OK);
+    }
+
+    std::shared_ptr<vcard::CardOSCard> m_card;
+    const Bytes m_data = vcard::fromText("a message of some bytes");
+};
+
+TEST_P(CardOSTest, ObjectsAreWhatTheCardHolds)
+{
+    begin();
+    EXPECT_EQ(findAll().size(), 4);
+    for (const CK_OBJECT_HANDLE key : {find(CKO_PRIVATE_KEY), find(CKO_PUBLIC_KEY)}) {
+        EXPECT_EQ(text(key, CKA_LABEL) + text(key, CKA_ID), "Key PairE");
+        EXPECT_EQ(number(key, CKA_TOKEN), CK_TRUE);
+        EXPECT_EQ(attribute(key, CKA_MODULUS).bytes, m_card->key().modulus());
+        EXPECT_EQ(attribute(key, CKA_PUBLIC_EXPONENT).bytes, m_card->key().exponent());
+    }
+    EXPECT_EQ(number(find(CKO_PUBLIC_KEY), CKA_MODULUS_BITS), 8 * m_card->key().size());
+    const CK_OBJECT_HANDLE certificate = find(CKO_CERTIFICATE);
+    EXPECT_EQ(text(certificate, CKA_LABEL) + text(certificate, CKA_ID), "CertificateE");
+    EXPECT_EQ(attribute(certificate, CKA_VALUE).bytes, m_card->certificate());
+    const CK_OBJECT_HANDLE data = find(CKO_DATA);
+    EXPECT_EQ(text(data, CKA_LABEL) + text(data, CKA_APPLICATION), "NotesQuarvel");
+    EXPECT_EQ(attribute(data, CKA_VALUE).bytes, Bytes(300, 0x2A));
+    // All of it was read now.
+    fakepcsc::clearCalls();
+    EXPECT_NE(attribute(certificate, CKA_SUBJECT).length, 0);
+    EXPECT_EQ(attribute(data, CKA_VALUE).length, 300);
+    EXPECT_EQ(attribute(find(CKO_PRIVATE_KEY), CKA_MODULUS).length, m_card->key().size());
+    EXPECT_TRUE(fakepcsc::sentAPDUs().empty());
+}
+
+TEST_P(CardOSTest, ResultsStandUpToLibcrypto)
+{
+    begin();
+    const auto publicKey = publicKeyOf(m_card->certificate());
+    const CK_OBJECT_HANDLE mine = find(CKO_PRIVATE_KEY);
+    const CK_OBJECT_HANDLE theirs = find(CKO_PUBLIC_KEY);
+    const Bytes signature = sign(mine, CKM_RSA_PKCS, m_data).bytes;
+    EXPECT_TRUE(isSignature(publicKey, m_data, signature));
+    EXPECT_EQ(verify(theirs, CKM_RSA_PKCS, m_data, signature), CKR_OK);
+    EXPECT_EQ(verify(theirs, CKM_RSA_PKCS, vcard::fromText("another"), signature), CKR_SIGNATURE_INVALID);
+    EXPECT_EQ(verify(theirs, CKM_RSA_X_509, m_data, sign(mine, CKM_RSA_X_509, m_data).bytes), CKR_OK);
+    // Selection and PIN are lost, as after a reset that PC/SC does not tell of.
+    m_card->reset();
+    EXPECT_EQ(decrypt(mine, CKM_RSA_PKCS, encryptFor(publicKey, m_data)).bytes, m_data);
+    const Bytes block = vcard::join({Bytes(m_card->key().size() - m_data.size()), m_data});
+    EXPECT_EQ(decrypt(mine, CKM_RSA_X_509, encryptFor(publicKey, block, RSA_NO_PADDING)).bytes,
+              GetParam() ? block : m_data);
+    const Bytes encrypted = encrypt(theirs, CKM_RSA_PKCS, m_data).bytes;
+    EXPECT_EQ(m_card->key().privateOperation(encrypted).at(1), 0x02);
+    EXPECT_EQ(decrypt(mine, CKM_RSA_PKCS, encrypted).bytes, m_data);
+    EXPECT_EQ(encrypt(theirs, CKM_RSA_PKCS, m_data, encrypted.size() - 1).rv, CKR_BUFFER_TOO_SMALL);
+}
+
+TEST_P(CardOSTest, LengthsAndFinalSteps)
+{
+    begin();
+    CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
+    Bytes data(128);
+    CK_ULONG length = 0;
+    ASSERT_EQ(C_SignInit(m_session, &mechanism, find(CKO_PRIVATE_KEY)), CKR_OK);
+    EXPECT_EQ(C_Sign(m_session, data.data(), 4, nullptr, &length), CKR_OK);
+    EXPECT_EQ(length, m_card->key().size());
+    EXPECT_EQ(C_SignUpdate(m_session, data.data(), 4), CKR_OK);
+    EXPECT_EQ(C_SignFinal(m_session, data.data(), &length), CKR_FUNCTION_NOT_SUPPORTED);
+    ASSERT_EQ(C_DecryptInit(m_session, &mechanism, find(CKO_PRIVATE_KEY)), CKR_OK);
+    EXPECT_EQ(C_Decrypt(m_session, data.data(), 128, nullptr, &length), CKR_OK);
+    EXPECT_EQ(length, 256);
+}
+
+TEST_P(CardOSTest, OddAndDamagedFiles)
+{
+    // The key type in four bytes, the least significant first; a directory that ends within its third entry.
+    Bytes& record = m_card->file(0x0101).content;
+    record.at(record.size() - 4) = CKK_EC;
+    m_card->file(0x0001).content.resize(17);
+    begin();
+    EXPECT_EQ(findAll().size(), 2);
+    EXPECT_EQ(number(find(CKO_PRIVATE_KEY), CKA_KEY_TYPE), CKK_EC);
+    EXPECT_EQ(attribute(find(CKO_PRIVATE_KEY), CKA_MODULUS).length, 0);
+    // A record that breaks off costs the token.
+    m_card->file(0x0102).content.resize(5);
+    fakepcsc::insertCard(m_reader, m_card);
+    CK_TOKEN_INFO info{};
+    EXPECT_EQ(C_GetTokenInfo(1, &info), CKR_TOKEN_NOT_RECOGNIZED);
+}
+
+INSTANTIATE_TEST_SUITE_P(Generations, CardOSTest, ::testing::Bool());
+
+} // namespace
