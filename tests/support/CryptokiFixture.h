@@ -115,8 +115,9 @@ protected:
     {
         CK_MECHANISM mechanism{type, nullptr, 0};
         const CK_RV rv = C_VerifyInit(m_session, &mechanism, key);
-        return rv != CKR_OK ? rv
-                            : C_Verify(m_session, data.data(), data.size(), signature.data(), signature.size());
+        return rv != CKR_OK
+                   ? rv
+                   : C_Verify(m_session, data.data(), data.size(), signature.data(), signature.size());
     }
 
     using PublicKeyHandle = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
