@@ -30,13 +30,13 @@ TEST(PublicKey, ComesOutOfRSACertificatesOnly)
 {
     Blob modulus;
     Blob exponent;
-    ASSERT_TRUE(getPublicKey(hex(kVersion1Certificate) + hex("0000"), modulus, exponent));
+    ASSERT_TRUE(getPublicKey(certificate("version1.der") + hex("0000"), modulus, exponent));
     EXPECT_EQ(PKCS11_blob2hex(modulus + exponent).substr(0, 14), "00CD09257E2EB6");
-    EXPECT_FALSE(getPublicKey(hex(kECCertificate), modulus, exponent));
-    const Blob cert = hex(kRSACertificate);
+    EXPECT_FALSE(getPublicKey(certificate("ec.der"), modulus, exponent));
+    const Blob cert = certificate("rsa.der");
     for (int length = 0; length < cert.size(); ++length)
         EXPECT_FALSE(getPublicKey(cert.slice(0, length), modulus, exponent));
-    std::string foreign = kRSACertificate;
+    std::string foreign = PKCS11_blob2hex(cert);
     foreign.replace(foreign.find("3048024100C0"), 2, "31");
     EXPECT_FALSE(getPublicKey(hex(foreign), modulus, exponent));
 

@@ -9,16 +9,13 @@ TEST(Bytes, AreOnlyTouchedWhereTheyAre)
     Blob bytes(2, 7);
     EXPECT_EQ(codeOf([&] { bytes.at(2) = 0; }), CKR_BUFFER_TOO_SMALL);
     EXPECT_EQ(codeOf([] { Blob(-1, 0); }), CKR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(codeOf([] { Blob::fromMemory(nullptr, 1); }), CKR_ARGUMENTS_BAD);
     EXPECT_EQ(codeOf([&] { Blob::fromMemory(&bytes, CK_UNAVAILABLE_INFORMATION); }), CKR_HOST_MEMORY);
     EXPECT_EQ(bytes.slice(1, 9), Blob(1, 7));
-    EXPECT_EQ(bytes.slice(5), Blob());
     EXPECT_EQ(bytes.append(bytes), Blob(4, 7));
     EXPECT_LT(Blob("ab\x7F"), Blob("ab\x80"));
     ByteReader reader(bytes);
     EXPECT_EQ(reader.word(), 0x0707);
     EXPECT_EQ(codeOf([&] { reader.take(3); }), CKR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(codeOf([&] { reader.skip(-1); }), CKR_BUFFER_TOO_SMALL);
     EXPECT_EQ(reader.rest(), Blob(2, 7));
 }
 
@@ -30,11 +27,9 @@ TEST(Bytes, ComeFromTextAndNumbersAndGoBack)
     EXPECT_EQ(long2blob(0x89ABCDEF), hex("89ABCDEF"));
     EXPECT_EQ(blob2long(hex("89ABCDEF")), 0x89ABCDEFUL);
     EXPECT_EQ(codeOf([] { blob2long(hex("000001")); }), CKR_DATA_INVALID);
-    EXPECT_EQ(PKCS11_short2blob(0xFE01), hex("FE01"));
     EXPECT_EQ(PKCS11_blob2int(hex("FE01")), 0xFE01);
     EXPECT_EQ(PKCS11_blob2int(hex("FE0100")), 0);
     EXPECT_EQ(PKCS11_memLI2long(hex("89ABCDEF55")), 0xEFCDAB89UL);
-    EXPECT_EQ(codeOf([] { PKCS11_memLI2long(hex("89ABCD")); }), CKR_BUFFER_TOO_SMALL);
     char memory[4];
     PKCS11_long2mem(-2, memory);
     EXPECT_EQ(PKCS11_mem2long(memory), -2);
