@@ -8,6 +8,11 @@ cd "$(dirname "$0")"
 # What each simulated card is shown with, beyond lists and login.
 declare -A steps_of=(
     [piv]="sign decrypt change_pin"
+    [cardos]="sign verify decrypt encrypt change_pin"
+    [cardos-v5]="sign verify decrypt encrypt change_pin"
+    [ias]="sign decrypt change_pin"
+    [atrust]="sign decrypt encrypt change_pin"
+    [edu]="change_pin"
 )
 usage="usage: ./demo.sh [--card $(printf '%s\n' "${!steps_of[@]}" | sort | paste -sd '|') | --reader]"
 
@@ -23,6 +28,7 @@ steps=${steps_of[${card:-piv}]-}
 [ -n "$steps" ] || { echo "$usage" && exit 2; }
 
 scripts/install-deps.sh build demo
+[[ $steps != *encrypt* ]] || scripts/install-deps.sh demo-encrypt
 . scripts/lib.sh
 
 number=0
@@ -87,6 +93,35 @@ show_sign() {
         openssl dgst -sha256 -verify "$WORK/public.pem" -signature "$WORK/signature" "$WORK/letter"
 }
 
+show_verify() {
+    step "Verify the signature on the card, with the public key that is in it" \
+        tool --login --pin env:QUARVEL_PIN --verify --mechanism RSA-PKCS --id "$key" \
+        --input-file "$WORK/digest-info" --signature-file "$WORK/signature"
+}
+
+# pkcs11-tool encrypts with secret keys only.
+encrypt_on_card() {
+    /usr/bin/python3 - "$MODULE" "$slot" "$key" "$WORK/secret" "$WORK/encrypted" <<'PYTHON'
+import os, sys
+from PyKCS11 import *
+
+module, slot, key, plain, encrypted = sys.argv[1:]
+library = PyKCS11Lib()
+library.load(module)
+session = library.openSession(int(slot, 0))
+session.login(os.environ["QUARVEL_PIN"])
+keys = session.findObjects([(CKA_CLASS, CKO_PUBLIC_KEY), (CKA_ID, bytes.fromhex(key))])
+result = bytes(session.encrypt(keys[0], open(plain, "rb").read(), Mechanism(CKM_RSA_PKCS, None)))
+open(encrypted, "wb").write(result)
+print(len(result), "bytes")
+PYTHON
+}
+
+show_encrypt() {
+    step "Encrypt the message on the card, with the public key that is in it (PyKCS11)" encrypt_on_card
+    step "Decrypt it on the card" decrypt_on_card
+}
+
 show_decrypt() {
     step "Encrypt a message to the card's certificate with openssl" encrypt_for_card
     step "Decrypt it on the card" decrypt_on_card
@@ -121,10 +156,8 @@ step "List the slots" tool --list-slots
 step "List the token's mechanisms" tool --list-mechanisms
 step "Log in and list all objects" tool --login --pin env:QUARVEL_PIN --list-objects
 key=$(sed -n '/Private Key Object; RSA/,/ID:/s/.*ID: *//p' "$WORK/output" | head -n 1)
-if [ -n "$key" ]; then
-    step "Read the certificate of key $key" read_certificate
-    for show in $steps; do
-        "show_$show"
-    done
-fi
+[ -z "$key" ] || step "Read the certificate of key $key" read_certificate
+for show in $steps; do
+    "show_$show"
+done
 printf '\nAll steps passed.\n'

@@ -10,6 +10,8 @@ declare -A packages=(
     [build]="cmake ninja-build g++ libssl-dev zlib1g-dev libpcsclite-dev libp11-kit-dev"
     # What ./demo.sh talks to.
     [demo]="pcscd vsmartcard-vpcd opensc openssl"
+    # Its encryption on the card, which pkcs11-tool does not do.
+    [demo-encrypt]="python3-pykcs11"
     # What ./test.sh runs.
     [test]="libgtest-dev libbenchmark-dev clang-format-14 clang-tidy-14"
     # Independent clients.
