@@ -139,7 +139,7 @@ bool PCSCSlot::IsPIVToken()
     return sw == SW_SUCCESS || sw == SW_SUCCESS_9001 || hasMoreData(sw);
 }
 
-bool PCSCSlot::selectsPKCS15(std::initializer_list<Blob> applications)
+bool PCSCSlot::selectsPKCS15(const std::vector<Blob>& applications)
 {
     try {
         for (const Blob& aid : applications)
@@ -158,14 +158,13 @@ bool PCSCSlot::CheckIAS()
     const Blob pkcs15 = PKCS11_hex2blob(IAS_PKCS15_AID);
     const Blob generic = PKCS11_hex2blob(SAGEM_IAS_GENERIC_AID);
     m_iasAid.clear(); // found on an earlier card, perhaps
-    if (selectsPKCS15({applet, pkcs15}))
-        m_iasAid = pkcs15;
-    else if (selectsPKCS15({generic}))
-        m_iasAid = generic;
-    else if (selectsPKCS15({pkcs15}))
-        m_iasAid = pkcs15;
-    else
-        m_iasAid = GetAIDofIAS();
+    for (const std::vector<Blob>& applications : {std::vector<Blob>{applet, pkcs15}, {generic}, {pkcs15}}) {
+        if (selectsPKCS15(applications)) {
+            m_iasAid = applications.back();
+            return true;
+        }
+    }
+    m_iasAid = GetAIDofIAS();
     return !m_iasAid.empty();
 }
 

@@ -4,7 +4,6 @@
 #include "pkcs11/pcsc/StatusWord.h"
 #include "pkcs11/token/Blob.h"
 
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -108,7 +107,7 @@ private:
     int fetchAnswer(unsigned char le, char* resp, int* respLen);
     /// Selects the applications in turn, then the two PKCS#15 files below the last; false when one is
     /// missing.
-    bool selectsPKCS15(std::initializer_list<Blob> applications);
+    bool selectsPKCS15(const std::vector<Blob>& applications);
     std::unique_ptr<Token> buildToken();
 
     std::string m_readerName;
