@@ -57,6 +57,10 @@ std::mutex& mutex = *new std::mutex;
 std::condition_variable& changed = *new std::condition_variable;
 long lastId = 0x1000;
 
+struct Unlocked {
+    Unlocked() { mutex.unlock(); }
+    ~Unlocked() { mutex.lock(); }
+};
 template <class Action>
 auto locked(Action action)
 {
@@ -349,9 +353,8 @@ LONG SCardTransmit(SCARDHANDLE handle, const SCARD_IO_REQUEST* pci, LPCBYTE comm
                 return SCARD_E_PROTO_MISMATCH;
             Plan plan{};
             if (!due("answer", plan)) {
-                mutex.unlock(); // a card may pull itself out of the reader
+                const Unlocked unlocked; // a card may pull itself out of the reader
                 plan.answer = connected.then.card->transmit(record.command);
-                mutex.lock();
             }
             record.answer = plan.answer;
             if (record.answer.size() > *answerLength)

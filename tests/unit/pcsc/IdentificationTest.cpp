@@ -3,6 +3,7 @@
 #include "pkcs11/token/Token.h"
 #include "tests/support/ReaderFixture.h"
 
+#include <sstream>
 #include <winscard.h>
 
 using namespace PKCS11;
@@ -60,39 +61,35 @@ TEST_F(Identification, FindsHistoricalBytesBehindInterfaceBytes)
 
 TEST_F(Identification, KnowsEveryRow)
 {
-    const struct {
-        const char* os;
-        const char* type;
-        std::vector<std::string> historicalBytes;
-    } rows[] = {
-        {"Siemens", "CARDOS_CARD", {"4d346376", "56346376", "56343262", "4d34"}},
-        {"Atos", "CARDOS_CARD", {"c901"}},
-        {"Oberthur", "ACTIV_IDENTITY_CARD", {"0031c06477e30300829000"}},
-        {"Axalto", "ACTIV_IDENTITY_CARD", {"ae01030000", "2905010201"}},
-        {"G&D", "ACTIV_IDENTITY_CARD", {"8073002113574a544861314700"}},
-        {"ACOS",
-         "EDU_CARD",
-         {"455041000000000227507000000000", "45504100000000294890350000002b",
-          "455041000000003169480600000000", "455041000000002948797500000017",
-          "455041000000002116819800000000", "455041000000002156977900000000",
-          "41434f000000000000000000000000", "454d56203033202006", "455041000000002001847700000000",
-          "455041000000002116807500000000"}},
-        {"ACOS", "A-TRUST_CARD", {"455041000000000000000000000000"}},
-        {"Oberthur", "IAS_CARD", {"0031b9640000ecc1739401c00f9000", "0031c064b0f31000019000"}},
-        {"Sagem Orga", "IAS_CARD", {"0031b8645023ecc173940180829000"}},
-        {"Gemalto", "IAS_CARD", {"0031b8644070141073940180829000"}},
-        {"SmartCafe Expert 5.0", "PIV_CARD", {"53462d3443432d3031"}},
-        {"JCOP 21", "PIV_CARD", {"4A434F503231563232"}},
-        {"Oberthur ID One v7PIV", "PIV_CARD", {"8073cc91cbf9a00000030800001000"}},
-        {"Gemalto TOP DL V2", "PIV_CARD", {"80318065b0831111e583009000"}},
-        {"Gemalto TPC DM 72K", "PIV_CARD", {"80318065b0831111ac83009000"}},
-        {"Oberthur ID One Dual 128 V5.5", "PIV_CAC_CARD", {"0031c064b0f31000079000"}},
-        {"unknown card", "PIV_CARD", {"", "c90100", "4d346377", "31"}},
+    const char* const rows[][2] = {
+        {"Siemens CARDOS_CARD", "4d346376 56346376 56343262 4d34"},
+        {"Atos CARDOS_CARD", "c901"},
+        {"Oberthur ACTIV_IDENTITY_CARD", "0031c06477e30300829000"},
+        {"Axalto ACTIV_IDENTITY_CARD", "ae01030000 2905010201"},
+        {"G&D ACTIV_IDENTITY_CARD", "8073002113574a544861314700"},
+        {"ACOS EDU_CARD", "455041000000000227507000000000 45504100000000294890350000002b"},
+        {"ACOS EDU_CARD", "455041000000003169480600000000 455041000000002948797500000017"},
+        {"ACOS EDU_CARD", "455041000000002116819800000000 455041000000002156977900000000"},
+        {"ACOS EDU_CARD", "41434f000000000000000000000000 454d56203033202006"},
+        {"ACOS EDU_CARD", "455041000000002001847700000000 455041000000002116807500000000"},
+        {"ACOS A-TRUST_CARD", "455041000000000000000000000000"},
+        {"Oberthur IAS_CARD", "0031b9640000ecc1739401c00f9000 0031c064b0f31000019000"},
+        {"Sagem Orga IAS_CARD", "0031b8645023ecc173940180829000"},
+        {"Gemalto IAS_CARD", "0031b8644070141073940180829000"},
+        {"SmartCafe Expert 5.0 PIV_CARD", "53462d3443432d3031"},
+        {"JCOP 21 PIV_CARD", "4A434F503231563232"},
+        {"Oberthur ID One v7PIV PIV_CARD", "8073cc91cbf9a00000030800001000"},
+        {"Gemalto TOP DL V2 PIV_CARD", "80318065b0831111e583009000"},
+        {"Gemalto TPC DM 72K PIV_CARD", "80318065b0831111ac83009000"},
+        {"Oberthur ID One Dual 128 V5.5 PIV_CAC_CARD", "0031c064b0f31000079000"},
+        {"unknown card PIV_CARD", "c90100 4d346377 31"},
     };
     for (const auto& row : rows) {
-        for (const std::string& bytes : row.historicalBytes)
-            EXPECT_EQ(classify(scripted::atrWith(bytes)), row.os + std::string(" ") + row.type) << bytes;
+        std::istringstream texts(row[1]);
+        for (std::string bytes; texts >> bytes;)
+            EXPECT_EQ(classify(scripted::atrWith(bytes)), row[0]) << bytes;
     }
+    EXPECT_EQ(classify(scripted::atrWith("")), "unknown card PIV_CARD");
     EXPECT_TRUE(m_slot->ReadATRIniFile(ATR_LIST_FILE));
     EXPECT_EQ(findATRTableRow(Blob()), nullptr);
 }
