@@ -1,0 +1,60 @@
+#include "pkcs11/frontend/trace/FileLogger.h"
+
+#include "pkcs11/PKCS11Exception.h"
+
+#include <algorithm>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <sys/mman.h>
+
+namespace PKCS11 {
+namespace {
+
+const std::string kPath = "/proc/self/fd/" + std::to_string(memfd_create("logger", 0));
+
+/// The file, each digit shown as "d".
+std::string content()
+{
+    std::ostringstream text;
+    text << std::ifstream(kPath).rdbuf();
+    std::string shown = text.str();
+    std::replace_if(shown.begin(), shown.end(), isdigit, 'd');
+    return shown;
+}
+
+TEST(FileLoggerTest, FileHasBannersAndStampedLinesUpToTheThreshold)
+{
+    const std::string stamp = "dd/dd/dddd dd:dd:dd", stars(50, '*');
+    {
+        FileLogger logger(kPath.c_str(), 98);
+        logger.doLog(31, "above the threshold");
+        logger.doLog(30, "first");
+        logger.doSetLoglevel(99);
+        logger.doLog(80, "");
+        EXPECT_EQ(content(),
+                  stars + "\n*** Begin logging at " + stamp + "\n" + stamp + "|first\n" + stamp + "|\n");
+    }
+    EXPECT_NE(content().find("|\n*** End logging at " + stamp + "\n" + stars + "\n\n"), std::string::npos);
+    FileLogger(kPath.c_str(), 0).doLog(0, "truncated");
+    FileLogger(kPath.c_str(), 1 | 2 | 4 | 8).doLog(0, "appended");
+    EXPECT_EQ(content(), "truncated\n" + stamp + ",ddd UTC|appended\n");
+    EXPECT_THROW(FileLogger("/nowhere/log.txt", 98), PKCS11Exception);
+}
+
+TEST(FileLoggerTest, TimeIsLocalOrUTC)
+{
+    setenv("TZ", "XYZ-5:30", 1);
+    tzset();
+    const auto shown = [](unsigned char options) {
+        std::tm parts{};
+        strptime(FileLogger(kPath.c_str(), options).GetTime().c_str(), "%m/%d/%Y %H:%M:%S", &parts);
+        return std::difftime(timegm(&parts), std::time(nullptr));
+    };
+    EXPECT_NEAR(shown(4), 0, 5);
+    EXPECT_NEAR(shown(0), 5.5 * 3600, 5);
+    unsetenv("TZ");
+}
+
+} // namespace
+} // namespace PKCS11
