@@ -1,5 +1,5 @@
-/// A stand-in for the PC/SC service: the SCard functions that the library calls, linked into the test program, over
-/// readers and cards that the test handles. Everything is safe to use from several threads.
+/// A stand-in for the PC/SC service: the SCard functions that the library calls, linked into the test
+/// program, over readers and cards that the test handles. Everything is safe to use from several threads.
 #pragma once
 
 #include "tools/vcard/Card.h"
@@ -43,8 +43,8 @@ std::vector<std::string> sentAPDUs();
 /// How often the function was called since the last clearCalls().
 int callCount(const std::string& name);
 
-/// Makes the call of that function number `nth` from now (1 is the next) and the `times - 1` calls behind it return
-/// this result.
+/// Makes the call of that function number `nth` from now (1 is the next) and the `times - 1` calls behind it
+/// return this result.
 void failCall(const std::string& name, long result, int nth = 1, int times = 1);
 /// Makes the answer of SCardTransmit number `nth` from now come out as these bytes, the card not being asked.
 void replaceAnswer(const Bytes& answer, int nth = 1);
