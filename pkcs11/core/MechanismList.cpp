@@ -17,7 +17,7 @@ void MechanismList::add(CK_MECHANISM_TYPE type, CK_ULONG minKeySize, CK_ULONG ma
 {
     auto info = std::make_unique<MechanismInfo>(type, maxKeySize, minKeySize, flags);
     putEntry(info.get());
-    info.release(); // the table holds it now
+    static_cast<void>(info.release()); // the table holds it now
 }
 
 MechanismInfo* MechanismList::getMechanism(const CK_MECHANISM* mechanism)

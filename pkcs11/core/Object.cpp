@@ -1,5 +1,6 @@
 #include "pkcs11/core/Object.h"
 
+#include "pkcs11/core/Arguments.h"
 #include "pkcs11/core/Template.h"
 
 #include <utility>
@@ -36,7 +37,9 @@ bool matches(Object& object, const AttributeRow& row, const CK_ATTRIBUTE& entry)
     const Blob value = row.get(object);
     if (row.valueLength == 0 && entry.ulValueLen != static_cast<CK_ULONG>(value.size()))
         return false;
-    return value.empty() ||
+    if (value.empty())
+        return true;
+    return entry.pValue != nullptr &&
            std::memcmp(entry.pValue, value.data(), static_cast<std::size_t>(value.size())) == 0;
 }
 
@@ -51,8 +54,9 @@ const AttributeTable& Object::attributeTable() const
 
 void Object::getAttribute(CK_ATTRIBUTE* attributes, CK_ULONG count)
 {
-    if (attributes == nullptr && count != 0)
-        throw PKCS11Exception(CKR_ARGUMENTS_BAD);
+    if (count == 0)
+        return;
+    requirePointer(attributes);
     std::vector<bool> answered(count, false);
     forEachRow(attributeTable(), attributes, count, [&](const AttributeRow& row, const CK_ATTRIBUTE& found) {
         const auto index = static_cast<std::size_t>(&found - attributes);

@@ -16,7 +16,7 @@ ObjectList::~ObjectList()
 unsigned long ObjectList::put(std::unique_ptr<Object> object)
 {
     const unsigned long handle = putEntry(object.get());
-    object.release(); // the table holds it now
+    static_cast<void>(object.release()); // the table holds it now
     return handle;
 }
 
@@ -26,7 +26,7 @@ Object* ObjectList::getObject(unsigned long handle, bool canAccessPrivate)
     if (object == nullptr)
         throw PKCS11Exception(CKR_OBJECT_HANDLE_INVALID, "CKR_OBJECT_HANDLE_INVALID",
                               "ObjectList::getObject");
-    if (!isVisible(object, canAccessPrivate))
+    if (!isVisible(*object, canAccessPrivate))
         throw PKCS11Exception(CKR_USER_NOT_LOGGED_IN, "CKR_USER_NOT_LOGGED_IN", "ObjectList::getObject");
     return object;
 }
@@ -64,7 +64,7 @@ void ObjectList::findObjects(CK_OBJECT_HANDLE* phObject, CK_ULONG max, CK_ULONG*
     // Only a reported object moves the cursor, so that objects added behind it are found by the next call.
     for (unsigned long handle = m_findNext; handle <= highWater() && *pulCount < max; ++handle) {
         Object* object = at(handle);
-        if (object != nullptr && isVisible(object, canAccessPrivate) && matchesSearch(*object)) {
+        if (object != nullptr && isVisible(*object, canAccessPrivate) && matchesSearch(*object)) {
             phObject[(*pulCount)++] = handle;
             m_findNext = handle + 1;
         }
@@ -79,7 +79,7 @@ void ObjectList::findObjectsFinal()
     m_matchesNothing = false;
 }
 
-bool ObjectList::isVisible(Object* object, bool canAccessPrivate)
+bool ObjectList::isVisible(Object& object, bool canAccessPrivate)
 {
     return canAccessPrivate || !isPrivate(object);
 }

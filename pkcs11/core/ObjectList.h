@@ -33,7 +33,7 @@ public:
 
 private:
     Object* at(unsigned long handle) const { return static_cast<Object*>(find(handle)); }
-    static bool isVisible(Object* object, bool canAccessPrivate);
+    static bool isVisible(Object& object, bool canAccessPrivate);
     bool matchesSearch(Object& object) const;
 
     /// The entries point into the values.

@@ -147,7 +147,7 @@ private:
     /// for none and for one that is no Storage.
     CK_OBJECT_HANDLE insertObject(std::unique_ptr<Object> object);
     /// Throws CKR_USER_NOT_LOGGED_IN (0x101) for a private object without private access.
-    void requireAccess(Object* object, const char* what, const char* where);
+    void requireAccess(Object& object, const char* what, const char* where);
     Token& tokenForRandom(const char* where);
 
     Slot* m_slot = nullptr;

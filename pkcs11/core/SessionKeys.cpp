@@ -10,7 +10,7 @@
 #include "pkcs11/core/Template.h"
 #include "pkcs11/token/Token.h"
 
-#include <cstring>
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -19,7 +19,18 @@ namespace PKCS11 {
 namespace {
 
 /// Room for a wrapped or unwrapped key, in bytes.
-constexpr int kWrapBuffer = 1024;
+constexpr CK_ULONG kWrapBuffer = 1024;
+
+/// What the operation writes, within that room; the memory is wiped with the Blob.
+template <class Run>
+Blob inWrapBuffer(Run run)
+{
+    Blob buffer(static_cast<int>(kWrapBuffer), 0);
+    CK_ULONG length = kWrapBuffer;
+    run(buffer.data(), &length);
+    buffer.resize(static_cast<int>(std::min(length, kWrapBuffer)));
+    return buffer;
+}
 
 } // namespace
 
@@ -170,18 +181,19 @@ void Session::WrapKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hWrappingKey, C
     if (pWrapped != nullptr)
         requirePointer(pulWrappedLen);
 
-    Blob wrapped(kWrapBuffer, 0);
-    auto length = static_cast<CK_ULONG>(wrapped.size());
     encryptInit(pMechanism, hWrappingKey);
-    encrypt(value.data(), static_cast<CK_ULONG>(value.size()), wrapped.data(), &length);
+    const Blob wrapped = inWrapBuffer([&](CK_BYTE* out, CK_ULONG* outLen) {
+        encrypt(value.data(), static_cast<CK_ULONG>(value.size()), out, outLen);
+    });
     if (pulWrappedLen == nullptr)
         return;
+    const auto length = static_cast<CK_ULONG>(wrapped.size());
     const CK_ULONG room = std::exchange(*pulWrappedLen, length);
     if (pWrapped == nullptr)
         return;
     if (room < length)
         throw PKCS11Exception(CKR_BUFFER_TOO_SMALL, "", kWhere);
-    std::memcpy(pWrapped, wrapped.data(), length);
+    std::copy(wrapped.begin(), wrapped.end(), pWrapped);
 }
 
 void Session::UnwrapKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hUnwrappingKey, CK_BYTE* pWrapped,
@@ -197,11 +209,10 @@ void Session::UnwrapKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hUnwrappingKe
     requirePointer(phKey);
     checkTemplate(attributes, count);
 
-    Blob value(kWrapBuffer, 0);
-    auto length = static_cast<CK_ULONG>(value.size());
     decryptInit(pMechanism, hUnwrappingKey);
-    decrypt(pWrapped, ulWrappedLen, value.data(), &length);
-    if (length == 0)
+    Blob value =
+        inWrapBuffer([&](CK_BYTE* out, CK_ULONG* outLen) { decrypt(pWrapped, ulWrappedLen, out, outLen); });
+    if (value.empty())
         throw PKCS11Exception(CKR_WRAPPED_KEY_INVALID, "", kWhere);
     if (findAttribute(CKA_CLASS, attributes, count) == nullptr)
         throw PKCS11Exception(CKR_TEMPLATE_INCOMPLETE, "", kWhere);
@@ -209,7 +220,7 @@ void Session::UnwrapKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hUnwrappingKe
     if (!findObjectClass(attributes, count, objectClass) || objectClass != CKO_SECRET_KEY)
         throw PKCS11Exception(CKR_FUNCTION_NOT_SUPPORTED, "", kWhere);
     std::vector<CK_ATTRIBUTE> complete(attributes, attributes + count);
-    complete.push_back({CKA_VALUE, value.data(), length});
+    complete.push_back({CKA_VALUE, value.data(), static_cast<CK_ULONG>(value.size())});
     createObject(complete.data(), static_cast<CK_ULONG>(complete.size()), phKey);
 }
 

@@ -40,7 +40,7 @@ void SessionList::openSession(Slot* slot, CK_SLOT_ID slotID, CK_FLAGS flags, voi
         session->openSession(slot, slotID, flags, pApplication, notify);
     }
     *phSession = putEntry(session.get());
-    session.release(); // the table holds it now
+    static_cast<void>(session.release()); // the table holds it now
 }
 
 Session* SessionList::getSession(CK_SESSION_HANDLE handle)

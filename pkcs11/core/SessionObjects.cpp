@@ -37,9 +37,9 @@ CK_OBJECT_HANDLE Session::insertObject(std::unique_ptr<Object> object)
     return getToken()->getObjectList()->put(std::move(object));
 }
 
-void Session::requireAccess(Object* object, const char* what, const char* where)
+void Session::requireAccess(Object& object, const char* what, const char* where)
 {
-    if (!canAccessPrivate() && object->getClass() != CKO_VENDOR_DEFINED && isPrivate(object))
+    if (!canAccessPrivate() && object.getClass() != CKO_VENDOR_DEFINED && isPrivate(object))
         throw PKCS11Exception(CKR_USER_NOT_LOGGED_IN, what, where);
 }
 
@@ -91,7 +91,7 @@ void Session::destroyObject(CK_OBJECT_HANDLE hObject)
 void Session::getObjectSize(CK_OBJECT_HANDLE hObject, CK_ULONG* pulSize)
 {
     Object* object = getObject(hObject);
-    requireAccess(object, kNotLoggedIn, "Session::getObjectSize");
+    requireAccess(*object, kNotLoggedIn, "Session::getObjectSize");
     requirePointer(pulSize);
     *pulSize = object->getObjectSize();
 }
@@ -99,7 +99,7 @@ void Session::getObjectSize(CK_OBJECT_HANDLE hObject, CK_ULONG* pulSize)
 void Session::getAttributeValue(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* attributes, CK_ULONG count)
 {
     Object* object = getObject(hObject);
-    requireAccess(object, "2", "Session::getAttributeValue");
+    requireAccess(*object, "2", "Session::getAttributeValue");
     object->getAttribute(attributes, count);
 }
 
@@ -109,7 +109,7 @@ void Session::setAttributeValue(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* attribut
     getToken();
     requireReadWrite(kWhere);
     Object* object = getObject(hObject);
-    requireAccess(object, "", kWhere);
+    requireAccess(*object, "", kWhere);
     auto* storage = dynamic_cast<Storage*>(object);
     if (storage != nullptr && storage->getModifiable() == CK_FALSE)
         throw PKCS11Exception(CKR_ATTRIBUTE_READ_ONLY, "CKR_ATTRIBUTE_READ_ONLY", kWhere);
@@ -125,8 +125,8 @@ void Session::findObjects(CK_OBJECT_HANDLE* phObject, CK_ULONG max, CK_ULONG* pu
 {
     Token* token = getToken();
     requirePointer(pulCount);
-    requireBuffer(phObject, max);
     *pulCount = 0;
+    requireBuffer(phObject, max);
     token->getObjectList()->findObjects(phObject, max, pulCount, canAccessPrivate());
 }
 

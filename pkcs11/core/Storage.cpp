@@ -20,9 +20,9 @@ Storage::Storage()
     setFlag(CKA_MODIFIABLE, CK_TRUE);
 }
 
-bool isPrivate(Object* object)
+bool isPrivate(Object& object)
 {
-    auto* storage = dynamic_cast<Storage*>(object);
+    auto* storage = dynamic_cast<Storage*>(&object);
     return storage != nullptr && storage->getPrivate() != CK_FALSE;
 }
 

@@ -28,6 +28,6 @@ private:
 };
 
 /// True for a Storage whose private mark is set.
-bool isPrivate(Object* object);
+bool isPrivate(Object& object);
 
 } // namespace PKCS11

@@ -128,18 +128,18 @@ TEST(ObjectList, SearchesInTheOrderOfHandles)
     list.findObjectsInit(nullptr, 0);
     EXPECT_EQ(find(2), Handles({1, 2}));
     list.destroy(1);
-    list.destroy(4);
+    list.destroy(5);
     EXPECT_EQ(list.put(std::make_unique<FakePrivateKey>()), 1U); // behind the cursor
-    EXPECT_EQ(list.put(std::make_unique<FakePrivateKey>()), 4U);
-    EXPECT_EQ(find(9, false), Handles({3, 5}));
-    EXPECT_EQ(find(9), Handles({}));
-    EXPECT_EQ(codeOf([&] { list.getObject(4, false); }), CKR_USER_NOT_LOGGED_IN);
+    EXPECT_EQ(list.put(std::make_unique<FakePrivateKey>()), 5U);
+    EXPECT_EQ(find(9, false), Handles({3, 4}));
+    EXPECT_EQ(find(9), Handles({5})); // what was passed over is looked at again
+    EXPECT_EQ(codeOf([&] { list.getObject(5, false); }), CKR_USER_NOT_LOGGED_IN);
     EXPECT_EQ(codeOf([&] { list.getObject(6, true); }), CKR_OBJECT_HANDLE_INVALID);
     CK_OBJECT_CLASS objectClass = CKO_PRIVATE_KEY;
     const CK_ATTRIBUTE search = {CKA_CLASS, &objectClass, sizeof objectClass};
     list.findObjectsInit(&search, 1);
     objectClass = CKO_DATA; // the search has its own copy
-    EXPECT_EQ(find(9), Handles({1, 4}));
+    EXPECT_EQ(find(9), Handles({1, 5}));
     const CK_ATTRIBUTE dangling = {CKA_LABEL, nullptr, CK_UNAVAILABLE_INFORMATION};
     list.findObjectsInit(&dangling, 1);
     EXPECT_EQ(find(9), Handles({}));

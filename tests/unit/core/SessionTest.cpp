@@ -173,8 +173,17 @@ TEST_F(SessionTest, OperationsStartWithTheRightKey)
         EXPECT_EQ(init(&mechanism, row.key), Failure(CKR_FUNCTION_NOT_SUPPORTED, where));
         script.yields = true;
     }
-    static_cast<FakePrivateKey*>(object(kPrivate))->type = CKK_EC;
-    EXPECT_EQ(call(&S::signInit, &mechanism, kPrivate), CKR_KEY_FUNCTION_NOT_PERMITTED);
+    const auto signsWith = [&](CK_KEY_TYPE keyType, CK_MECHANISM_TYPE type) {
+        session.getToken()->getMechanismList()->add(type, 0, 0, CKF_SIGN);
+        static_cast<FakePrivateKey*>(object(kPrivate))->type = keyType;
+        CK_MECHANISM with = {type, nullptr, 0};
+        session.cleanMechanism();
+        return call(&S::signInit, &with, kPrivate) == CKR_OK;
+    };
+    EXPECT_TRUE(signsWith(CKK_RSA, CKM_SHA1_RSA_PKCS_PSS) && signsWith(CKK_EC, CKM_ECDSA_SHA1));
+    EXPECT_FALSE(signsWith(CKK_RSA, CKM_RSA_X9_31_KEY_PAIR_GEN) || signsWith(CKK_EC, CKM_RSA_PKCS));
+    EXPECT_TRUE(signsWith(CKK_DSA, CKM_SHA256_RSA_PKCS));
+    session.cleanMechanism();
     EXPECT_EQ(call(&S::digestInit, &mechanism), CKR_OK);
     EXPECT_TRUE(isActive());
 }
@@ -345,6 +354,8 @@ TEST(SessionList, HandlesOutliveTheCard)
     for (const CK_SLOT_ID slotID : {1, 1, 2}) // the first one meets the card at the second attempt
         list.openSession(&slot, slotID, CKF_SERIAL_SESSION, nullptr, nullptr, &handle);
     EXPECT_TRUE(asked == 4 && handle == 3);
+    list.getSession(3)->getToken();
+    EXPECT_EQ(asked, 5);
     EXPECT_EQ(codeOf([&] { list.pauseAllSessions2(9); }), CKR_OBJECT_HANDLE_INVALID);
     list.pauseAllSessions2(2);
     EXPECT_TRUE(list.peekSession(1)->isPaused() && list.peekSession(2)->isPaused());
