@@ -77,7 +77,8 @@ TEST_F(PivApdus, AShortKeySignsInOnePieceAndACardsErrorIsAnEmptyResult)
     EXPECT_EQ(thrownBy(encryption), "101||PIVJavaMechanismEncrypt::PIVJavaMechanismEncrypt");
     login();
     EXPECT_EQ(sign("AABB", 127), "150||"); // nothing is sent
-    const std::string command = "0087069A 88 7C8185 818180 0001" + std::string(2 * 123, 'F') + "00AABB 8200";
+    const std::string command =
+        "0087069A 88 7C8185 818180 0001" + std::string(2UL * 123, 'F') + "00AABB 8200";
     for (const auto& [answer, length] :
          {std::pair("7C04820211229000", "2"), std::pair("7C04820211229001", "2"), std::pair("6982", "0"),
           std::pair("7C04829000", "0")}) {
@@ -98,10 +99,10 @@ TEST_F(PivApdus, ALongKeySignsInTwoPiecesThatMustBothSucceed)
 {
     build(2048);
     login();
-    const std::string data(2 * 253, 'A'); // leaves no room for filler
+    const std::string data(2UL * 253, 'A'); // leaves no room for filler
     const std::string field = "7C82010681820100000100" + data + "8200";
-    const std::string first = "1087079AF9" + field.substr(0, 2 * 249);
-    const std::string last = "0087079A11" + field.substr(2 * 249);
+    const std::string first = "1087079AF9" + field.substr(0, 2UL * 249);
+    const std::string last = "0087079A11" + field.substr(2UL * 249);
     m_card.expect(kVerify, "9000").expect(first, "9001").expect(last, "7C038201779001");
     EXPECT_EQ(sign(data), "1");
     m_card.expect(kVerify, "9000").expect(first, "6883");
