@@ -82,7 +82,6 @@ struct SlotList::ReaderStates {
 
 SlotList::~SlotList()
 {
-    m_stopping = true;
     cancelWaiters();
     releaseWaitContext();
     for (CK_SLOT_ID id = 1; id <= highWater(); ++id)
@@ -161,7 +160,7 @@ bool SlotList::waitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* /*reserv
     const bool block = (flags & CKF_DONT_BLOCK) == 0;
     for (;;) {
         // The states still ask for the present state here, so the first call returns at once.
-        result = m_stopping ? SCARD_E_CANCELLED : states.getStatusChange(context, block ? INFINITE : 0);
+        result = states.getStatusChange(context, block ? INFINITE : 0);
         if (result == SCARD_E_CANCELLED) {
             Logger::Log(Logger::kTrace, "SCardGetStatusChange was canceled by application, so just return");
             releaseWaitContext();
@@ -231,12 +230,10 @@ CK_SLOT_ID SlotList::findFlagged(const ReaderStates& states)
 
 void SlotList::stopWaitForSlotEvent()
 {
-    m_stopping = true;
     const PCSCContext context = m_context;
     if (context != 0 && SCardCancel(context) == SCARD_S_SUCCESS)
         Logger::Log(Logger::kTrace, "SlotList::stopWaitForSlotEvent: C_Finalize SCardCancel() succeed.");
     cancelWaiters();
-    m_stopping = false;
 }
 
 /// PC/SC forgets a cancel that comes before the thread blocks, so it is repeated until the thread has left.

@@ -54,7 +54,6 @@ private:
     std::atomic<int> m_waiters{0};
     /// The process of the waiters: after a fork their threads do not exist in the child.
     std::atomic<int> m_waitersProcess{0};
-    std::atomic<bool> m_stopping{false};
 };
 
 } // namespace PKCS11
