@@ -155,7 +155,8 @@ TEST_F(Transport, ReadsFilesInChunksOf241Bytes)
     scripted::Card& card = connect();
     const std::string full = repeated("11", 241);
     Blob file;
-    for (const char* end : {"6B00", "9000", "22 9000", "2222 6282"}) {
+    for (const std::string& end :
+         {std::string("6B00"), std::string("9000"), repeated("22", 240) + "9000", std::string("2222 6282")}) {
         card.expect("00B00000F1", full + "9000").expect("00B000F1F1", end);
         EXPECT_EQ(m_slot->ReadBinary(file), 0x9000) << end;
         EXPECT_EQ(file.size(), 241 + static_cast<int>(scripted::bytes(end).size()) - 2) << end;

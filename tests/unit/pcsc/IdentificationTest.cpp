@@ -139,7 +139,7 @@ TEST_F(Identification, SearchesTheDirectoryForIAS)
     EXPECT_EQ(card.resets(), resets + 1);
 
     // The one that is named first for its application fails; then any other is good.
-    searched(card, "61024F00" + pkcs15 + other + "61054F03")
+    searched(card, "61024F00 6109500761054F03A0B0C1" + pkcs15 + other)
         .expect(kPKCS15, "9000")
         .expect(kTokenInfo, "6A82");
     card.expect(kPKCS15, "6A82")
@@ -149,7 +149,7 @@ TEST_F(Identification, SearchesTheDirectoryForIAS)
     EXPECT_TRUE(m_slot->CheckIAS());
     EXPECT_EQ(hexOf(m_slot->GetAIDofIAS()), "A0B0C0");
 
-    searched(card, "61FF4F").expect(kDir, "6A82");
+    searched(card, "61054F03A0B0").expect(kDir, "6A82");
     EXPECT_EQ(thrownBy([&] { m_slot->CheckIAS(); }), "30|AID not found|GetAIDofIAS");
     EXPECT_EQ(thrownBy([&] { m_slot->GetAIDofIAS(); }), "30|Select File|PCSCSlot::SelectEF");
 }

@@ -159,7 +159,8 @@ TEST_F(TokenTest, HidesPrivateObjectsAndAsksTheFactoryOfTheClass)
         const std::string failure = thrownBy([&] { token.createObject(attributes, 2); });
         EXPECT_EQ(failure.empty() ? token.m_asked : failure, classes[type]);
     }
-    CK_ATTRIBUTE shortClass{CKA_CLASS, &yes, sizeof yes};
+    CK_OBJECT_CLASS data = CKO_DATA;
+    CK_ATTRIBUTE shortClass{CKA_CLASS, &data, sizeof data - 1};
     EXPECT_EQ(thrownBy([&] { token.createObject(&shortClass, 1); }), "13||");
     EXPECT_EQ(thrownBy([&] { token.createObject(&isPrivate, 1); }), "13||");
     EXPECT_EQ(thrownBy([&] { token.copyObject(nullptr, nullptr, 0); }), "54||");
