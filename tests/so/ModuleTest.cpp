@@ -31,7 +31,11 @@ TEST(ModuleTest, ExportsTheFunctionsAndNothingElse)
     char name[256];
     while (fscanf(nm.get(), "%*s %*s %255s", name) == 1)
         exported.insert(name);
-    const Module module(dlopen(QUARVEL_MODULE, RTLD_NOW));
+    // A second module beside one whose functions are visible to all.
+    const Module other(dlopen(QUARVEL_MODULE, RTLD_NOW | RTLD_GLOBAL));
+    ASSERT_EQ(std::system("cp " QUARVEL_MODULE " second.so"), 0);
+    const Module module(dlopen("./second.so", RTLD_NOW));
+    std::remove("second.so");
     const CK_FUNCTION_LIST* list = functions(module);
     EXPECT_EQ(list->version.major * 100 + list->version.minor, 211);
     EXPECT_EQ(functions(module), list);
