@@ -45,6 +45,7 @@ public:
     void MakeMechanismInvalid(CK_SESSION_HANDLE hSession);
     /// Null while the library is not initialised.
     SessionList* sessions() const { return m_sessions.get(); }
+    SlotList* slots() const { return m_slots.get(); }
     CK_FUNCTION_LIST& functionList() { return m_functionList; }
 
     // One method per exported function, in the order and with the parameters of PKCS#11.

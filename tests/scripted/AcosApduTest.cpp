@@ -1,0 +1,226 @@
+#include "pkcs11/core/Mechanism.h"
+#include "pkcs11/core/PrivateKey.h"
+#include "pkcs11/core/PublicKey.h"
+#include "pkcs11/core/X509PublicKeyCertificate.h"
+#include "pkcs11/drivers/atrust/AcosTRUSTToken.h"
+#include "pkcs11/drivers/common/CardObjects.h"
+#include "pkcs11/drivers/edu/AcosEDUToken.h"
+#include "pkcs11/token/Hex.h"
+#include "tests/support/ReaderFixture.h"
+
+#include <map>
+#include <sstream>
+
+using namespace PKCS11;
+using vcard::Bytes;
+
+namespace {
+
+const std::string kSelectDF = "00A4040007A000000118454E";
+const std::string kVerify = "00200081083132330000000000";
+const std::string kMseSign = "002241A406840188800101";
+
+class AcosApdus : public ReaderFixture {
+protected:
+    /// Commands with their answers behind a colon, 9000 where there is none.
+    void expect(const std::string& script)
+    {
+        std::istringstream steps(script);
+        for (std::string step; steps >> step;) {
+            const size_t colon = step.find(':');
+            m_card.expect(step.substr(0, colon),
+                          colon == std::string::npos ? "9000" : step.substr(colon + 1));
+        }
+    }
+    /// A card with key, certificate and cardholder file; file C003 is missing.
+    AcosTRUSTToken& buildTrust()
+    {
+        expect(kSelectDF + " " + kSelectDF + " 00A4000002C001 00A4000002D001 00B0000000:01ABCD9000 " +
+               kSelectDF + " 00A4000002C003:6A82");
+        auto token = std::make_unique<AcosTRUSTToken>(m_slot.get());
+        EXPECT_EQ(token->getObjectList()->highWater(), 4U);
+        AcosTRUSTToken& built = *token;
+        m_token = std::move(token);
+        return built;
+    }
+    AcosEDUToken& buildEDU(int variant, const std::string& script)
+    {
+        m_token.reset(); // would close the new token's channel
+        expect("00A4000002DFA3 " + script);
+        auto token = std::make_unique<AcosEDUToken>(m_slot.get(), variant);
+        AcosEDUToken& built = *token;
+        m_token = std::move(token);
+        return built;
+    }
+    template <class Class>
+    Class& object(unsigned long handle)
+    {
+        return dynamic_cast<Class&>(*m_token->getObjectList()->getObject(handle, true));
+    }
+    /// Result bytes as hexadecimal text, or what was thrown.
+    template <class Step>
+    std::string run(Mechanism& operation, Step step, const Bytes& data, CK_ULONG room = 256)
+    {
+        Bytes in = data;
+        Bytes out(room);
+        const std::string thrown =
+            thrownBy([&] { (operation.*step)(in.data(), in.size(), out.data(), &room); });
+        out.resize(std::min<size_t>(room, out.size()));
+        return thrown.empty() ? vcard::toHex(out) : thrown;
+    }
+    std::string sign(PrivateKey& key, const Bytes& data = {0xAA, 0xBB}, CK_ULONG room = 256)
+    {
+        return run(*key.createSignMechanism(nullptr, nullptr), &Mechanism::sign, data, room);
+    }
+    std::string decrypt(PrivateKey& key, const Bytes& data = {0xCC}, CK_MECHANISM_TYPE type = CKM_RSA_PKCS)
+    {
+        CK_MECHANISM mechanism{type, nullptr, 0};
+        return run(*key.createDecryptMechanism(&mechanism, nullptr), &Mechanism::decrypt, data);
+    }
+    std::string encrypt(const Bytes& data = {0xDD})
+    {
+        return run(*object<PublicKey>(1).createEncryptMechanism(nullptr, nullptr), &Mechanism::encrypt, data);
+    }
+
+    scripted::Card& m_card = insert();
+    std::unique_ptr<Token> m_token;
+};
+
+} // namespace
+
+TEST_F(AcosApdus, TrustReadsItsFilesWhenTheyAreFirstAskedFor)
+{
+    AcosTRUSTToken& token = buildTrust();
+    EXPECT_EQ(toText(token.getSerialNumber()), "01ABCD");
+    // The size stands behind 80 02; the last chunk asks for the rest, and the padding is cut.
+    const std::string chunk = std::string(2 * 111, '7');
+    expect(kSelectDF + " 00A4000002B001:6F04800200739000 00B0000070:" + chunk +
+           "559000 00B0007003:4400009000");
+    const Blob modulus = object<CardPrivateKey>(2).getModulus();
+    EXPECT_EQ(PKCS11_blob2hex(modulus), chunk + "5544");
+    EXPECT_EQ(object<CardPublicKey>(1).getModulus(), modulus); // read once for both
+
+    // A certificate loses what follows it; one that breaks off is no certificate. Without a size one read
+    // must do.
+    expect(kSelectDF + " 00A4000002C001:6F009000 00B0000000:30030201059999009000");
+    EXPECT_EQ(PKCS11_blob2hex(object<X509PublicKeyCertificate>(3).getValue()), "3003020105");
+
+    // Free memory is asked for once; the MF stays selected behind it.
+    expect("00A40000023F00 80FA000000:12349000");
+    EXPECT_EQ(token.getInfo().ulFreePrivateMemory, 0x1234U);
+    EXPECT_EQ(token.getInfo().ulMaxPinLen, 8U);
+    expect(kSelectDF + " 002281B803830188 002A868001DD00:00EE9000");
+    EXPECT_EQ(encrypt(), "EE"); // no PIN is cached: the application is selected again
+}
+
+TEST_F(AcosApdus, TrustSignsDecryptsAndEncryptsOnTheCard)
+{
+    AcosTRUSTToken& token = buildTrust();
+    auto& key = object<PrivateKey>(2);
+    const std::string notLoggedIn = "101||AcosTRUSTMechanismDecrypt::decrypt";
+    EXPECT_EQ(sign(key), notLoggedIn);
+    EXPECT_EQ(decrypt(key), notLoggedIn);
+    const std::string login = kSelectDF + " " + kVerify + " ";
+    expect(login);
+    token.Login(Blob("123"));
+
+    // Every step in turn is refused.
+    const std::string signing = " 0088100002AABB00:11229000";
+    expect(login + kMseSign + signing);
+    EXPECT_EQ(sign(key), "1122");
+    expect(login + kMseSign + " 0088100002AABB00:11229000");
+    EXPECT_EQ(sign(key, {0xAA, 0xBB}, 1), "150||");
+    expect(login + kMseSign + ":6A88");
+    EXPECT_EQ(sign(key), "30||");
+    expect(login + kMseSign + " 0088100002AABB00:6985");
+    EXPECT_EQ(sign(key), "30||");
+    expect(kSelectDF + " " + kVerify + ":6983");
+    EXPECT_EQ(sign(key), "A4||");
+    // 300 bytes go out under an Lc of 2C; the card decides.
+    expect(login + kMseSign + " 008810002C" + std::string(600, 'A') + "00:6700");
+    EXPECT_EQ(sign(key, Bytes(300, 0xAA)), "30||");
+
+    expect(login + "002281B803840188 002A80860200CC00:339000");
+    EXPECT_EQ(decrypt(key), "33");
+    EXPECT_EQ(decrypt(key, Bytes(255, 1)), "21||");
+    expect(login + "002281B803830188 002A868001DD00:6A80");
+    EXPECT_EQ(encrypt(), "70||"); // not a device error, deliberately
+    expect(login + "002281B803830188:6A88");
+    EXPECT_EQ(encrypt(), "30||");
+    expect(login + "002281B803830188 002A868001DD00:9000");
+    EXPECT_EQ(encrypt(), "");
+}
+
+TEST_F(AcosApdus, TrustPinsAreEightBytesFilledWithZeros)
+{
+    AcosTRUSTToken& token = buildTrust();
+    const Blob pin("123");
+    EXPECT_EQ(thrownBy([&] { token.Login(Blob("123456789")); }), "A2||");
+    EXPECT_EQ(thrownBy([&] { token.SetPIN(pin, Blob("123456789")); }), "A2||");
+    expect(kSelectDF + " " + kVerify + ":63C2");
+    EXPECT_EQ(thrownBy([&] { token.Login(pin); }), "A0||");
+    EXPECT_TRUE(token.userPin().empty());
+    expect(kSelectDF + " " + kVerify + " 002400811031323300000000003435000000000000:6985");
+    EXPECT_EQ(thrownBy([&] { token.SetPIN(pin, Blob("45")); }), "30||");
+    expect(kSelectDF + " " + kVerify + " 002400811031323300000000003435000000000000");
+    token.SetPIN(pin, Blob("45"));
+    EXPECT_EQ(token.userPin(), Blob("45"));
+    EXPECT_EQ(thrownBy([&] { token.LoginSO(pin); }), "54||");
+    expect("00A4000C023F00 " + kSelectDF);
+    token.ResetSecurity();
+    EXPECT_TRUE(token.userPin().empty());
+}
+
+TEST_F(AcosApdus, EducationVariantsChooseKeysCertificateAndPins)
+{
+    const std::string record = ":300B04014C0402415004023100";
+    const std::string readData = " 00A4000002000500 00B00000F1" + record + "9000";
+    // File 0006 is missing; the objects of 0005 and 0007 both read 0005.
+    const std::string data =
+        " 00A4000002000500" + readData + " 00A4000002000600:6A82 00A4000002000700" + readData;
+    struct Row {
+        int variant;
+        std::string keyFile, certificateFile, reference, userPin, soPin;
+    };
+    for (const Row& row : {Row{1, "0001", "0003", "81", "83", "85"}, Row{2, "0002", "0004", "82", "84", "86"},
+                           Row{0, "", "", "", "84", "86"}}) {
+        const std::string keys =
+            "00A4000002" + row.keyFile + "00 00B0000000:C1C200009000 00B0000000:3007020200C1020103009000";
+        const std::string certificate =
+            " 00A4000002" + row.certificateFile + "00 00B00000F1" + record + "9000";
+        AcosEDUToken& token = buildEDU(row.variant, row.variant == 0 ? data : keys + data + certificate);
+        ASSERT_EQ(token.getObjectList()->highWater(), row.variant == 0 ? 2U : 5U);
+        const unsigned long firstData = row.variant == 0 ? 1 : 3;
+        EXPECT_EQ(toText(object<CardData>(firstData + 1).getApplication()), "AP");
+
+        const std::string verify = " 002020" + row.userPin + "0812345FFFFFFFFFFF";
+        expect(verify + " 002020" + row.soPin + "0812FFFFFFFFFFFFFF:6983" + verify + " 802420" + row.userPin +
+               "1012345FFFFFFFFFFF9876FFFFFFFFFFFF");
+        token.Login(Blob("12345"));
+        EXPECT_EQ(thrownBy([&] { token.LoginSO(Blob("12")); }), "A4||");
+        token.SetPIN(Blob("12345"), Blob("9876"));
+        if (row.variant == 0)
+            continue;
+        EXPECT_EQ(toText(object<CardPublicKey>(1).getLabel()), "DIGSIG" + std::to_string(row.variant));
+        EXPECT_EQ(PKCS11_blob2hex(object<CardPublicKey>(1).getModulus()),
+                  "C1C2"); // a bare modulus, zero padded
+        EXPECT_EQ(PKCS11_blob2hex(object<CardPrivateKey>(2).getModulus()), "C1"); // the INTEGER of a TLV
+        EXPECT_EQ(toText(object<X509PublicKeyCertificate>(5).getID()), "AP");
+        const std::string replay = "002020" + row.userPin + "089876FFFFFFFFFFFF ";
+        auto& key = object<PrivateKey>(2);
+        expect(replay + "002241A4068401" + row.reference + "800101 0088100002AABB00:11229000");
+        EXPECT_EQ(sign(key), "1122");
+        EXPECT_EQ(sign(key, Bytes(256, 1)), "21||"); // would not fit its Lc
+        expect(replay + "002281B8038401" + row.reference + " 002A80860200CC00:6985");
+        EXPECT_EQ(decrypt(key), "30||AcosEDUMechanismDecrypt::decrypt");
+    }
+}
+
+TEST_F(AcosApdus, EducationPinBlocksTakeSixteenDigits)
+{
+    EXPECT_EQ(PKCS11_blob2hex(AcosEDUToken::PinToHex(Blob("1234567890123456"))), "1234567890123456");
+    EXPECT_EQ(PKCS11_blob2hex(AcosEDUToken::PinToHex(Blob("7"))), "7FFFFFFFFFFFFFFF");
+    EXPECT_EQ(thrownBy([] { AcosEDUToken::PinToHex(Blob("12345678901234567")); }), "A2||");
+    for (const char* pin : {"12a4", "12?", " 1", "1/2", "1:2"})
+        EXPECT_EQ(thrownBy([&] { AcosEDUToken::PinToHex(Blob(pin)); }), "A1||") << pin;
+}
