@@ -10,6 +10,7 @@ namespace {
 
 constexpr unsigned short driverDF = 0x2001;
 constexpr unsigned short keyDF = 0x4B01;
+constexpr size_t directorySize = 480; ///< 80 entries of six bytes
 constexpr unsigned char privateKeyV43 = 0x01;
 constexpr unsigned char privateKeyV50 = 0x02;
 
@@ -83,7 +84,7 @@ void CardOSCard::addFiles()
     Bytes directory =
         join({directoryEntry(1, 0x0101, keyDF), directoryEntry(2, 0x0102, keyDF),
               directoryEntry(3, 0x0103, 0x0203), directoryEntry(0, 0, 0), directoryEntry(4, 0x0104, 0x0204)});
-    directory.resize(80 * 6);
+    directory.resize(directorySize);
     FileSystem::addEF(m_driverDF, 0x0001, directory);
     FileSystem::addEF(m_driverDF, 0x0002,
                       record({fromText("CardOS Card"), fromText("0102030405060708"), {10}, {6}, {15}}, {}));

@@ -115,7 +115,7 @@ void CardOSToken::CheckVersion()
     requireSuccess(card().SendCmd(PKCS11_hex2blob(kGetVersion), version));
     if (version.size() < 2)
         throw PKCS11Exception(CKR_DEVICE_ERROR);
-    m_model = &findCardOSModel(version.at(0), version.at(1));
+    m_model = &findCardOSModel(ByteReader(version).word());
 }
 
 void CardOSToken::readFreeMemory()
