@@ -59,6 +59,7 @@ TEST_P(CardOSTest, ResultsStandUpToLibcrypto)
     EXPECT_EQ(verify(theirs, CKM_RSA_PKCS, m_data, signature), CKR_OK);
     EXPECT_EQ(verify(theirs, CKM_RSA_PKCS, vcard::fromText("another"), signature), CKR_SIGNATURE_INVALID);
     EXPECT_EQ(verify(theirs, CKM_RSA_X_509, m_data, sign(mine, CKM_RSA_X_509, m_data).bytes), CKR_OK);
+    EXPECT_EQ(setPin("123456", "7777"), CKR_OK);
     // Selection and PIN are lost, as after a reset that PC/SC does not tell of.
     m_card->reset();
     EXPECT_EQ(decrypt(mine, CKM_RSA_PKCS, encryptFor(publicKey, m_data)).bytes, m_data);
