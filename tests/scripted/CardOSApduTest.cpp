@@ -74,7 +74,8 @@ protected:
         std::istringstream steps(script);
         for (std::string step; steps >> step; before += " " + step) {
             const std::string command = step.substr(0, step.find(':'));
-            expect(before + " " + command + ":6A82");
+            expect(before);
+            expect(command + ":6A82");
             EXPECT_EQ(call(), codes.emplace(command, usual).first->second) << command;
         }
     }
