@@ -58,7 +58,9 @@ long transmit(SCARDHANDLE card, DWORD protocol, const char* cmd, int cmdLen, Ans
     const bool refused = result == kInvalidParameter || result == SCARD_E_INVALID_PARAMETER;
     if (protocol != SCARD_PROTOCOL_T0 || !refused || cmdLen < 1)
         return result;
-    answer.length = std::min(answer.length, kReceiveSize);
+    // The room stays as the first call left it, unless PC/SC set it to nothing or to more than there is.
+    if (answer.length < 2 || answer.length > kReceiveSize)
+        answer.length = kReceiveSize;
     return send(cmdLen - 1);
 }
 
