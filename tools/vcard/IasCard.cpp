@@ -103,12 +103,11 @@ IasCard::IasCard(const IasOptions& options)
 
 void IasCard::addFiles(const IasOptions& options)
 {
-    const Bytes aid = fromHex(options.aid);
+    const Bytes aid = fromHex("E828BD080FD2500000040301");
     const int bits = options.rsaBits;
     FileSystem::addEF(m_files.mf(), efDir, tlv(0x61, join({tlv(0x4F, aid), tlv(0x50, fromText("eID"))})));
     FileSystem::addEF(m_files.mf(), serialNumberFile, fromHex("5A0A01020304050607080910"));
-    if (options.hasApplet)
-        FileSystem::addDF(m_files.mf(), 0x5000, fromHex("A000000077010800070000FE"));
+    FileSystem::addDF(m_files.mf(), 0x5000, fromHex("A000000077010800070000FE")); // the applet's own
     m_application = &FileSystem::addDF(m_files.mf(), 0x5015, aid);
     File& data = FileSystem::addDF(*m_application, 0x5016);
     const auto put = [this](unsigned short id, std::initializer_list<Bytes> records) -> File& {

@@ -15,10 +15,6 @@ struct IasOptions {
     int rsaBits = 2048;
     std::string pin = "123456"; ///< four to eight digits
     std::string puk = "87654321";
-    /// DF name of the PKCS#15 application.
-    std::string aid = "E828BD080FD2500000040301";
-    /// The applet that holds the application can be selected by its own name too.
-    bool hasApplet = true;
 };
 
 /// An IAS-ECC card with a PKCS#15 application (ISO/IEC 7816-15). There are a key that signs and deciphers

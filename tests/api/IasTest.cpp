@@ -1,0 +1,118 @@
+#include "tests/support/CryptokiFixture.h"
+#include "tools/vcard/IasCard.h"
+
+using vcard::IasCard;
+
+namespace {
+
+class IasTest : public CryptokiFixture {
+protected:
+    void startIas(const vcard::IasOptions& options = {})
+    {
+        m_card = std::make_shared<IasCard>(options);
+        start(m_card);
+    }
+    void restart()
+    {
+        TearDown();
+        SetUp();
+    }
+    std::shared_ptr<IasCard> m_card;
+    /// SEQUENCE { SEQUENCE { sha256, NULL }, OCTET STRING }
+    const Bytes m_digestInfo =
+        vcard::join({vcard::fromHex("3031300D060960864801650304020105000420"), Bytes(32, 0x5A)});
+};
+
+} // namespace
+
+TEST_F(IasTest, ObjectsAreWhatTheDirectoriesSay)
+{
+    startIas();
+    EXPECT_EQ(findAll().size(), 5U); // private keys and the secret are hidden
+    ASSERT_EQ(login("123456"), CKR_OK);
+    ASSERT_EQ(findAll().size(), 8U);
+    for (const size_t i : {0U, 1U}) {
+        const std::string name = i == 0 ? "Authentication" : "Signature";
+        const CK_OBJECT_HANDLE certificate = find(CKO_CERTIFICATE, i);
+        EXPECT_EQ(text(certificate, CKA_LABEL), name + " Certificate");
+        EXPECT_EQ(attribute(certificate, CKA_VALUE).bytes, m_card->certificate(i));
+        EXPECT_NE(attribute(certificate, CKA_SUBJECT).length, 0U);
+        for (const CK_OBJECT_CLASS kind : {CKO_PUBLIC_KEY, CKO_PRIVATE_KEY}) {
+            Bytes modulus = m_card->key(i).modulus();
+            const auto found = findAll({{CKA_MODULUS, modulus.data(), modulus.size()},
+                                        {CKA_CLASS, const_cast<CK_OBJECT_CLASS*>(&kind), sizeof kind}});
+            ASSERT_EQ(found.size(), 1U);
+            EXPECT_EQ(text(found[0], CKA_LABEL) + text(found[0], CKA_ID),
+                      name + " Key" + static_cast<char>(i + 1));
+            EXPECT_EQ(number(found[0], CKA_PRIVATE), kind == CKO_PRIVATE_KEY ? CK_TRUE : CK_FALSE);
+            EXPECT_EQ(number(found[0], CKA_TOKEN), CK_TRUE);
+        }
+        EXPECT_EQ(number(find(CKO_PRIVATE_KEY, i), CKA_SIGN), CK_TRUE); // the second by non-repudiation only
+        EXPECT_EQ(number(find(CKO_PRIVATE_KEY, i), CKA_DECRYPT), i == 0 ? CK_TRUE : CK_FALSE);
+        EXPECT_EQ(number(find(CKO_PUBLIC_KEY, i), CKA_ENCRYPT), i == 0 ? CK_TRUE : CK_FALSE);
+    }
+    EXPECT_EQ(text(find(CKO_DATA, 0), CKA_VALUE), "Anyone may read this.");
+    m_card->reset(); // unnoticed: reading shows the PIN again
+    EXPECT_EQ(text(find(CKO_DATA, 1), CKA_VALUE) + text(find(CKO_DATA, 1), CKA_APPLICATION),
+              "Only with the PIN.Quarvel");
+}
+
+TEST_F(IasTest, ResultsStandUpToLibcrypto)
+{
+    for (const int bits : {1024, 2048}) {
+        vcard::IasOptions options;
+        options.rsaBits = bits;
+        startIas(options);
+        ASSERT_EQ(login("123456"), CKR_OK);
+        const auto publicKey = publicKeyOf(m_card->certificate(0));
+        const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
+        const Bytes plain = vcard::fromText("a secret");
+        EXPECT_TRUE(isSignature(publicKey, m_digestInfo, sign(key, CKM_RSA_PKCS, m_digestInfo).bytes));
+        EXPECT_EQ(decrypt(key, CKM_RSA_PKCS, encryptFor(publicKey, plain)).bytes, plain);
+        m_card->reset(); // unnoticed: the next use selects the application and shows the PIN again
+        EXPECT_TRUE(isSignature(publicKey, m_digestInfo, sign(key, CKM_RSA_PKCS, m_digestInfo).bytes));
+        EXPECT_EQ(sign(key, CKM_RSA_PKCS, plain).rv, CKR_DEVICE_ERROR); // no DigestInfo
+        EXPECT_EQ(decrypt(key, CKM_RSA_PKCS, plain).rv, CKR_DEVICE_ERROR);
+        EXPECT_EQ(decrypt(find(CKO_PRIVATE_KEY, 1), CKM_RSA_PKCS, plain).rv, CKR_KEY_FUNCTION_NOT_PERMITTED);
+        restart();
+    }
+}
+
+TEST_F(IasTest, PinsAreChangedBlockedAndUnblocked)
+{
+    startIas();
+    EXPECT_EQ(setPin("123456", "7777"), CKR_OK);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(login("123456"), CKR_PIN_INCORRECT);
+    EXPECT_EQ(login("7777"), CKR_PIN_LOCKED);
+    ASSERT_EQ(login("87654321", CKU_SO), CKR_OK);
+    Bytes fresh = vcard::fromText("2468");
+    EXPECT_EQ(C_InitPIN(m_session, fresh.data(), fresh.size()), CKR_OK);
+    EXPECT_EQ(setPin("87654321", "11112222"), CKR_OK); // the administrator's own
+    EXPECT_EQ(C_Logout(m_session), CKR_OK);
+    EXPECT_EQ(login("2468"), CKR_OK);
+}
+
+TEST_F(IasTest, DamagedFilesCostTheirObjectsOnly)
+{
+    const struct {
+        unsigned short file;
+        Bytes content;
+        size_t objects; ///< before login
+        CK_RV login;
+    } cases[] = {{IasCard::tokenInfo, {}, 5, CKR_OK},
+                 {IasCard::odf, {0x31}, 0, CKR_USER_PIN_NOT_INITIALIZED},
+                 {IasCard::certificates, Bytes(40, 0x30), 3, CKR_OK},
+                 {IasCard::publicKeys, {}, 3, CKR_OK},
+                 {IasCard::privateKeys, Bytes(300, 0xA0), 5, CKR_OK},
+                 {IasCard::dataObjects, {0x04, 0x00}, 4, CKR_OK},
+                 {IasCard::authentication, {0x30, 0x80}, 5, CKR_USER_PIN_NOT_INITIALIZED}};
+    for (const auto& damage : cases) {
+        m_card = std::make_shared<IasCard>();
+        m_card->file(damage.file).content = damage.content;
+        start(m_card);
+        EXPECT_EQ(findAll().size(), damage.objects) << damage.file;
+        EXPECT_EQ(login("123456"), damage.login) << damage.file;
+        restart();
+    }
+}
