@@ -30,6 +30,7 @@ steps=${steps_of[${card:-piv}]-}
 scripts/install-deps.sh build demo
 [[ $steps != *encrypt* ]] || scripts/install-deps.sh demo-encrypt
 . scripts/lib.sh
+. scripts/tool.sh
 
 number=0
 # step TEXT COMMAND...: says what is being done, shows what the command prints, and stops when it fails.
@@ -46,44 +47,6 @@ step() {
     # pkcs11-tool asks for an attribute of a later Cryptoki version, and carries on without it.
     sed -n '/^warning: .*(ALWAYS_AUTHENTICATE)/{n;d};s/^/   | /p' "$WORK/output"
     [ $status -eq 0 ] || fail "step $number ($text) ended with status $status"
-}
-
-tool() {
-    pkcs11-tool --module "$MODULE" ${slot:+--slot "$slot"} "$@"
-}
-
-# The slots with a token as "ID reader name" lines.
-slots_with_token() {
-    tool --list-token-slots | sed -nE 's/^Slot [0-9]+ \((0x[0-9a-f]+)\): (.*)/\1 \2/p'
-}
-
-read_certificate() {
-    tool --read-object --type cert --id "$key" --output-file "$WORK/certificate.der"
-    openssl x509 -inform DER -in "$WORK/certificate.der" -out "$WORK/certificate.pem"
-    openssl x509 -in "$WORK/certificate.pem" -noout -subject
-    openssl x509 -in "$WORK/certificate.pem" -noout -pubkey >"$WORK/public.pem"
-}
-
-sign_digest_info() {
-    # SEQUENCE { SEQUENCE { sha256, NULL }, OCTET STRING of 32 bytes }
-    printf '\x30\x31\x30\x0d\x06\x09\x60\x86\x48\x01\x65\x03\x04\x02\x01\x05\x00\x04\x20' >"$WORK/digest-info"
-    openssl dgst -sha256 -binary "$WORK/letter" >>"$WORK/digest-info"
-    tool --login --pin env:QUARVEL_PIN --sign --mechanism RSA-PKCS --id "$key" \
-        --input-file "$WORK/digest-info" --output-file "$WORK/signature"
-    echo "$(stat -c %s "$WORK/signature") bytes: $(od -An -tx1 -v "$WORK/signature" | tr -d ' \n' | cut -c -48)..."
-}
-
-encrypt_for_card() {
-    echo "Only for the owner of this card." >"$WORK/secret"
-    openssl pkeyutl -encrypt -certin -inkey "$WORK/certificate.pem" -in "$WORK/secret" -out "$WORK/encrypted"
-    echo "$(stat -c %s "$WORK/encrypted") bytes"
-}
-
-decrypt_on_card() {
-    tool --login --pin env:QUARVEL_PIN --decrypt --mechanism RSA-PKCS --id "$key" \
-        --input-file "$WORK/encrypted" --output-file "$WORK/decrypted"
-    cmp "$WORK/secret" "$WORK/decrypted"
-    cat "$WORK/decrypted"
 }
 
 show_sign() {

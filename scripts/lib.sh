@@ -12,6 +12,8 @@ WORK=$(mktemp -d "${TMPDIR:-/tmp}/quarvel.XXXXXX")
 
 vcard_port=35963
 started=()
+# Files outside WORK that go at the end.
+temporary=()
 card_pid=
 
 fail() {
@@ -32,7 +34,7 @@ clean_up() {
     for pid in ${started[@]+"${started[@]}"}; do
         end_process "$pid"
     done
-    rm -rf "$WORK"
+    rm -rf "$WORK" ${temporary[@]+"${temporary[@]}"}
     exit "$status"
 }
 trap clean_up EXIT
