@@ -70,7 +70,7 @@ CK_RV PKCS11Wrapper::Finalize(void* /*pReserved*/)
         return logged;
 
     if (m_initialiseCount <= 0) {
-        logged = outcomeOf(
+        logged = outcomeOf( // NOLINT(clang-analyzer-deadcode.DeadStores): the scope reads it
             [&] {
                 tearDown();
                 return CKR_OK;
@@ -117,12 +117,14 @@ bool PKCS11Wrapper::pausesSessions(const PKCS11Exception& ex) const
     }
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the hooks of a wrapper get a copy
 void PKCS11Wrapper::catchTokenException(CK_SLOT_ID slotID, PKCS11Exception ex)
 {
     if (pausesSessions(ex))
         m_sessions->pauseAllSessions(slotID);
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the hooks of a wrapper get a copy
 void PKCS11Wrapper::catchSessionException(CK_SESSION_HANDLE hSession, PKCS11Exception ex)
 {
     if (pausesSessions(ex))

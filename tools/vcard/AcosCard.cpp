@@ -175,7 +175,7 @@ Response AcosCard::internalAuthenticate(const Command& command)
     const RsaKey* key = nullptr;
     if (command.p1p2() != 0x1000)
         return sw::wrongP1P2;
-    const Response allowed = privateKey(0xA4, key);
+    Response allowed = privateKey(0xA4, key);
     if (allowed.sw != sw::ok)
         return allowed;
     if (command.data.empty() || command.data.size() > key->size() - kMinPadding)
@@ -186,7 +186,7 @@ Response AcosCard::internalAuthenticate(const Command& command)
 Response AcosCard::decipher(const Command& command)
 {
     const RsaKey* key = nullptr;
-    const Response allowed = privateKey(0xB8, key);
+    Response allowed = privateKey(0xB8, key);
     if (allowed.sw != sw::ok)
         return allowed;
     if (command.data.size() != key->size() + 1)

@@ -78,7 +78,7 @@ Blob modulusOfKeyFile(const Blob& content)
         const int end = file.import(content, 0);
         // Zeros behind the TLV are padding.
         if (std::all_of(content.begin() + end, content.end(), [](unsigned char byte) { return byte == 0; })) {
-            const Blob number = stripSignByte(firstNumber(file));
+            Blob number = stripSignByte(firstNumber(file));
             if (!number.empty())
                 return number;
         }

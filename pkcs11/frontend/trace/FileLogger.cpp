@@ -47,7 +47,7 @@ void FileLogger::doLog(short level, const char* text)
     }
     Stamp stamp;
     formatTime(stamp);
-    std::strcat(stamp, "|");
+    std::strncat(stamp, "|", sizeof(stamp) - std::strlen(stamp) - 1);
     writeLine(stamp, text);
 }
 
@@ -69,7 +69,7 @@ void FileLogger::formatTime(Stamp& out) const
         std::snprintf(out + length, sizeof(out) - length, ",%03d", milliseconds);
     }
     if (has(kUTC))
-        std::strcat(out, " UTC");
+        std::strncat(out, " UTC", sizeof(out) - std::strlen(out) - 1);
 }
 
 void FileLogger::formatSeconds(std::time_t second, char* out, std::size_t size) const

@@ -145,7 +145,7 @@ TEST_F(SessionTest, OperationsStartWithTheRightKey)
         const std::string where = "Session::" + row.name;
         const auto init = [&](CK_MECHANISM* with, CK_OBJECT_HANDLE key) {
             session.cleanMechanism();
-            const Failure failure = failureOf(row.init, with, key);
+            Failure failure = failureOf(row.init, with, key);
             EXPECT_EQ(isActive(), failure.first == CKR_OK);
             return failure;
         };
