@@ -45,6 +45,7 @@ public:
     /// modulus.
     int signatureLength();
     /// The same as far as it is known without asking the card; 0 otherwise.
+    // NOLINTNEXTLINE(bugprone-parent-virtual-call): the lazy getter would ask the card
     int knownSignatureLength() { return CardPrivateKey::getModulus().size(); }
 
     std::unique_ptr<Mechanism> createSignMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;

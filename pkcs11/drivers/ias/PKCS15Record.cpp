@@ -66,7 +66,7 @@ PKCS15Record::PKCS15Record(const char* undecodable)
 void PKCS15Record::Import(const Blob& encoded)
 {
     BERCoder node;
-    int end = encoded.size();
+    int end = encoded.size(); // NOLINT(clang-analyzer-deadcode.DeadStores): read when the import throws
     try {
         end = node.import(encoded, 0);
     } catch (const PKCS11Exception&) {
