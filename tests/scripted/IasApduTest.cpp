@@ -236,18 +236,18 @@ TEST_F(IasApdus, AuthenticationObjectsTellUserAndAdministrator)
         {noReference + pin("PIN", "81"), "", "81"},
         {tlv(0xA0, label("x") + seq("")) + pin("", "018205"), "82", ""},
     };
-    for (const auto& [objects, user, so] : rows) {
-        build(objects);
-        const auto verify = [&](const std::string& reference, const Blob& pin) {
-            return thrownBy(
-                [&] { &reference == &user ? m_token->VerifyPIN(pin) : m_token->VerifySOPIN(pin); });
-        };
-        for (const std::string* reference : {&user, &so}) {
+    for (const auto& row : rows) {
+        build(row[0]);
+        for (const int role : {1, 2}) {
+            const std::string& reference = row[role];
+            const auto verify = [&](const Blob& pin) {
+                return thrownBy([&] { role == 1 ? m_token->VerifyPIN(pin) : m_token->VerifySOPIN(pin); });
+            };
             // Without padding a PIN goes out as it is, but never empty.
-            if (!reference->empty())
-                m_card->expect(kSelect, "9000").expect("002000" + *reference + "04 31323334", "9000");
-            EXPECT_EQ(verify(*reference, Blob("1234")), reference->empty() ? "102||" : "");
-            EXPECT_EQ(verify(*reference, Blob()), reference->empty() ? "102||" : "A2||");
+            if (!reference.empty())
+                m_card->expect(kSelect, "9000").expect("002000" + reference + "04 31323334", "9000");
+            EXPECT_EQ(verify(Blob("1234")), reference.empty() ? "102||" : "");
+            EXPECT_EQ(verify(Blob()), reference.empty() ? "102||" : "A2||");
         }
         m_token.reset();
     }
