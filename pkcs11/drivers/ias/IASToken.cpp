@@ -31,6 +31,8 @@ constexpr int kKeyNumber = 6;
 constexpr unsigned short kMF = 0x3F00;
 constexpr unsigned short kSerialNumberFile = 0xD003;
 constexpr int kMaxLc = 255;
+/// Bytes of the directories in a path; a longer one is no honest card's.
+constexpr int kMaxDirectories = 32;
 
 /// Card records throw plain texts; a record or file that is bad counts as empty.
 template <class Record>
@@ -198,7 +200,7 @@ std::optional<Blob> IASToken::readFile(const Blob& path)
         return card().ReadBinaryEF();
     // Not under the application: the card wants the directories of the path selected.
     const Blob directories = path.slice(path.size() % 2, path.size() - path.size() % 2 - 2);
-    if (directories.empty())
+    if (directories.empty() || directories.size() > kMaxDirectories)
         return std::nullopt;
     bool selected = true;
     for (int i = 0; i < directories.size() && selected; i += 2)
