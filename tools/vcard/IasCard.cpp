@@ -72,10 +72,10 @@ Bytes certificateObject(const std::string& label, unsigned char id, size_t size)
     return tlv(0x30, join({common(label, false), tlv(0x30, tlv(0x04, {id})),
                            tlv(0xA1, tlv(0x30, tlv(0x30, where)))}));
 }
-Bytes dataObject(const std::string& label, bool isPrivate, const std::string& where)
+Bytes dataObject(const std::string& label, bool isPrivate, const Bytes& where)
 {
-    return tlv(0x30, join({common(label, isPrivate), tlv(0x30, tlv(0x0C, fromText("Quarvel"))),
-                           tlv(0xA1, path(where))}));
+    return tlv(0x30,
+               join({common(label, isPrivate), tlv(0x30, tlv(0x0C, fromText("Quarvel"))), tlv(0xA1, where)}));
 }
 
 /// SEQUENCE { SEQUENCE, OCTET STRING }
@@ -131,10 +131,13 @@ void IasCard::addFiles(const IasOptions& options)
     put(firstCertificate, {m_certificates[0], Bytes(32)});
     put(firstCertificate + 1, {m_certificates[1], Bytes(32)});
     put(privateData, {fromText("Only with the PIN.")}).readable = [this] { return m_pin.verified(); };
-    FileSystem::addEF(data, publicData, fromText("Anyone may read this."));
-    FileSystem::addEF(
-        data, dataObjects,
-        join({dataObject("Notes", false, "50155016DA01"), dataObject("Secret", true, "3F00DA02")}));
+    const Bytes notes = fromText("Anyone may read this.");
+    const auto length = static_cast<unsigned char>(notes.size());
+    FileSystem::addEF(data, publicData, join({Bytes(2), notes, Bytes(9)}));
+    const Bytes part =
+        tlv(0x30, join({tlv(0x04, fromHex("50155016DA01")), tlv(0x02, {0x02}), tlv(0x80, {length})}));
+    FileSystem::addEF(data, dataObjects,
+                      join({dataObject("Notes", false, part), dataObject("Secret", true, path("3F00DA02"))}));
 }
 
 File& IasCard::file(unsigned short id)

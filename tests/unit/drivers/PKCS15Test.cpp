@@ -153,7 +153,7 @@ TEST(PKCS15, DirectoriesKeepTheGoodRecords)
     const std::string first = seq(seq("0C0131") + kEmpty);
     const std::string second = seq(seq("0C0132") + kEmpty);
     PKCS15CertDF directory;
-    directory.Import(hex("0000" + first + "FFFF" + seq(kEmpty) + "3003 0C0541" + second + "0000 3009 0C01"));
+    directory.Import(hex("0000" + first + seq(kEmpty) + "3003 0C0541 FFFF" + second + "0000 3009 0C01"));
     EXPECT_EQ(directory.Export(), hex(first + second));
     ASSERT_EQ(directory.GetNumber(), 2);
     directory.InsertEntry(std::make_unique<Cert>());
