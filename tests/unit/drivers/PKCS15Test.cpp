@@ -134,6 +134,10 @@ TEST(PKCS15, FieldsAreReadAndChangedInPlace)
     EXPECT_EQ(pin.Export(),
               hex(seq(seq("0C024142 03020700 04015A 02010E") + seq("040101") + tlv(0xA1, seq(changed)))));
 
+    Data data;
+    data.Import(hex(tlv(0xA1, kCommon + kEmpty + tlv(0xA1, seq("06022A03" + kPath)))));
+    EXPECT_EQ(data.objectOID() + data.path().path(), hex("2A03 4401B001"));
+
     PKCS15TokenInfo info;
     info.Import(
         hex("3040 020100 800141 " + kEmpty + "0C0142")); // breaks off; nothing counts behind the SEQUENCE
