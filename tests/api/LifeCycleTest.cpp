@@ -9,6 +9,7 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -24,40 +25,34 @@ CK_RV callWithZeros(CK_RV (*function)(Types...))
     return function(Types{}...);
 }
 
-/// Calls every function with zeros only; what is not listed answers `other`.
-void expectAnswers(std::map<std::string, CK_RV> answers, CK_RV other)
+/// Calls every function with zeros only. `answers` holds names with their codes; the others give `other`.
+void expectAnswers(const std::string& answers, CK_RV other)
 {
-    answers.insert({{"GetInfo", CKR_ARGUMENTS_BAD},
-                    {"GetFunctionList", CKR_GENERAL_ERROR},
-                    {"GetSlotList", CKR_ARGUMENTS_BAD},
-                    {"GetTokenInfo", CKR_ARGUMENTS_BAD},
-                    {"WaitForSlotEvent", CKR_ARGUMENTS_BAD}});
+    std::istringstream text("GetInfo 7 GetFunctionList 5 GetSlotList 7 GetTokenInfo 7 WaitForSlotEvent 7 " +
+                            answers);
+    std::map<std::string, CK_RV> expected;
+    std::string known;
+    while (text >> known)
+        text >> std::hex >> expected[known];
     CK_FUNCTION_LIST* list = nullptr;
     ASSERT_EQ(C_GetFunctionList(&list), CKR_OK);
     list->C_Initialize = list->C_Finalize = nullptr; // the next C_GetFunctionList fills them again
 #define EXPECT_ANSWER(name, count, onEscape)                                                                 \
     EXPECT_EQ(list->C_##name != nullptr ? callWithZeros(list->C_##name) : other,                             \
-              answers.insert({#name, other}).first->second)                                                  \
+              expected.insert({#name, other}).first->second)                                                 \
         << #name;
     QUARVEL_CRYPTOKI_FUNCTIONS(EXPECT_ANSWER)
 }
 
 TEST_F(LifeCycleTest, EveryFunctionAnswersWithoutAndWithInitialisation)
 {
-    expectAnswers({}, CKR_CRYPTOKI_NOT_INITIALIZED);
-    std::map<std::string, CK_RV> answers = {{"CloseAllSessions", CKR_OK},
-                                            {"GetOperationState", CKR_STATE_UNSAVEABLE},
-                                            {"SetOperationState", CKR_SAVED_STATE_INVALID},
-                                            {"GetFunctionStatus", CKR_FUNCTION_NOT_PARALLEL},
-                                            {"CancelFunction", CKR_FUNCTION_NOT_PARALLEL}};
-    for (const char* name :
-         {"GetSlotInfo", "GetMechanismList", "GetMechanismInfo", "InitToken", "OpenSession"})
-        answers[name] = CKR_SLOT_ID_INVALID;
-    for (const char* name : {"DigestKey", "DigestEncryptUpdate", "DecryptDigestUpdate", "SignEncryptUpdate",
-                             "DecryptVerifyUpdate"})
-        answers[name] = CKR_FUNCTION_NOT_SUPPORTED;
+    expectAnswers("", CKR_CRYPTOKI_NOT_INITIALIZED);
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
-    expectAnswers(answers, CKR_SESSION_HANDLE_INVALID);
+    expectAnswers(
+        "GetSlotInfo 3 GetMechanismList 3 GetMechanismInfo 3 InitToken 3 OpenSession 3 CloseAllSessions 0 "
+        "GetOperationState 180 SetOperationState 160 GetFunctionStatus 51 CancelFunction 51 DigestKey 54 "
+        "DigestEncryptUpdate 54 DecryptDigestUpdate 54 SignEncryptUpdate 54 DecryptVerifyUpdate 54",
+        CKR_SESSION_HANDLE_INVALID);
 }
 
 TEST_F(LifeCycleTest, InitialisationsAreCounted)
