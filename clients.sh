@@ -147,7 +147,7 @@ PYTHON
 # A session that stays open while its card leaves the reader and another comes. Each side tells the other what it did.
 hot_plug() {
     cat >"$WORK/hot-plug.py" <<'PYTHON'
-import os, sys
+import os, sys, time
 from PyKCS11 import *
 
 module, slot, digest_info = sys.argv[1:]
@@ -162,12 +162,19 @@ def sign():
     print("signed", flush=True)
     sys.stdin.readline()
 
+def wait_for_removal():
+    # The PC/SC service notices a removal after a while, and tells nobody who is not waiting already.
+    for attempt in range(200):
+        try:
+            session.getSessionInfo()
+        except PyKCS11Error as error:
+            print("gone" if error.value in (CKR_TOKEN_NOT_PRESENT, CKR_DEVICE_REMOVED) else error, flush=True)
+            break
+        time.sleep(0.05)
+    sys.stdin.readline()
+
 sign()
-try:
-    session.getSessionInfo()
-except PyKCS11Error as error:
-    print("gone" if error.value in (CKR_TOKEN_NOT_PRESENT, CKR_DEVICE_REMOVED) else error, flush=True)
-sys.stdin.readline()
+wait_for_removal()
 sign()
 PYTHON
     trap remove_card EXIT # of this check, which runs in a shell of its own
