@@ -6,6 +6,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+scripts/install-deps.sh build targets
+
 api=21
 llvm=14
 sysroot=build/sysroot/musl-armhf

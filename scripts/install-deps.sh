@@ -19,7 +19,7 @@ declare -A packages=(
     # The 32-bit targets and the Android check.
     [targets]="g++-arm-linux-gnueabihf g++-i686-linux-gnu qemu-user clang-14 lld-14 llvm-14 libc++-14-dev"
     # The Debian package.
-    [package]="dpkg-dev file lintian"
+    [package]="dpkg-dev file lintian pkg-config libp11-kit-dev"
 )
 
 groups=("$@")
