@@ -6,6 +6,8 @@
 
 namespace PKCS11 {
 
+static_assert(sizeof(void*) != 4 || sizeof(CK_ULONG) == 4, "32 bits wide on the target");
+
 /// Nickname attribute that NSS asks for; no object of this library has it.
 constexpr CK_ATTRIBUTE_TYPE CKA_VENDOR_NETSCAPE_NAME = 0xCE534352UL;
 

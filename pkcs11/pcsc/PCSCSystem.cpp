@@ -15,6 +15,8 @@ namespace PKCS11 {
 static_assert(std::is_same_v<PCSCContext, SCARDCONTEXT>, "the alias must be the type of PC/SC Lite");
 static_assert(std::is_same_v<PCSCHandle, SCARDHANDLE>, "the alias must be the type of PC/SC Lite");
 static_assert(std::is_same_v<PCSCWord, DWORD>, "the alias must be the type of PC/SC Lite");
+static_assert(sizeof(void*) != 4 || (sizeof(DWORD) == 4 && sizeof(SCARDCONTEXT) == 4),
+              "32 bits wide on the target");
 
 namespace {
 
