@@ -23,7 +23,7 @@ protected:
     {
         Base::setLabel(info.getLabel());
         Base::setID(info.getID());
-        Base::setKeyType(keyTypeOf(info));
+        Base::initKeyType(keyTypeOf(info));
     }
 
 private:

@@ -17,7 +17,8 @@ public:
     CardPrivateKey();
 
     CK_KEY_TYPE getKeyType() override { return m_keyType; }
-    void setKeyType(CK_KEY_TYPE type) override { m_keyType = type; }
+    /// For the driver; a caller cannot change the type.
+    void initKeyType(CK_KEY_TYPE type) { m_keyType = type; }
 
     virtual Blob getModulus() { return m_modulus; }
     virtual void setModulus(const Blob& value) { m_modulus = value; }
@@ -55,7 +56,8 @@ public:
     CardPublicKey();
 
     CK_KEY_TYPE getKeyType() override { return m_keyType; }
-    void setKeyType(CK_KEY_TYPE type) override { m_keyType = type; }
+    /// For the driver; a caller cannot change the type.
+    void initKeyType(CK_KEY_TYPE type) { m_keyType = type; }
 
     virtual Blob getModulus() { return m_modulus; }
     virtual void setModulus(const Blob& value) { m_modulus = value; }

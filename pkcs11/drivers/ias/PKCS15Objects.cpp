@@ -50,11 +50,12 @@ CK_DATE dateOf(const Blob& time)
     return date;
 }
 
-void takeKeyAttributes(Key& key, const PKCS15PrivateKeyObject& record)
+template <class CardKey>
+void takeKeyAttributes(CardKey& key, const PKCS15PrivateKeyObject& record)
 {
     const PKCS15CommonKeyAttributes& attributes = record.keyAttributes();
     takeCommonAttributes(key, record);
-    key.setKeyType(keyTypeOf(record.objectType()));
+    key.initKeyType(keyTypeOf(record.objectType()));
     key.setID(attributes.iD());
     key.setLocal(boolean(attributes.GetKeyAccess(PKCS15_ACCESS_LOCAL)));
     if (!attributes.startDate().empty())

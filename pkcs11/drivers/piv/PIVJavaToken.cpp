@@ -132,8 +132,8 @@ void PIVJavaToken::addContainer(unsigned char tag)
     }
     if (exponent.empty()) {
         // No RSA key in the certificate.
-        publicKey->setKeyType(CKK_EC);
-        privateKey->setKeyType(CKK_EC);
+        publicKey->initKeyType(CKK_EC);
+        privateKey->initKeyType(CKK_EC);
     } else {
         publicKey->setModulus(modulus);
         publicKey->setPublicExponent(exponent);
