@@ -4,20 +4,11 @@
 
 namespace PKCS11 {
 
-namespace {
-
-/// Field of the record that names the application where the attribute set does not.
-constexpr int kApplicationField = 1;
-
-} // namespace
-
 CardOSData::CardOSData(CardOSToken& token, int index) : m_token(token), m_index(index)
 {
     const DataInfo info(token.readAttributeFile(index));
-    Blob application;
-    info.GetParam(CKA_APPLICATION, application);
     CardOSData::setLabel(info.getLabel());
-    CardOSData::setApplication(application.empty() ? info.field(kApplicationField) : application);
+    CardOSData::setApplication(info.getApplication());
 }
 
 Blob CardOSData::readValue()
