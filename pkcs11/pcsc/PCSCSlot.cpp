@@ -109,6 +109,7 @@ void PCSCSlot::ResetChannel()
         traceCode(result);
         throw PKCS11Exception(CKR_GENERAL_ERROR, "reset error", kWhere);
     }
+    ++m_resetCount;
 }
 
 long PCSCSlot::cardStatus() const

@@ -43,6 +43,8 @@ public:
     /// Warm reset of the card: every selection and login on it is lost. Throws CKR_GENERAL_ERROR (5).
     void ResetChannel();
     bool isConnected() const { return m_card != 0; }
+    /// How often the card was reset since the slot exists, also by an exchange that recovered from a removal.
+    int resetCount() const { return m_resetCount; }
     /// The PC/SC result of SCardStatus on the card handle; 0 is success.
     long cardStatus() const;
 
@@ -114,6 +116,7 @@ private:
     PCSCSystem* m_system;
     PCSCHandle m_card = 0;
     PCSCWord m_protocol = 0;
+    int m_resetCount = 0;
     int m_eduVariant = 0;
     Blob m_iasAid;
     std::vector<ATR_OS_MODEL> m_atrList;

@@ -89,6 +89,7 @@ void PIVJavaToken::SelectApp(const Blob& aid)
         sw = card().SendCmdChained(framed(PKCS11_hex2blob(kSelectByNameNoAnswer), aid), answer);
     if (sw != SW_SUCCESS && sw != SW_SUCCESS_9001)
         throw PKCS11Exception(CKR_DEVICE_ERROR, "error select app", "PIVJavaToken::SelectApp");
+    m_selectedAtReset = card().resetCount();
 }
 
 Blob PIVJavaToken::readContainerData(unsigned char tag)
@@ -205,7 +206,11 @@ void PIVJavaToken::requireUserPin(const char* where) const
 
 void PIVJavaToken::VerifyPIN(const Blob& pin)
 {
-    requirePinAccepted(card().Send(PKCS11_hex2blob(kVerifyPin), pinBlock(pin)));
+    const Blob block = pinBlock(pin);
+    // A reset that an exchange recovered from has taken the application away.
+    if (card().resetCount() != m_selectedAtReset)
+        SelectApp(PKCS11_hex2blob(PIV_AID));
+    requirePinAccepted(card().Send(PKCS11_hex2blob(kVerifyPin), block));
     cacheUserPin(pin);
 }
 

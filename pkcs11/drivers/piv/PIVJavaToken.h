@@ -53,6 +53,8 @@ private:
 
     TokenInfo m_info;
     Blob m_manufacturer;
+    /// The slot's reset count when the application was selected last.
+    int m_selectedAtReset = 0;
 };
 
 } // namespace PKCS11
