@@ -13,15 +13,29 @@
 namespace PKCS11 {
 namespace {
 
+/// A card that was reset while its driver read it has lost the selections, and objects would be missing for
+/// as long as it stays in the reader: it is read once more.
+template <class Construct>
+std::unique_ptr<Token> readWhole(PCSCSlot& slot, Construct construct)
+{
+    const int resets = slot.resetCount();
+    auto token = construct();
+    if (slot.resetCount() != resets) {
+        token.reset(); // closes the channel
+        token = construct();
+    }
+    return token;
+}
+
 template <class Driver>
 std::unique_ptr<Token> build(PCSCSlot& slot)
 {
-    return std::make_unique<Driver>(&slot);
+    return readWhole(slot, [&] { return std::make_unique<Driver>(&slot); });
 }
 
 std::unique_ptr<Token> buildEDU(PCSCSlot& slot)
 {
-    return std::make_unique<AcosEDUToken>(&slot, slot.eduVariant());
+    return readWhole(slot, [&] { return std::make_unique<AcosEDUToken>(&slot, slot.eduVariant()); });
 }
 
 /// The driver needs the application that the probe finds.
