@@ -162,19 +162,28 @@ def sign():
     print("signed", flush=True)
     sys.stdin.readline()
 
-def wait_for_removal():
-    # The PC/SC service notices a removal after a while, and tells nobody who is not waiting already.
+# The PC/SC service notices a card that comes or goes after a while, and tells nobody who is not waiting already.
+def wait_until(seen):
     for attempt in range(200):
-        try:
-            session.getSessionInfo()
-        except PyKCS11Error as error:
-            print("gone" if error.value in (CKR_TOKEN_NOT_PRESENT, CKR_DEVICE_REMOVED) else error, flush=True)
-            break
+        if seen():
+            return
         time.sleep(0.05)
-    sys.stdin.readline()
+
+def is_gone():
+    try:
+        session.getSessionInfo()
+        return False
+    except PyKCS11Error as error:
+        print("gone" if error.value in (CKR_TOKEN_NOT_PRESENT, CKR_DEVICE_REMOVED) else error, flush=True)
+        return True
+
+def is_back():
+    return library.getSlotInfo(int(slot, 0)).flags & CKF_TOKEN_PRESENT
 
 sign()
-wait_for_removal()
+wait_until(is_gone)
+sys.stdin.readline()
+wait_until(is_back)
 sign()
 PYTHON
     trap remove_card EXIT # of this check, which runs in a shell of its own
@@ -203,8 +212,7 @@ build_desktop
 start_pcsc virtual
 export QUARVEL_PIN=123456
 start_card piv --pin "$QUARVEL_PIN"
-slot=$(slots_with_token | grep -F "$READER" | head -n 1 | cut -d ' ' -f 1 || true)
-[ -n "$slot" ] || fail "the library does not show the card in the virtual reader"
+find_slot
 key=9a07
 echo "A letter, signed on $(date)." >"$WORK/letter"
 register_with_p11_kit

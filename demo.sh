@@ -103,8 +103,7 @@ if [ -n "$card" ]; then
     start_pcsc virtual
     export QUARVEL_PIN=123456
     start_card "$card" --pin "$QUARVEL_PIN"
-    slot=$(slots_with_token | grep -F "$READER" | head -n 1 | cut -d ' ' -f 1 || true)
-    [ -n "$slot" ] || fail "the library does not show the card in the virtual reader"
+    find_slot
 else
     start_pcsc
     slot=$(slots_with_token | grep -vF "$READER" | head -n 1 | cut -d ' ' -f 1 || true)

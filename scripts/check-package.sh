@@ -28,6 +28,8 @@ echo "Installed $module"
 
 start_pcsc virtual
 start_card piv
+slot=
+find_slot
 p11-kit list-modules | sed -n '/^quarvel/,/^[^ ]/p' | grep -q 'token: PIV Profile' || fail "p11-kit does not show the card"
 MODULE=$(pkg-config --variable=proxy_module p11-kit-1)
 slot=

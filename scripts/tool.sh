@@ -10,6 +10,17 @@ slots_with_token() {
     tool --list-token-slots | sed -nE 's/^Slot [0-9]+ \((0x[0-9a-f]+)\): (.*)/\1 \2/p'
 }
 
+# Sets slot to the slot ID of the card in the virtual reader. The service shows a card a moment after it has powered it.
+find_slot() {
+    local try
+    for try in $(seq 100); do
+        slot=$(slots_with_token | grep -F "$READER" | head -n 1 | cut -d ' ' -f 1 || true)
+        [ -z "$slot" ] || return 0
+        sleep 0.1
+    done
+    fail "the library does not show the card in the virtual reader"
+}
+
 read_certificate() {
     tool --read-object --type cert --id "$key" --output-file "$WORK/certificate.der"
     openssl x509 -inform DER -in "$WORK/certificate.der" -out "$WORK/certificate.pem"
