@@ -19,12 +19,12 @@ template <class Construct>
 std::unique_ptr<Token> readWhole(PCSCSlot& slot, Construct construct)
 {
     const int resets = slot.resetCount();
-    auto token = construct();
-    if (slot.resetCount() != resets) {
-        token.reset(); // closes the channel
-        token = construct();
-    }
-    return token;
+    {
+        std::unique_ptr<Token> token = construct();
+        if (slot.resetCount() == resets)
+            return token;
+    } // the first token's end closes the channel
+    return construct();
 }
 
 template <class Driver>
@@ -45,7 +45,9 @@ std::unique_ptr<Token> buildIAS(PCSCSlot& slot)
         throw PKCS11Exception(CKR_DEVICE_ERROR);
     const bool found = slot.CheckIAS();
     slot.CloseChannel();
-    return found ? build<IASToken>(slot) : nullptr;
+    if (!found)
+        return nullptr;
+    return build<IASToken>(slot);
 }
 
 struct Family {
