@@ -1,6 +1,5 @@
 #include "pkcs11/drivers/acos/AcosToken.h"
 
-#include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/token/Hex.h"
 
@@ -8,8 +7,7 @@ namespace PKCS11 {
 
 AcosToken::AcosToken(PCSCSlot* slot) : CardToken(slot)
 {
-    if (slot == nullptr || !card().CreateChannel())
-        throw PKCS11Exception(CKR_DEVICE_ERROR);
+    requireChannel();
 }
 
 void AcosToken::changeUserPin(const char* header, const Blob& oldBlock, const Blob& newBlock,

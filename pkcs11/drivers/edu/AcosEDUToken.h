@@ -37,8 +37,6 @@ public:
     static Blob PinToHex(const Blob& pin);
 
 private:
-    void addKeyPair(int number);
-
     int m_variant;
     Blob m_model;
     TokenInfo m_record;
