@@ -54,6 +54,7 @@ AcosEDUToken::AcosEDUToken(PCSCSlot* slot, int variant) : AcosToken(slot), m_var
 {
     Blob response;
     requireSuccess(card().SendCmd(PKCS11_hex2blob(kSelectApplication), response));
+    m_selectedAtReset = card().resetCount();
 
     const Variant& shown = variantOf(variant);
     if (shown.keyFile != 0) {
@@ -143,17 +144,24 @@ Blob AcosEDUToken::PinToHex(const Blob& pin)
     return block;
 }
 
-void AcosEDUToken::VerifyPIN(const Blob& pin)
+void AcosEDUToken::verify(const char* header, const Blob& pin)
 {
     const Blob block = PinToHex(pin);
-    requirePinAccepted(card().Send(PKCS11_hex2blob(variantOf(m_variant).verifyUser), block));
+    // A reset that an exchange recovered from has taken the application away.
+    if (card().resetCount() != m_selectedAtReset)
+        selectApplication();
+    requirePinAccepted(card().Send(PKCS11_hex2blob(header), block));
+}
+
+void AcosEDUToken::VerifyPIN(const Blob& pin)
+{
+    verify(variantOf(m_variant).verifyUser, pin);
     cacheUserPin(pin);
 }
 
 void AcosEDUToken::VerifySOPIN(const Blob& pin)
 {
-    const Blob block = PinToHex(pin);
-    requirePinAccepted(card().Send(PKCS11_hex2blob(variantOf(m_variant).verifySO), block));
+    verify(variantOf(m_variant).verifySO, pin);
     cacheSOPin(pin);
 }
 
@@ -169,7 +177,13 @@ void AcosEDUToken::ResetSecurity()
 {
     forgetPins();
     select(kSelectMF);
+    selectApplication();
+}
+
+void AcosEDUToken::selectApplication()
+{
     select(kSelectApplicationNoResponse);
+    m_selectedAtReset = card().resetCount();
 }
 
 } // namespace PKCS11
