@@ -24,15 +24,6 @@ const BERCoder& identifiedValue(const BERCoder& typeAttributes)
     return oid != nullptr && hasTag(*oid, 0x06) ? *first : typeAttributes;
 }
 
-int find(const BERCoder& node, int firstByte)
-{
-    for (int i = 0; i < node.getSize(); ++i) {
-        if (hasTag(node.component(i), firstByte))
-            return i;
-    }
-    return -1;
-}
-
 } // namespace
 
 PKCS15DataObject::PKCS15DataObject()
@@ -59,9 +50,9 @@ void PKCS15DataObject::read(const BERCoder& node)
         return;
     }
     const BERCoder& value = identifiedValue(typeAttributes);
-    if (const int oid = find(value, 0x06); oid >= 0)
+    if (const int oid = findComponent(value, 0x06); oid >= 0)
         m_objectOID = value.component(oid).getValue();
-    if (const int path = find(value, 0x30); path >= 0)
+    if (const int path = findComponent(value, 0x30); path >= 0)
         m_path.take(value.component(path));
 }
 
@@ -76,7 +67,7 @@ void PKCS15DataObject::write(BERCoder& node) const
     } else if (m_path.isPresent()) {
         BERCoder& value =
             &identifiedValue(typeAttributes) == &typeAttributes ? typeAttributes : typeAttributes[0];
-        const int place = find(value, 0x30);
+        const int place = findComponent(value, 0x30);
         putComponent(value, place < 0 ? value.getSize() : place, m_path.node());
     }
     putComponent(node, 2, typeAttributes);

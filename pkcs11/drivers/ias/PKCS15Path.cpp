@@ -39,11 +39,7 @@ int PKCS15PathSequence::find(const BERCoder& node) const
 {
     if (m_place == Place::First)
         return node.getSize() > 0 ? 0 : -1;
-    for (int i = 0; i < node.getSize(); ++i) {
-        if (hasTag(node.component(i), 0x30))
-            return i;
-    }
-    return -1;
+    return findComponent(node, 0x30);
 }
 
 void PKCS15PathSequence::read(const BERCoder& node)

@@ -188,6 +188,15 @@ bool hasTag(const BERCoder& node, int firstByte)
     return node.getTag().front() == firstByte;
 }
 
+int findComponent(const BERCoder& node, int firstByte)
+{
+    for (int i = 0; i < node.getSize(); ++i) {
+        if (hasTag(node.component(i), firstByte))
+            return i;
+    }
+    return -1;
+}
+
 const BERCoder* componentOf(const BERCoder& node, int i)
 {
     return i < node.getSize() ? &node.component(i) : nullptr;

@@ -100,6 +100,8 @@ private:
 
 /// True when the element's tag begins with the byte.
 bool hasTag(const BERCoder& node, int firstByte);
+/// The place of the first component with such a tag, or -1.
+int findComponent(const BERCoder& node, int firstByte);
 /// Component i, or null when there is none.
 const BERCoder* componentOf(const BERCoder& node, int i);
 /// Makes the element component i, with empty SEQUENCEs in the places before it that do not exist. An empty
