@@ -65,11 +65,11 @@ void takeKeyAttributes(CardKey& key, const PKCS15PrivateKeyObject& record)
 }
 
 /// True when the key may do one of these; a record that tells no usage allows all.
-CK_BBOOL allows(const PKCS15CommonKeyAttributes& key, std::initializer_list<PKCS15KeyUsage> usages)
+bool allows(const PKCS15CommonKeyAttributes& key, std::initializer_list<PKCS15KeyUsage> usages)
 {
-    return boolean(key.usage().empty() ||
-                   std::any_of(usages.begin(), usages.end(),
-                               [&key](PKCS15KeyUsage usage) { return key.GetKeyUsage(usage); }));
+    return key.usage().empty() || std::any_of(usages.begin(), usages.end(), [&key](PKCS15KeyUsage usage) {
+               return key.GetKeyUsage(usage);
+           });
 }
 
 } // namespace
@@ -93,8 +93,8 @@ PKCS15PublicKey::PKCS15PublicKey(IASToken& token, const PKCS15PrivateKeyObject& 
 {
     const PKCS15CommonKeyAttributes& attributes = record.keyAttributes();
     takeKeyAttributes(*this, record);
-    setEncrypt(allows(attributes, {PKCS15_USAGE_ENCRYPT, PKCS15_USAGE_WRAP}));
-    setVerify(boolean(allows(attributes, {PKCS15_USAGE_VERIFY, PKCS15_USAGE_VERIFY_RECOVER}) == CK_TRUE ||
+    setEncrypt(boolean(allows(attributes, {PKCS15_USAGE_ENCRYPT, PKCS15_USAGE_WRAP})));
+    setVerify(boolean(allows(attributes, {PKCS15_USAGE_VERIFY, PKCS15_USAGE_VERIFY_RECOVER}) ||
                       attributes.isForNonRepudiation()));
 }
 
@@ -108,9 +108,9 @@ PKCS15PrivateKey::PKCS15PrivateKey(IASToken& token, const PKCS15PrivateKeyObject
 {
     const PKCS15CommonKeyAttributes& attributes = record.keyAttributes();
     takeKeyAttributes(*this, record);
-    setSign(boolean(allows(attributes, {PKCS15_USAGE_SIGN, PKCS15_USAGE_SIGN_RECOVER}) == CK_TRUE ||
+    setSign(boolean(allows(attributes, {PKCS15_USAGE_SIGN, PKCS15_USAGE_SIGN_RECOVER}) ||
                     attributes.isForNonRepudiation()));
-    setDecrypt(allows(attributes, {PKCS15_USAGE_DECRYPT, PKCS15_USAGE_UNWRAP}));
+    setDecrypt(boolean(allows(attributes, {PKCS15_USAGE_DECRYPT, PKCS15_USAGE_UNWRAP})));
     setSensitive(boolean(attributes.GetKeyAccess(PKCS15_ACCESS_SENSITIVE)));
     setExtractable(boolean(attributes.GetKeyAccess(PKCS15_ACCESS_EXTRACTABLE)));
     setAlwaysSensitive(boolean(attributes.GetKeyAccess(PKCS15_ACCESS_ALWAYS_SENSITIVE)));
