@@ -204,19 +204,24 @@ void PIVJavaToken::requireUserPin(const char* where) const
         throw PKCS11Exception(CKR_USER_NOT_LOGGED_IN, "", where);
 }
 
-void PIVJavaToken::VerifyPIN(const Blob& pin)
+void PIVJavaToken::verify(const char* header, const Blob& pin)
 {
     const Blob block = pinBlock(pin);
     // A reset that an exchange recovered from has taken the application away.
     if (card().resetCount() != m_selectedAtReset)
         SelectApp(PKCS11_hex2blob(PIV_AID));
-    requirePinAccepted(card().Send(PKCS11_hex2blob(kVerifyPin), block));
+    requirePinAccepted(card().Send(PKCS11_hex2blob(header), block));
+}
+
+void PIVJavaToken::VerifyPIN(const Blob& pin)
+{
+    verify(kVerifyPin, pin);
     cacheUserPin(pin);
 }
 
 void PIVJavaToken::VerifySOPIN(const Blob& pin)
 {
-    requirePinAccepted(card().Send(PKCS11_hex2blob(kVerifyPuk), pinBlock(pin)));
+    verify(kVerifyPuk, pin);
     cacheSOPin(pin);
 }
 

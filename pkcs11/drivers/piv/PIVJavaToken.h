@@ -48,6 +48,8 @@ public:
     void requireUserPin(const char* where) const;
 
 private:
+    /// VERIFY with the padded PIN. Throws CKR_PIN_LEN_RANGE, CKR_PIN_LOCKED, CKR_PIN_INCORRECT.
+    void verify(const char* header, const Blob& pin);
     /// Puts certificate, public and private key of a container into the object list, unless it is empty.
     void addContainer(unsigned char tag);
 
