@@ -1,6 +1,7 @@
 /// The start and the steps of the operations that work with a key, and of the digest.
 #include "pkcs11/core/Session.h"
 
+#include "pkcs11/Edition.h"
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/core/Arguments.h"
 #include "pkcs11/core/MechanismList.h"
@@ -20,7 +21,7 @@ namespace PKCS11 {
 template <class KeyClass>
 struct KeyUse {
     CK_BBOOL (KeyClass::*usage)();
-    std::unique_ptr<Mechanism> (KeyClass::*factory)(CK_MECHANISM*, MechanismInfo*);
+    std::unique_ptr<Mechanism> (*create)(KeyClass&, CK_MECHANISM*, MechanismInfo*);
 };
 
 /// The start of an operation with an asymmetric key of the class or with a secret key.
@@ -48,44 +49,55 @@ struct OperationStep {
 
 namespace {
 
+template <class KeyClass, std::unique_ptr<Mechanism> (KeyClass::*factory)(CK_MECHANISM*, MechanismInfo*)>
+std::unique_ptr<Mechanism> create(KeyClass& key, CK_MECHANISM* mechanism, MechanismInfo* info)
+{
+    return (key.*factory)(mechanism, info);
+}
+
+std::unique_ptr<Mechanism> createSign(PrivateKey& key, CK_MECHANISM* mechanism, MechanismInfo* info)
+{
+    return Edition::current().createSignMechanism(key, mechanism, info);
+}
+
 constexpr OperationStart<PrivateKey> kSignInit = {
     "Session::signInit",
     "Session::signInit",
     "",
     &MechanismInfo::isSign,
-    {&PrivateKey::getSign, &PrivateKey::createSignMechanism},
-    {&SecretKey::getSign, &SecretKey::createSignMechanism},
+    {&PrivateKey::getSign, &createSign},
+    {&SecretKey::getSign, &create<SecretKey, &SecretKey::createSignMechanism>},
 };
 constexpr OperationStart<PublicKey> kVerifyInit = {
     "Session::verifyInit",
     "Session::verifyInit",
     "",
     &MechanismInfo::isVerify,
-    {&PublicKey::getVerify, &PublicKey::createVerifyMechanism},
-    {&SecretKey::getVerify, &SecretKey::createVerifyMechanism},
+    {&PublicKey::getVerify, &create<PublicKey, &PublicKey::createVerifyMechanism>},
+    {&SecretKey::getVerify, &create<SecretKey, &SecretKey::createVerifyMechanism>},
 };
 constexpr OperationStart<PublicKey> kEncryptInit = {
     "Session::encryptInit",
     "Session::verifyInit", // names the other method, deliberately
     "no encrypt flag",
     &MechanismInfo::isEncrypt,
-    {&PublicKey::getEncrypt, &PublicKey::createEncryptMechanism},
-    {&SecretKey::getEncrypt, &SecretKey::createEncryptMechanism},
+    {&PublicKey::getEncrypt, &create<PublicKey, &PublicKey::createEncryptMechanism>},
+    {&SecretKey::getEncrypt, &create<SecretKey, &SecretKey::createEncryptMechanism>},
 };
 constexpr OperationStart<PrivateKey> kDecryptInit = {
     "Session::decryptInit",
     "Session::decryptInit",
     "",
     &MechanismInfo::isDecrypt,
-    {&PrivateKey::getDecrypt, &PrivateKey::createDecryptMechanism},
-    {&SecretKey::getDecrypt, &SecretKey::createDecryptMechanism},
+    {&PrivateKey::getDecrypt, &create<PrivateKey, &PrivateKey::createDecryptMechanism>},
+    {&SecretKey::getDecrypt, &create<SecretKey, &SecretKey::createDecryptMechanism>},
 };
 constexpr OperationStart<PublicKey> kVerifyRecoverInit = {
     "Session::verifyRecoverInit",
     "Session::verifyRecoverInit",
     "",
     &MechanismInfo::isVerifyRecover,
-    {&PublicKey::getVerifyRecovery, &PublicKey::createVerifyRecoveryMechanism},
+    {&PublicKey::getVerifyRecovery, &create<PublicKey, &PublicKey::createVerifyRecoveryMechanism>},
     {nullptr, nullptr},
 };
 
@@ -188,7 +200,7 @@ void Session::startOperation(const OperationStart<KeyClass>& start, CK_MECHANISM
     const auto begin = [&](auto& key, const auto& use, bool validMechanism) {
         if (!validMechanism || (key.*use.usage)() == CK_FALSE)
             throw PKCS11Exception(CKR_KEY_FUNCTION_NOT_PERMITTED, "", start.where);
-        attach((key.*use.factory)(pMechanism, info), &key, start.where);
+        attach(use.create(key, pMechanism, info), &key, start.where);
     };
     KeyClass* key = nullptr;
     if constexpr (std::is_same_v<KeyClass, PrivateKey>)
@@ -198,7 +210,7 @@ void Session::startOperation(const OperationStart<KeyClass>& start, CK_MECHANISM
     if (key != nullptr)
         return begin(*key, start.key, ValidMechanism(key->getKeyType(), pMechanism));
 
-    SecretKey* secretKey = start.secretKey.factory != nullptr ? getSecretKey(hKey) : nullptr;
+    SecretKey* secretKey = start.secretKey.create != nullptr ? getSecretKey(hKey) : nullptr;
     if (secretKey == nullptr)
         throw PKCS11Exception(CKR_KEY_HANDLE_INVALID, "", start.whereNoKey);
     begin(*secretKey, start.secretKey, true);

@@ -1,5 +1,6 @@
 #include "pkcs11/frontend/FunctionList.h"
 
+#include "pkcs11/Edition.h"
 #include "pkcs11/frontend/SystemWrapper.h"
 
 #include <cstddef>
@@ -7,6 +8,7 @@
 
 namespace {
 
+using PKCS11::CallScope;
 using PKCS11::OnEscape;
 
 /// The parameter types of a function, as the function table declares them.
@@ -22,6 +24,7 @@ struct Signature<CK_RV (*)(Types...)> {
 template <OnEscape onEscape, class Method, class First, class... Rest>
 CK_RV guarded(const Method& method, First first, Rest... /*rest*/) noexcept
 {
+    const CallScope scope;
     try {
         return method();
     } catch (...) {

@@ -1,5 +1,6 @@
 #include "pkcs11/frontend/PKCS11Wrapper.h"
 
+#include "pkcs11/Edition.h"
 #include "pkcs11/core/MechanismList.h"
 #include "pkcs11/core/Session.h"
 #include "pkcs11/frontend/CallPattern.h"
@@ -8,14 +9,6 @@
 namespace PKCS11 {
 
 namespace {
-
-/// Desktop clients pass over a token without CKF_TOKEN_INITIALIZED; the drivers do not report it.
-constexpr CK_FLAGS kAddedTokenFlags =
-#ifdef QUARVEL_REPORT_TOKEN_INITIALIZED
-    CKF_TOKEN_INITIALIZED;
-#else
-    0;
-#endif
 
 void writeMechanismTypes(MechanismList& mechanisms, CK_MECHANISM_TYPE* list, CK_ULONG* count)
 {
@@ -97,7 +90,7 @@ CK_RV PKCS11Wrapper::GetTokenInfo(CK_SLOT_ID slotID, CK_TOKEN_INFO_PTR pInfo)
                             return CKR_TOKEN_NOT_PRESENT;
                         slot.updateSessionCount();
                         *pInfo = slot.getTokenOfPresentCard()->getInfo();
-                        pInfo->flags |= kAddedTokenFlags;
+                        pInfo->flags |= Edition::current().addedTokenFlags();
                         logTokenInfo(*pInfo);
                         return CKR_OK;
                     });

@@ -1,4 +1,5 @@
 // The choice of the card driver: the only file that names driver classes. A new family is one row.
+#include "pkcs11/Edition.h"
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/drivers/atrust/AcosTRUSTToken.h"
 #include "pkcs11/drivers/cardos/CardOSToken.h"
@@ -93,6 +94,8 @@ std::unique_ptr<Token> PCSCSlot::buildToken()
             return build<PIVJavaToken>(*this);
         CloseChannel();
     }
+    if (auto token = Edition::current().createDriver(cardType, *this))
+        return token;
     const auto* const family =
         std::find_if(std::begin(kFamilies), std::end(kFamilies),
                      [&](const Family& row) { return cardType == Blob(row.cardType); });

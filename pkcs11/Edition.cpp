@@ -1,0 +1,23 @@
+#include "pkcs11/Edition.h"
+
+#include "pkcs11/core/Mechanism.h"
+#include "pkcs11/core/PrivateKey.h"
+#include "pkcs11/token/Token.h"
+
+namespace PKCS11 {
+
+Edition Edition::s_product;
+Edition* Edition::s_current = &Edition::s_product;
+
+std::unique_ptr<Token> Edition::createDriver(const Blob& /*cardType*/, PCSCSlot& /*slot*/)
+{
+    return nullptr;
+}
+
+std::unique_ptr<Mechanism> Edition::createSignMechanism(PrivateKey& key, CK_MECHANISM* mechanism,
+                                                        MechanismInfo* info)
+{
+    return key.createSignMechanism(mechanism, info);
+}
+
+} // namespace PKCS11

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "pkcs11/Cryptoki.h"
+
+#include <memory>
+
+namespace PKCS11 {
+
+class Blob;
+class Mechanism;
+class MechanismInfo;
+class PCSCSlot;
+class PrivateKey;
+class Token;
+
+/// The one list of the places where an edition of the library may differ from the product. The product is
+/// this class itself, whose operations add nothing; pkcs11/desktop/ holds the edition for desktop programs.
+class Edition {
+public:
+    constexpr Edition() = default;
+    Edition(const Edition&) = delete;
+    Edition& operator=(const Edition&) = delete;
+
+    /// The edition in force: the product, unless another one was installed.
+    static Edition& current() { return *s_current; }
+    /// Puts another edition in force. It must outlive every use of the library, static destruction included.
+    static void install(Edition& edition) { s_current = &edition; }
+
+    // --- Calls ---
+
+    /// Around every exported function.
+    virtual void beginCall() {}
+    virtual void endCall() {}
+
+    // --- Tokens ---
+
+    /// A driver in place of the product's for this card-type word; none keeps the product's.
+    virtual std::unique_ptr<Token> createDriver(const Blob& cardType, PCSCSlot& slot);
+    /// What C_GetTokenInfo reports beside the flags of the driver.
+    virtual CK_FLAGS addedTokenFlags() const { return 0; }
+
+    // --- Operations ---
+
+    /// The key's signature operation.
+    virtual std::unique_ptr<Mechanism> createSignMechanism(PrivateKey& key, CK_MECHANISM* mechanism,
+                                                           MechanismInfo* info);
+
+protected:
+    /// Nobody deletes an edition, and it is used until the process ends.
+    ~Edition() = default;
+
+private:
+    static Edition s_product;
+    static Edition* s_current;
+};
+
+/// One call of an exported function.
+class CallScope {
+public:
+    CallScope() { Edition::current().beginCall(); }
+    ~CallScope() { Edition::current().endCall(); }
+    CallScope(const CallScope&) = delete;
+    CallScope& operator=(const CallScope&) = delete;
+};
+
+} // namespace PKCS11
