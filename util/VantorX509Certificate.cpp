@@ -57,7 +57,7 @@ constexpr KeyType kKeyTypes[] = {
     throw VantorException(text, CKR_GENERAL_ERROR);
 }
 
-/// A certificate always decodes to some name; one without parts stands for a missing one.
+/// A certificate always decodes to some issuer; one without parts stands for a missing one.
 bool isMissing(const X509_NAME* name)
 {
     return name == nullptr || X509_NAME_entry_count(name) == 0;
@@ -167,7 +167,8 @@ void VantorX509Certificate::fromSSL_X509(X509* cert)
         attributes.push_back({type, bytes.data(), static_cast<CK_ULONG>(bytes.size())});
     };
     const X509_NAME* subject = X509_get_subject_name(cert);
-    if (isMissing(subject))
+    // One without parts is a name: the holder may stand in subjectAltName alone (RFC 5280, 4.1.2.6).
+    if (subject == nullptr)
         fail("VantorX509Certificate::fromSSL_X509 - invalid X509 certificate: subject is empty");
     attributes.push_back(CreateX509Attribute(CKA_SUBJECT, subject));
     const X509_NAME* issuer = X509_get_issuer_name(cert);
