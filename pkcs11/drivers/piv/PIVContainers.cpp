@@ -18,13 +18,10 @@ namespace {
 constexpr unsigned char kContainer = 0x53;
 constexpr unsigned char kDiscovery = 0x7E;
 constexpr int kCertificate = 0x70;
-constexpr int kCertificateInfo = 0x71;
 constexpr int kPublicKey = 0x7F49;
 constexpr int kLabel = 0x50;
 constexpr int kKeyReference = 0x83;
 
-/// Bit of the certificate information: the certificate is compressed.
-constexpr unsigned char kCompressed = 0x01;
 constexpr int kMaxUnpacked = 64 * 1024;
 
 constexpr unsigned char kRSA1024 = 0x06;
@@ -198,18 +195,16 @@ PIVPublicInfo readPublicInfo(const Blob& container)
     PIVPublicInfo info;
     if (container.size() < 2 || container[0] != kCertificate || container[1] == 0)
         return info;
-    bool compressed = false;
     ByteReader reader(container);
     while (const auto element = nextElement(reader, container)) {
         if (element->tag == kCertificate && info.certificate.empty())
             info.certificate = element->value;
-        else if (element->tag == kCertificateInfo)
-            compressed = !element->value.empty() && (element->value[0] & kCompressed) != 0;
         else if (element->tag == kPublicKey)
             readTemplate(element->encoded, info);
-        // The error detection code (FE) and whatever else stands there is dropped.
+        // Certificate information (71), error detection code (FE) and whatever else stands there is dropped:
+        // cards differ in how the information tells of compression.
     }
-    if (compressed && isGzip(info.certificate))
+    if (isGzip(info.certificate))
         info.certificate = unpack(info.certificate);
     return info;
 }
