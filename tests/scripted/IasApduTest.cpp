@@ -40,7 +40,8 @@ protected:
             m_card->expect("00B0" + vcard::toHex(vcard::twoBytes(end)) + "00", "6B00");
     }
     /// A token whose card has these PINs, a key pair, a certificate and no data directory.
-    void build(const std::string& authentication = kPin, const std::string& serial = "")
+    void build(const std::string& authentication = kPin, const std::string& serial = "",
+               const std::string& privateKey = kPrivateKey)
     {
         m_card = &insert("0031B8644070141073940180829000");
         m_slot->CreateChannel();
@@ -66,7 +67,7 @@ protected:
         // The directory with the longest path stands in a DF.
         m_card->expect(kEF + "4403", kNotFound).expect("00A4000C025000", "9000");
         m_card->expect("00A4000C025001", "9000");
-        expectFile("4403", kPrivateKey);
+        expectFile("4403", privateKey);
         m_card->expect(kSelect, "9000");
         expectFile("4404", kPublicKey);
         m_token = std::make_unique<IASToken>(m_slot.get());
@@ -142,13 +143,25 @@ TEST_F(IasApdus, SigningSetsTheKeyAndCollectsTheAnswer)
     expectMSE(environment);
     m_card->expect(authenticate, "6982");
     EXPECT_EQ(run(kSign, 2), "30||PKCS15MechanismSign::sign");
-    for (const CK_ULONG room : {4U, 3U}) {
-        expectMSE(environment);
-        m_card->expect(authenticate, "0102 6102").expect("00C0000002", "0304 9000");
-        EXPECT_EQ(run(kSign, 2, room), room == 4 ? "0|4|" : "150||");
-    }
+    expectMSE(environment);
+    m_card->expect(authenticate, "0102 6102").expect("00C0000002", "0304 9000");
+    EXPECT_EQ(run(kSign, 2, 128), "0|4|");
+    EXPECT_EQ(run(kSign, 2, 127), "150||"); // the record tells the length: nothing is sent
     expectVerify("6983");
     EXPECT_EQ(run(kSign, 2), "A4||");
+}
+
+TEST_F(IasApdus, AKeyWithoutAReferenceNeverStandsForAnother)
+{
+    build(kPin, "", seq(label("K") + seq("0401AA") + tlv(0xA1, seq(seq("") + "02020400"))));
+    login();
+    EXPECT_EQ(run(kSign, 2), "30||PKCS15MechanismSign::sign"); // nothing is sent
+    EXPECT_EQ(run(kDecrypt, 2), "30||PKCS15MechanismDecrypt::decrypt");
+    EXPECT_TRUE(object<PKCS15PrivateKey>(3).getModulus().empty());
+    EXPECT_TRUE(object<PKCS15PublicKey>(2).getModulus().empty());
+    CK_ULONG length = 0;
+    object<PKCS15PrivateKey>(3).createSignMechanism(nullptr, nullptr)->sign(nullptr, 0, nullptr, &length);
+    EXPECT_EQ(length, 128U);
 }
 
 TEST_F(IasApdus, LongCiphertextsGoInAChain)

@@ -270,18 +270,15 @@ void IASToken::ReadPublicKey(unsigned char reference, Blob& modulus, Blob& expon
     }
 }
 
-unsigned char IASToken::keyReference(const PKCS15PrivateKeyObject& record) const
+std::optional<unsigned char> IASToken::publicKeyReference(const PKCS15PrivateKeyObject& record) const
 {
-    const auto lastByte = [](const Blob& integer) { return integer.empty() ? 0 : integer.back(); };
     const PKCS15CommonKeyAttributes& key = record.keyAttributes();
-    if (!key.keyReference().empty())
-        return lastByte(key.keyReference());
-    for (int i = 0; i < m_privateKeys.GetNumber() && !key.iD().empty(); ++i) {
+    for (int i = 0; !key.reference() && i < m_privateKeys.GetNumber() && !key.iD().empty(); ++i) {
         const PKCS15CommonKeyAttributes& other = m_privateKeys[i].keyAttributes();
         if (other.iD() == key.iD())
-            return lastByte(other.keyReference());
+            return other.reference();
     }
-    return 0;
+    return key.reference();
 }
 
 // --- PINs ----------------------------------------------------------------------------------------

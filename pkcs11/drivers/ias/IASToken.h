@@ -38,8 +38,8 @@ public:
     /// Reads the RSA public key of the key with the reference; both stay empty when the card gives none.
     /// Throws CKR_DEVICE_ERROR when the application cannot be selected.
     void ReadPublicKey(unsigned char reference, Blob& modulus, Blob& exponent);
-    /// The reference of a key: its own, or that of the private key with the same ID; 0 when neither is told.
-    unsigned char keyReference(const PKCS15PrivateKeyObject& record) const;
+    /// The reference of a public key: its own, or that of the private key with the same ID.
+    std::optional<unsigned char> publicKeyReference(const PKCS15PrivateKeyObject& record) const;
     /// Reads the value of an object at its path; empty when the path names no file. Throws CKR_DEVICE_ERROR
     /// when the file cannot be selected.
     Blob readValue(const PKCS15CommonObjectAttributes& record, const PKCS15Path& path);

@@ -37,6 +37,11 @@ Blob withBits(Blob bits, unsigned char flags, bool on)
 
 PKCS15CommonKeyAttributes::PKCS15CommonKeyAttributes() : PKCS15Sequence(kLayout) {}
 
+std::optional<unsigned char> PKCS15CommonKeyAttributes::reference() const
+{
+    return keyReference().empty() ? std::nullopt : std::make_optional(keyReference().back());
+}
+
 bool PKCS15CommonKeyAttributes::GetKeyUsage(unsigned char flags) const
 {
     return hasBits(usage(), flags);

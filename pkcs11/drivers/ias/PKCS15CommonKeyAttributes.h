@@ -2,6 +2,8 @@
 
 #include "pkcs11/drivers/ias/PKCS15Record.h"
 
+#include <optional>
+
 namespace PKCS11 {
 
 /// Bits of the first byte of a key's usage (ISO/IEC 7816-15, KeyUsageFlags).
@@ -41,6 +43,8 @@ public:
     void setNative(const Blob& native) { setField(3, native); }
     const Blob& keyReference() const { return field(4); }
     void setKeyReference(const Blob& keyReference) { setField(4, keyReference); }
+    /// The byte that names the key in the commands to the card, the last one of its INTEGER.
+    std::optional<unsigned char> reference() const;
     /// GeneralizedTime.
     const Blob& startDate() const { return field(5); }
     void setStartDate(const Blob& date) { setField(5, date); }

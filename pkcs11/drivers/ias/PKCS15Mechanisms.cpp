@@ -26,10 +26,10 @@ constexpr int kPlaintextLength = 256;
 constexpr char kSignWhere[] = "PKCS15MechanismSign::sign";
 constexpr char kDecryptWhere[] = "PKCS15MechanismDecrypt::decrypt";
 
-void setSecurityEnvironment(const PKCS15PrivateKey& key, const char* command)
+void setSecurityEnvironment(const PKCS15PrivateKey& key, const char* command, unsigned char reference)
 {
     Blob mse = PKCS11_hex2blob(command);
-    mse.push_back(key.keyReference());
+    mse.push_back(reference);
     // Decryption reports the signature's method, deliberately.
     requireSuccess(key.token().card().SendCmd(mse), "Manage Security Environment", kSignWhere);
 }
@@ -64,8 +64,9 @@ void PKCS15MechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK
     m_key.token().requireLogin("PKCS15MechanismSign::decrypt");
     const Blob input = inputOf(data, dataLen, kMaxShortData);
     requireRoom(outLen, m_key.knownSignatureLength());
+    const unsigned char reference = m_key.keyReference(kSignWhere);
     m_key.token().replayUserPin();
-    setSecurityEnvironment(m_key, kMseSetSignature);
+    setSecurityEnvironment(m_key, kMseSetSignature, reference);
     const Blob signature = m_key.token().card().SendCard(PKCS11_hex2blob(kInternalAuthenticate), input);
     requireAnswer(signature, kSignWhere);
     deliver(signature, out, outLen);
@@ -78,8 +79,9 @@ void PKCS15MechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* o
     m_key.token().requireLogin(kDecryptWhere);
     Blob field(1, kPaddingIndicator);
     field.append(inputOf(data, dataLen));
+    const unsigned char reference = m_key.keyReference(kDecryptWhere);
     m_key.token().replayUserPin();
-    setSecurityEnvironment(m_key, kMseSetDecryption);
+    setSecurityEnvironment(m_key, kMseSetDecryption, reference);
     const Blob plaintext = decipher(m_key.token().card(), field);
     requireAnswer(plaintext, kDecryptWhere);
     deliver(plaintext, out, outLen);

@@ -1,5 +1,6 @@
 #include "pkcs11/drivers/ias/PKCS15Objects.h"
 
+#include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/drivers/ias/IASToken.h"
 #include "pkcs11/drivers/ias/PKCS15Mechanisms.h"
 #include "pkcs11/token/Framing.h"
@@ -100,11 +101,12 @@ PKCS15PublicKey::PKCS15PublicKey(IASToken& token, const PKCS15PrivateKeyObject& 
 
 void PKCS15PublicKey::readComponents(Blob& modulus, Blob& exponent)
 {
-    m_token.ReadPublicKey(m_token.keyReference(m_record), modulus, exponent);
+    if (const auto reference = m_token.publicKeyReference(m_record))
+        m_token.ReadPublicKey(*reference, modulus, exponent);
 }
 
 PKCS15PrivateKey::PKCS15PrivateKey(IASToken& token, const PKCS15PrivateKeyObject& record)
-    : m_token(token), m_record(record), m_keyReference(token.keyReference(record))
+    : m_token(token), m_record(record)
 {
     const PKCS15CommonKeyAttributes& attributes = record.keyAttributes();
     takeKeyAttributes(*this, record);
@@ -117,10 +119,27 @@ PKCS15PrivateKey::PKCS15PrivateKey(IASToken& token, const PKCS15PrivateKeyObject
     setNeverExtractable(boolean(attributes.GetKeyAccess(PKCS15_ACCESS_NEVER_EXTRACTABLE)));
 }
 
+unsigned char PKCS15PrivateKey::keyReference(const char* where) const
+{
+    const auto reference = m_record.keyAttributes().reference();
+    if (!reference)
+        throw PKCS11Exception(CKR_DEVICE_ERROR, "", where);
+    return *reference;
+}
+
 int PKCS15PrivateKey::signatureLength()
 {
-    const int size = getModulus().size();
-    return size > 0 ? size : integerOf(m_record.modulusLength()) / 8;
+    return lengthOf(getModulus());
+}
+
+int PKCS15PrivateKey::knownSignatureLength()
+{
+    return lengthOf(CardPrivateKey::getModulus()); // the lazy getter would ask the card
+}
+
+int PKCS15PrivateKey::lengthOf(const Blob& modulus) const
+{
+    return modulus.empty() ? integerOf(m_record.modulusLength()) / 8 : modulus.size();
 }
 
 std::unique_ptr<Mechanism> PKCS15PrivateKey::createSignMechanism(CK_MECHANISM* /*mechanism*/,
@@ -137,7 +156,8 @@ std::unique_ptr<Mechanism> PKCS15PrivateKey::createDecryptMechanism(CK_MECHANISM
 
 void PKCS15PrivateKey::readComponents(Blob& modulus, Blob& exponent)
 {
-    m_token.ReadPublicKey(m_keyReference, modulus, exponent);
+    if (const auto reference = m_record.keyAttributes().reference())
+        m_token.ReadPublicKey(*reference, modulus, exponent);
 }
 
 PKCS15Data::PKCS15Data(IASToken& token, const PKCS15DataObject& record) : m_token(token), m_record(record)

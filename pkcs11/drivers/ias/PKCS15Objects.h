@@ -39,14 +39,14 @@ public:
     PKCS15PrivateKey(IASToken& token, const PKCS15PrivateKeyObject& record);
 
     IASToken& token() const { return m_token; }
-    /// What names the key in the commands to the card.
-    unsigned char keyReference() const { return m_keyReference; }
+    /// What names the key in the commands to the card. Throws CKR_DEVICE_ERROR (0x30) with the where-text for
+    /// a record that does not tell: no other key stands for it.
+    unsigned char keyReference(const char* where) const;
     /// Bytes of a signature: the length of the modulus, or what the record tells where the card gives no
     /// modulus.
     int signatureLength();
     /// The same as far as it is known without asking the card; 0 otherwise.
-    // NOLINTNEXTLINE(bugprone-parent-virtual-call): the lazy getter would ask the card
-    int knownSignatureLength() { return CardPrivateKey::getModulus().size(); }
+    int knownSignatureLength();
 
     std::unique_ptr<Mechanism> createSignMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
     std::unique_ptr<Mechanism> createDecryptMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
@@ -55,8 +55,9 @@ private:
     void readComponents(Blob& modulus, Blob& exponent) override;
 
     IASToken& m_token;
+    int lengthOf(const Blob& modulus) const;
+
     const PKCS15PrivateKeyObject& m_record;
-    unsigned char m_keyReference;
 };
 
 class PKCS15Data final : public CardData {
