@@ -22,6 +22,7 @@ TEST_F(AcosTest, TrustCardSignsDecryptsAndEncryptsForLibcrypto)
     const auto key = publicKeyOf(attribute(certificate, CKA_VALUE).bytes);
     ASSERT_NE(key, nullptr);
     EXPECT_EQ(attribute(privateKey, CKA_MODULUS).bytes, vcard::RsaKey::get(1024).modulus());
+    EXPECT_EQ(attribute(privateKey, CKA_PRIME_1).rv, CKR_ATTRIBUTE_TYPE_INVALID);
     EXPECT_FALSE(attribute(certificate, CKA_SUBJECT).bytes.empty());
 
     const Bytes data(35, 0x5A);

@@ -34,6 +34,9 @@ TEST_P(CardOSTest, ObjectsAreWhatTheCardHolds)
         EXPECT_EQ(attribute(key, CKA_PUBLIC_EXPONENT).bytes, m_card->key().exponent());
     }
     EXPECT_EQ(number(find(CKO_PUBLIC_KEY), CKA_MODULUS_BITS), 8 * m_card->key().size());
+    // Of the private part the key knows the names, but no values.
+    for (const CK_ATTRIBUTE_TYPE secret : {CKA_PRIVATE_EXPONENT, CKA_PRIME_1, CKA_PRIME_2})
+        EXPECT_EQ(attribute(find(CKO_PRIVATE_KEY), secret).length, 0);
     const CK_OBJECT_HANDLE certificate = find(CKO_CERTIFICATE);
     EXPECT_EQ(text(certificate, CKA_LABEL) + text(certificate, CKA_ID), "CertificateE");
     EXPECT_EQ(attribute(certificate, CKA_VALUE).bytes, m_card->certificate());

@@ -68,6 +68,10 @@ TEST_F(PivTest, TokenAndObjectsShowWhatTheCardHolds)
         EXPECT_EQ(attribute(handle, CKA_PUBLIC_EXPONENT).length, bits ? 3U : 0U);
         EXPECT_EQ(number(handle - 1, CKA_MODULUS_BITS), static_cast<CK_ULONG>(bits));
         EXPECT_EQ(findAll({{CKA_MODULUS, modulus.data(), modulus.size()}}).size(), 2U);
+        for (const CK_ATTRIBUTE_TYPE secret : {CKA_PRIVATE_EXPONENT, CKA_PRIME_1, CKA_PRIME_2}) {
+            EXPECT_EQ(attribute(handle, secret).rv, CKR_ATTRIBUTE_TYPE_INVALID);
+            EXPECT_TRUE(findAll({{secret, nullptr, 0}}).empty());
+        }
     }
 }
 
@@ -165,7 +169,8 @@ TEST_F(PivTest, OddContainersCostNoMoreThanTheirOwnObjects)
         {vcard::join({{0x53, 0x82, 0x7F, 0xFF}, body}), plain},
         {tlv(0x53, vcard::join({body, tlv(0x71, {0}), tlv(0xFE, {}), named})), plain, "L"},
         {tlv(0x53, vcard::join({tlv(0x70, packed), tlv(0x71, {1})})), plain},
-        {tlv(0x53, vcard::join({tlv(0x70, packed), tlv(0x71, {0})})), packed},
+        {tlv(0x53, vcard::join({tlv(0x70, packed), tlv(0x71, {0x80})})), plain}, // as older cards say it
+        {tlv(0x53, tlv(0x70, packed)), plain},
         {tlv(0x53, vcard::join({tlv(0x70, bomb), tlv(0x71, {1})})), bomb},
         {vcard::join({{0x53, 0x82, 0xFF, 0xFF}, body}), {}, ""}, // a negative length
         {{0x53, 0x82, 0x01}, {}, ""},

@@ -4,6 +4,20 @@
 
 namespace PKCS11 {
 
+namespace {
+
+using Key = CardOSPrivateKey;
+
+constexpr AttributeRow kRows[] = {
+    attributeRow<&Key::getPrime1, &Key::setPrime1>(CKA_PRIME_1),
+    attributeRow<&Key::getPrime2, &Key::setPrime2>(CKA_PRIME_2),
+    attributeRow<&Key::getPrivateExponent, &Key::setPrivateExponent>(CKA_PRIVATE_EXPONENT),
+};
+
+} // namespace
+
+const AttributeTable CardOSPrivateKey::kAttributes = attributeTableOf(kRows, &CardPrivateKey::kAttributes);
+
 CardOSPrivateKey::CardOSPrivateKey(CardOSToken& token, int index)
     : CardOSKey(token, index, PrivateKeyInfo(token.readAttributeFile(index)))
 {

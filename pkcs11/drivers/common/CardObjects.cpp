@@ -10,10 +10,6 @@ namespace {
 constexpr AttributeRow kPrivateKeyRows[] = {
     attributeRow<&CardPrivateKey::getModulus, &CardPrivateKey::setModulus>(CKA_MODULUS),
     attributeRow<&CardPrivateKey::getPublicExponent, &CardPrivateKey::setPublicExponent>(CKA_PUBLIC_EXPONENT),
-    attributeRow<&CardPrivateKey::getPrime1, &CardPrivateKey::setPrime1>(CKA_PRIME_1),
-    attributeRow<&CardPrivateKey::getPrime2, &CardPrivateKey::setPrime2>(CKA_PRIME_2),
-    attributeRow<&CardPrivateKey::getPrivateExponent, &CardPrivateKey::setPrivateExponent>(
-        CKA_PRIVATE_EXPONENT),
 };
 
 constexpr AttributeRow kPublicKeyRows[] = {

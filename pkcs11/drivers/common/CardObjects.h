@@ -11,7 +11,7 @@
 namespace PKCS11 {
 
 /// A private key on a card. Signs and decrypts; a token object. The components are what the card or its
-/// certificate gives; those of the private part stay empty unless a caller sets them.
+/// certificate gives.
 class CardPrivateKey : public PrivateKey {
 public:
     CardPrivateKey();
@@ -24,12 +24,6 @@ public:
     virtual void setModulus(const Blob& value) { m_modulus = value; }
     virtual Blob getPublicExponent() { return m_publicExponent; }
     virtual void setPublicExponent(const Blob& value) { m_publicExponent = value; }
-    virtual Blob getPrime1() { return m_prime1; }
-    virtual void setPrime1(const Blob& value) { m_prime1 = value; }
-    virtual Blob getPrime2() { return m_prime2; }
-    virtual void setPrime2(const Blob& value) { m_prime2 = value; }
-    virtual Blob getPrivateExponent() { return m_privateExponent; }
-    virtual void setPrivateExponent(const Blob& value) { m_privateExponent = value; }
 
     /// None, as for every card here.
     std::unique_ptr<Mechanism> createSignRecoveryMechanism(CK_MECHANISM* mechanism,
@@ -44,9 +38,6 @@ private:
     CK_KEY_TYPE m_keyType = CKK_RSA;
     Blob m_modulus;
     Blob m_publicExponent;
-    Blob m_prime1;
-    Blob m_prime2;
-    Blob m_privateExponent;
 };
 
 /// A public key on a card. Encrypts and verifies; a token object. Where the card does neither, the factories
