@@ -136,6 +136,11 @@ TEST_F(CardOSApduTest, PublicKeyIsLoadedBeforeV50)
         EXPECT_EQ(verifyBlock(CKM_RSA_PKCS, "000001" + kFiller + end, m_data), CKR_SIGNATURE_INVALID) << end;
     for (const char* block : {"", "0000", "000001FFFFFFFF"})
         EXPECT_EQ(verifyBlock(CKM_RSA_PKCS, block, {}), CKR_SIGNATURE_INVALID) << block;
+    // Anything but filler leaves room for a cube that ends as it should.
+    for (const char* filler : {"11FFFFFF", "FFFFFF11", "FFFF00FF"})
+        EXPECT_EQ(verifyBlock(CKM_RSA_PKCS, std::string("000001") + filler + "00AABB", m_data),
+                  CKR_SIGNATURE_INVALID)
+            << filler;
     EXPECT_EQ(verifyBlock(CKM_RSA_X_509, "000000AABB", {0x00, 0xAA, 0xBB}), CKR_OK);
     EXPECT_EQ(verifyBlock(CKM_RSA_X_509, "000000AABBCC", m_data), CKR_SIGNATURE_INVALID);
 }

@@ -201,9 +201,10 @@ Blob CardOSMechanismVerify::signedData(const Blob& block) const
         return stripLeadingZeros(block);
     if (type() != CKM_RSA_PKCS)
         throw PKCS11Exception(CKR_MECHANISM_INVALID, "", "CardOSMechanismVerify::verify");
+    // Anything but filler would leave room for a forgery: a cube that ends as it should.
     const Blob filled = block.slice(kFillerPosition);
-    const auto separator = std::find(filled.begin(), filled.end(), 0x00);
-    return separator == filled.end() ? Blob() : Blob(separator + 1, filled.end());
+    const auto separator = std::find_if(filled.begin(), filled.end(), [](int byte) { return byte != 0xFF; });
+    return separator == filled.end() || *separator != 0x00 ? Blob() : Blob(separator + 1, filled.end());
 }
 
 void CardOSMechanismVerify::verifyUpdate(CK_BYTE* /*data*/, CK_ULONG /*dataLen*/) {}
