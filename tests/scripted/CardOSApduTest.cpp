@@ -159,6 +159,24 @@ TEST_F(CardOSApduTest, V50)
     expectFailures(kVerify + kUseV50 + kSignPso, [&] { return signPkcs().rv; }, {{kPin, CKR_PIN_INCORRECT}});
 }
 
+// The card may show the number with its sign; the key is no longer for it.
+TEST_F(CardOSApduTest, ASignByteIsNoPartOfTheKeysLength)
+{
+    begin("C901");
+    const std::string read =
+        kApplication + kKeyDF + " 0047830008B80684010295018000:7F4918811100" + kModulus + "82030100019000";
+    expect(read + kVerify + kUseV50 + kSignPso + kVerify + kUseV50 + read);
+    EXPECT_EQ(sign(kPrivateKey, CKM_RSA_PKCS, m_data, 16).bytes, scripted::bytes(kResult));
+    EXPECT_EQ(sign(kPrivateKey, CKM_RSA_PKCS, m_data, 15).length, 16);
+    EXPECT_EQ(sign(kPrivateKey, CKM_RSA_X_509, Bytes(17)).rv, CKR_DATA_LEN_RANGE);
+    EXPECT_EQ(number(kPublicKey, CKA_MODULUS_BITS), 128);
+    CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
+    CK_ULONG length = 0;
+    ASSERT_EQ(C_SignInit(m_session, &mechanism, kPrivateKey), CKR_OK);
+    EXPECT_EQ(C_Sign(m_session, nullptr, 0, nullptr, &length), CKR_OK);
+    EXPECT_EQ(length, 16);
+}
+
 // Length bytes wrap modulo 256, long data fields make extended commands, long answers come in parts.
 TEST_F(CardOSApduTest, LongKeys)
 {

@@ -2,6 +2,7 @@
 
 #include "pkcs11/drivers/cardos/CardOSToken.h"
 #include "pkcs11/drivers/common/LazyRsaKey.h"
+#include "pkcs11/drivers/common/PKCS1.h"
 
 namespace PKCS11 {
 
@@ -17,6 +18,8 @@ public:
     CardOSToken& token() const { return m_token; }
     /// The object's place in the directory.
     int index() const { return m_index; }
+    /// Bytes of the key: those of the modulus, without a sign byte that the card may show with it.
+    int keyLength() { return stripSignByte(this->getModulus()).size(); }
 
 protected:
     CardOSKey(CardOSToken& token, int index, const ObjectInfo& info) : m_token(token), m_index(index)

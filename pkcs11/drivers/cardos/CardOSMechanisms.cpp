@@ -56,24 +56,24 @@ CardOSMechanismSign::CardOSMechanismSign(CardOSPrivateKey& key, CK_MECHANISM_TYP
 void CardOSMechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
 {
     const bool isRSA = m_key.getKeyType() == CKK_RSA;
-    const int announced = out != nullptr ? 0 : isRSA ? m_key.getModulus().size() : kOtherSignatureLength;
+    const int announced = out != nullptr ? 0 : isRSA ? m_key.keyLength() : kOtherSignatureLength;
     if (answersLength(out, outLen, announced))
         return;
     requireLogin();
     const Blob input = inputOf(data, dataLen, kMaxInput);
     // Read before the card is made ready: reading selects other files.
-    const Blob modulus = m_key.getModulus();
+    const int size = m_key.keyLength();
     if (isRSA) {
-        if (modulus.empty())
+        if (size == 0)
             throw PKCS11Exception(CKR_DEVICE_ERROR, "", where());
-        requireRoom(outLen, stripSignByte(modulus).size());
+        requireRoom(outLen, size);
     }
     if (!prepare(isRSA ? kUseDecipherKeyV50 : kUseSignKeyV50)) {
         // No result and no error, deliberately.
         *outLen = 0;
         return;
     }
-    deliver(decipher(block(input, modulus.size())), out, outLen);
+    deliver(decipher(block(input, size)), out, outLen);
 }
 
 Blob CardOSMechanismSign::block(const Blob& data, int size) const
@@ -138,14 +138,14 @@ CardOSMechanismEncrypt::CardOSMechanismEncrypt(CardOSPublicKey& key, CK_MECHANIS
 
 void CardOSMechanismEncrypt::encrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
 {
-    if (answersLength(out, outLen, out != nullptr ? 0 : key().getModulus().size()))
+    if (answersLength(out, outLen, out != nullptr ? 0 : key().keyLength()))
         return;
     if (loadsKey())
         requireLogin();
     const Blob input = inputOf(data, dataLen, kMaxInput);
     Blob field = input;
     if (type() == CKM_RSA_PKCS || loadsKey()) {
-        const int size = stripSignByte(key().getModulus()).size();
+        const int size = key().keyLength();
         if (type() == CKM_RSA_PKCS) {
             if (size == 0) {
                 // No result and no error, deliberately.

@@ -9,6 +9,7 @@ public:
     /// Reads the attribute file. Throws as CardOSToken's constructor does.
     CardOSPublicKey(CardOSToken& token, int index);
 
+    CK_ULONG getModulusBits() override { return 8UL * static_cast<CK_ULONG>(keyLength()); }
     std::unique_ptr<Mechanism> createVerifyMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
     std::unique_ptr<Mechanism> createEncryptMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
 };
