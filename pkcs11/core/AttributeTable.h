@@ -21,6 +21,8 @@ struct AttributeRow {
     Blob (*get)(Object& object);
     /// Null for a read-only attribute. The value has at least valueLength bytes.
     void (*set)(Object& object, const Blob& value);
+    /// A search compares the value only when nothing else rules the object out.
+    bool readOnDemand = false;
 };
 
 /// The rows of one class and the table of its base class, null at Object.
@@ -101,6 +103,13 @@ constexpr AttributeRow attributeRow(CK_ATTRIBUTE_TYPE type)
     using Value = typename detail::MemberTraits<decltype(Getter)>::Value;
     return {type, detail::valueLength<Value>(), &detail::readAttribute<Getter>,
             &detail::writeAttribute<Setter>};
+}
+
+/// A row whose value may have to be read from the card.
+constexpr AttributeRow onDemand(AttributeRow row)
+{
+    row.readOnDemand = true;
+    return row;
 }
 
 template <int N>

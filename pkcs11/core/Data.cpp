@@ -7,7 +7,7 @@ namespace {
 constexpr AttributeRow kRows[] = {
     attributeRow<&Data::getApplication, &Data::setApplication>(CKA_APPLICATION),
     attributeRow<&Data::getObjectIdentifier, &Data::setObjectIdentifier>(CKA_OBJECT_ID),
-    attributeRow<&Data::getValue, &Data::setValue>(CKA_VALUE),
+    onDemand(attributeRow<&Data::getValue, &Data::setValue>(CKA_VALUE)),
 };
 
 } // namespace

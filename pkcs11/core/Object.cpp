@@ -102,11 +102,17 @@ void Object::setAttribute(const CK_ATTRIBUTE* attributes, CK_ULONG count)
 bool Object::testObject(const CK_ATTRIBUTE* attributes, CK_ULONG count, CK_ULONG matched)
 {
     bool equal = true;
-    forEachRow(attributeTable(), attributes, count, [&](const AttributeRow& row, const CK_ATTRIBUTE& entry) {
-        equal = equal && matches(*this, row, entry);
-        ++matched;
-    });
-    return equal && matched == count;
+    const auto compare = [&](bool onDemand) {
+        forEachRow(attributeTable(), attributes, count,
+                   [&](const AttributeRow& row, const CK_ATTRIBUTE& entry) {
+                       matched += onDemand ? 0 : 1;
+                       equal = equal && (row.readOnDemand != onDemand || matches(*this, row, entry));
+                   });
+    };
+    compare(false);
+    equal = equal && matched == count;
+    compare(true);
+    return equal;
 }
 
 CK_ULONG Object::getObjectSize()

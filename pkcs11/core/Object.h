@@ -27,7 +27,7 @@ public:
     /// CKR_ATTRIBUTE_VALUE_INVALID (0x13) for a value shorter than its type, before anything is applied.
     virtual void setAttribute(const CK_ATTRIBUTE* attributes, CK_ULONG count);
     /// True when every entry of the template is known and equal; `matched` counts the entries that subclasses
-    /// have matched already.
+    /// have matched already. What may have to be read from the card is compared last.
     virtual bool testObject(const CK_ATTRIBUTE* attributes, CK_ULONG count, CK_ULONG matched);
 
     /// Removes the object from the card. The base does nothing.

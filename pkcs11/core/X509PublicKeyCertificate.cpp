@@ -8,10 +8,10 @@ using X509 = X509PublicKeyCertificate;
 
 constexpr AttributeRow kRows[] = {
     attributeRow<&X509::getID, &X509::setID>(CKA_ID),
-    attributeRow<&X509::getSerialNumber, &X509::setSerialNumber>(CKA_SERIAL_NUMBER),
-    attributeRow<&X509::getSubject, &X509::setSubject>(CKA_SUBJECT),
-    attributeRow<&X509::getIssuer, &X509::setIssuer>(CKA_ISSUER),
-    attributeRow<&X509::getValue, &X509::setValue>(CKA_VALUE),
+    onDemand(attributeRow<&X509::getSerialNumber, &X509::setSerialNumber>(CKA_SERIAL_NUMBER)),
+    onDemand(attributeRow<&X509::getSubject, &X509::setSubject>(CKA_SUBJECT)),
+    onDemand(attributeRow<&X509::getIssuer, &X509::setIssuer>(CKA_ISSUER)),
+    onDemand(attributeRow<&X509::getValue, &X509::setValue>(CKA_VALUE)),
 };
 
 } // namespace

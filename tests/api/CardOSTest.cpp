@@ -51,6 +51,26 @@ TEST_P(CardOSTest, ObjectsAreWhatTheCardHolds)
     EXPECT_TRUE(fakepcsc::sentAPDUs().empty());
 }
 
+TEST_P(CardOSTest, ASearchReadsOnlyWhatDecides)
+{
+    begin();
+    fakepcsc::clearCalls();
+    CK_OBJECT_CLASS certificates = CKO_CERTIFICATE;
+    CK_ULONG bits = 8;
+    Bytes other(1);
+    Bytes value = m_card->certificate();
+    const CK_ATTRIBUTE valueEntry{CKA_VALUE, value.data(), value.size()};
+    const CK_ATTRIBUTE labelEntry{CKA_LABEL, other.data(), other.size()};
+    // Another entry differs; no object knows both; the same entry twice.
+    EXPECT_TRUE(findAll({valueEntry, labelEntry}).empty());
+    EXPECT_TRUE(findAll({valueEntry, {CKA_MODULUS_BITS, &bits, sizeof bits}}).empty());
+    EXPECT_TRUE(findAll({valueEntry, valueEntry}).empty());
+    EXPECT_TRUE(findAll({{CKA_MODULUS, nullptr, 0}, {CKA_PUBLIC_EXPONENT, nullptr, 0}, labelEntry}).empty());
+    EXPECT_TRUE(fakepcsc::sentAPDUs().empty());
+    EXPECT_EQ(findAll({valueEntry, {CKA_CLASS, &certificates, sizeof certificates}}).size(), 1);
+    EXPECT_EQ(fakepcsc::sentAPDUs().size(), 3 + value.size() / 241 + 1); // one file
+}
+
 TEST_P(CardOSTest, ResultsStandUpToLibcrypto)
 {
     begin();

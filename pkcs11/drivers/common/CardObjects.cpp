@@ -8,14 +8,16 @@ namespace PKCS11 {
 namespace {
 
 constexpr AttributeRow kPrivateKeyRows[] = {
-    attributeRow<&CardPrivateKey::getModulus, &CardPrivateKey::setModulus>(CKA_MODULUS),
-    attributeRow<&CardPrivateKey::getPublicExponent, &CardPrivateKey::setPublicExponent>(CKA_PUBLIC_EXPONENT),
+    onDemand(attributeRow<&CardPrivateKey::getModulus, &CardPrivateKey::setModulus>(CKA_MODULUS)),
+    onDemand(attributeRow<&CardPrivateKey::getPublicExponent, &CardPrivateKey::setPublicExponent>(
+        CKA_PUBLIC_EXPONENT)),
 };
 
 constexpr AttributeRow kPublicKeyRows[] = {
-    attributeRow<&CardPublicKey::getModulus, &CardPublicKey::setModulus>(CKA_MODULUS),
-    attributeRow<&CardPublicKey::getPublicExponent, &CardPublicKey::setPublicExponent>(CKA_PUBLIC_EXPONENT),
-    readOnlyRow<&CardPublicKey::getModulusBits>(CKA_MODULUS_BITS),
+    onDemand(attributeRow<&CardPublicKey::getModulus, &CardPublicKey::setModulus>(CKA_MODULUS)),
+    onDemand(attributeRow<&CardPublicKey::getPublicExponent, &CardPublicKey::setPublicExponent>(
+        CKA_PUBLIC_EXPONENT)),
+    onDemand(readOnlyRow<&CardPublicKey::getModulusBits>(CKA_MODULUS_BITS)),
 };
 
 /// The stored value, or nothing where the certificate has none.
