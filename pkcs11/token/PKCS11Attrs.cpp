@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
 
 namespace PKCS11 {
 
@@ -36,6 +37,12 @@ const Blob* element(const BERCoder& attribute, int i)
     return &attribute.component(i).getValue();
 }
 
+bool hasType(const BERCoder& attribute, const Blob& type)
+{
+    const Blob* own = element(attribute, 0);
+    return own != nullptr && *own == type;
+}
+
 bool isStored(const BERCoder& attribute)
 {
     const Blob* type = element(attribute, 0);
@@ -53,19 +60,21 @@ PKCS11Attrs::PKCS11Attrs(const Blob& encoded)
 
 int PKCS11Attrs::find(const Blob& type) const
 {
-    for (int i = 0; i < getSize(); ++i) {
-        const Blob* candidate = element(component(i), 0);
-        if (candidate != nullptr && *candidate == type)
-            return i;
-    }
-    return -1;
+    int i = 0;
+    while (i < getSize() && !hasType(component(i), type))
+        ++i;
+    return i;
 }
 
 void PKCS11Attrs::SetParam(const Blob& type, const Blob& value)
 {
+    put(find(type), type, value);
+}
+
+void PKCS11Attrs::put(int i, const Blob& type, const Blob& value)
+{
     const BERCoder stored(kOctetString, value);
-    const int i = find(type);
-    if (i >= 0) {
+    if (i < getSize()) {
         (*this)[i][1] = stored;
         return;
     }
@@ -99,7 +108,7 @@ void PKCS11Attrs::SetParam(const CK_ATTRIBUTE* attributes, CK_ULONG count)
 void PKCS11Attrs::GetParam(const Blob& type, Blob& value) const
 {
     const int i = find(type);
-    const Blob* stored = i < 0 ? nullptr : element(component(i), 1);
+    const Blob* stored = i < getSize() ? element(component(i), 1) : nullptr;
     if (stored == nullptr)
         value.clear();
     else
@@ -121,11 +130,17 @@ bool PKCS11Attrs::GetParam(CK_ATTRIBUTE_TYPE type) const
 void PKCS11Attrs::SetAttrs(const Blob& encoded)
 {
     const PKCS11Attrs other(encoded);
+    // The first component of each type: a set from a card may be too large to search it for each.
+    std::map<Blob, int> places;
+    for (int i = 0; i < getSize(); ++i) {
+        if (const Blob* type = element(component(i), 0))
+            places.emplace(*type, i);
+    }
     for (int i = 0; i < other.getSize(); ++i) {
         const Blob* type = element(other.component(i), 0);
         const Blob* value = element(other.component(i), 1);
         if (type != nullptr && value != nullptr)
-            SetParam(*type, *value);
+            put(places.emplace(*type, getSize()).first->second, *type, *value);
     }
 }
 

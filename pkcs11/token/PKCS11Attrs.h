@@ -33,8 +33,10 @@ public:
     Blob GetAttrs() const;
 
 private:
-    /// Index of the component with that type, or -1.
+    /// Index of the component with that type, or getSize().
     int find(const Blob& type) const;
+    /// Gives component i the value, or appends the attribute.
+    void put(int i, const Blob& type, const Blob& value);
 };
 
 } // namespace PKCS11

@@ -1,5 +1,8 @@
+#include "pkcs11/token/ByteOrder.h"
 #include "pkcs11/token/InfoRecords.h"
 #include "tests/unit/token/TestBytes.h"
+
+#include <ctime>
 
 using namespace PKCS11;
 
@@ -35,6 +38,22 @@ TEST(PKCS11Attrs, LeavesOutWhatIsNeverStored)
     PKCS11Attrs stored;
     stored.SetParam(all.data(), static_cast<CK_ULONG>(all.size()));
     EXPECT_EQ(stored.getSize(), 7);
+}
+
+TEST(PKCS11Attrs, ALargeSetTakesTimeForItsSizeOnly)
+{
+    // Each type twice: the later value counts, in the earlier place.
+    constexpr int kTypes = 10000;
+    Blob set = hex("3183035B60");
+    for (int i = 0; i < 2 * kTypes; ++i)
+        set.append(hex("30090604") + long2blob(i % kTypes) + hex("0401") + Blob(1, i < kTypes ? 1 : 2));
+    const std::clock_t start = std::clock();
+    PKCS11Attrs attributes;
+    attributes.SetAttrs(set);
+    EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC);
+    ASSERT_EQ(attributes.getSize(), kTypes);
+    EXPECT_EQ(attributes[kTypes - 1][0].getValue() + attributes[1][1].getValue(),
+              long2blob(kTypes - 1) + hex("02"));
 }
 
 TEST(PKCS11Attrs, SetsFromCardsMayBeIncomplete)
