@@ -68,7 +68,7 @@ CK_RV PKCS11Wrapper::GetSlotInfo(CK_SLOT_ID slotID, CK_SLOT_INFO_PTR pInfo)
         [&](Slot& slot) {
             requirePointer(pInfo);
             // getInfo() has just asked the reader, so its CKF_TOKEN_PRESENT stands.
-            *pInfo = slot.getInfo();
+            pInfo << slot.getInfo();
             logResults(
                 {text("pInfo->slotDescription", pInfo->slotDescription, sizeof(pInfo->slotDescription)),
                  text("pInfo->manufacturerID", pInfo->manufacturerID, sizeof(pInfo->manufacturerID)),

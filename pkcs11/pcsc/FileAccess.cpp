@@ -14,7 +14,7 @@ namespace {
 constexpr int kOffsetLimit = 0x8000;
 /// An answer of more bytes than this is a full chunk of ReadBinary, which asks for one more.
 constexpr int kShortChunk = 240;
-/// Bytes that ReadBinary(Blob&) reads at most.
+/// Bytes that ReadBinary reads at most.
 constexpr int kReadBinarySize = 4096;
 /// Length asked for when the card refuses the one before.
 constexpr unsigned char kFallbackLe = 0x70;
@@ -28,13 +28,13 @@ void setOffset(Blob& command, int offset)
 
 } // namespace
 
-int PCSCSlot::ReadBinary(char* buf, int room, int* len)
+int PCSCSlot::ReadBinary(char* buf, int* len)
 {
     *len = 0;
     Blob command = PKCS11_hex2blob("00b00000F1");
     int offset = 0;
     int sw = SW_SUCCESS;
-    while (offset < room && offset < kOffsetLimit) {
+    while (offset < kReadBinarySize) {
         setOffset(command, offset);
         Blob chunk;
         sw = SendCmd(command, chunk);
@@ -43,7 +43,7 @@ int PCSCSlot::ReadBinary(char* buf, int room, int* len)
             break;
         }
         if (sw == SW_SUCCESS || sw == SW_EOF_REACHED) {
-            const int count = std::min(chunk.size(), room - offset);
+            const int count = std::min(chunk.size(), kReadBinarySize - offset);
             std::copy_n(chunk.begin(), count, buf + offset);
             offset += count;
         }
@@ -58,7 +58,7 @@ int PCSCSlot::ReadBinary(Blob& out)
 {
     Blob buffer(kReadBinarySize, 0);
     int length = 0;
-    const int sw = ReadBinary(reinterpret_cast<char*>(buffer.data()), buffer.size(), &length);
+    const int sw = ReadBinary(reinterpret_cast<char*>(buffer.data()), &length);
     out = buffer.slice(0, length);
     return sw;
 }

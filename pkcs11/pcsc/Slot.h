@@ -12,6 +12,12 @@ class Object;
 class PKCS11Wrapper;
 class Token;
 
+/// How the information of a slot reaches a caller's record.
+inline void operator<<(CK_SLOT_INFO* out, const CK_SLOT_INFO& info)
+{
+    *out = info;
+}
+
 /// A PKCS#11 slot: its description, and the token of the card in it.
 class Slot {
 public:
