@@ -16,7 +16,8 @@ struct X509Deleter {
 using X509Pointer = std::unique_ptr<x509_st, X509Deleter>;
 
 /// The PKCS#11 attributes and some readable texts of an X.509 certificate, decoded with libcrypto. All
-/// libcrypto objects are gone when a call returns.
+/// libcrypto objects are gone when a call returns. The library builds one from a value and reads its
+/// attribute store; the rest belongs to the interface and has no caller here.
 ///
 /// Every failure throws VantorException with CKR_GENERAL_ERROR (5).
 class VantorX509Certificate : public VantorCryptoObject {

@@ -4,7 +4,8 @@
 
 namespace PKCS11 {
 
-/// A secret key held by the library; private from the start, CKK_DES until told otherwise.
+/// A secret key held by the library; private from the start, CKK_DES until told otherwise. No driver here has
+/// any.
 class SecretKey : public Key {
 public:
     SecretKey();

@@ -24,6 +24,8 @@ public:
     /// Frees the first position that holds the pointer.
     virtual void delEntry(void* entry);
 
+    // Belong to the interface; nothing in the library calls them.
+
     /// Inserts unless the pointer is there already; returns its handle, 0 for null.
     unsigned long addNewEntry(void* entry);
     unsigned long addNewEntry(Table* other);

@@ -56,6 +56,7 @@ public:
     int SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLen);
     /// With the rules: 6Cxx sends once more with the right Le, 61xx without data fetches the answer once.
     int SendCmd(const char* cmd, int cmdLen, char* resp, int* respLen);
+    /// The command as hexadecimal text. Belongs to the interface; nothing in the library calls it.
     int SendCmd(const std::string& hex, char* resp, int* respLen);
     int SendCmd(const Blob& cmd, Blob& resp);
     int SendCmd(const Blob& cmd);
@@ -72,15 +73,16 @@ public:
 
     // --- Files ---
 
-    /// Reads the selected transparent file in chunks of 241 bytes, at most `room` bytes of it.
-    int ReadBinary(char* buf, int room, int* len);
-    /// The same, at most 4096 bytes.
+    /// Reads the selected transparent file in chunks of 241 bytes, at most 4096 bytes of it, which `buf` must
+    /// hold.
+    int ReadBinary(char* buf, int* len);
     int ReadBinary(Blob& out);
     /// Reads the selected transparent file in chunks of 256 bytes, trying other lengths where the card wants
     /// them.
     Blob ReadBinaryEF();
     /// SELECT by DF name; the answer of the card. Throws CKR_DEVICE_ERROR (0x30) unless 9000.
     Blob SelectAppl(const Blob& aid);
+    /// The name as hexadecimal text. Belongs to the interface; nothing in the library calls it.
     Blob SelectAppl(const char* aidHex);
     /// SELECT EF under the current DF. Throws CKR_DEVICE_ERROR (0x30) unless 9000.
     void SelectEF_IAS(const Blob& fid);

@@ -20,7 +20,8 @@ const unsigned char* asn1_find_tag(const unsigned char* p, unsigned int len, uns
 
 /// The RSA public key of a DER X.509 certificate, with or without the explicit version field; the bytes of
 /// the two INTEGERs as encoded, a leading zero kept. On entry *modulusLen and *exponentLen give the room in
-/// the buffers. Returns 1 on success, 0 on any failure and for keys that are not RSA.
+/// the buffers. Returns 1 on success, 0 on any failure and for keys that are not RSA. Belongs to the
+/// interface; the library calls the other form.
 int getPublicKey(const unsigned char* cert, unsigned int len, unsigned char* modulus,
                  unsigned int* modulusLen, unsigned char* exponent, unsigned int* exponentLen);
 

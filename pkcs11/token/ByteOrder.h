@@ -6,6 +6,9 @@
 
 namespace PKCS11 {
 
+/// Sleeps for so many milliseconds.
+void Sleep(long ms);
+
 /// 4 bytes.
 Blob long2blob(unsigned long value);
 /// The inverse; throws CKR_DATA_INVALID (0x20) unless the size is exactly 4.
@@ -14,14 +17,14 @@ unsigned long blob2long(const Blob& bytes);
 Blob PKCS11_short2blob(unsigned short value);
 /// The value of 1, 2 or 4 bytes; 0 for any other size.
 int PKCS11_blob2int(const Blob& bytes);
+
+// Belong to the interface; nothing in the library calls them.
+
 /// Reads 4 bytes.
 long PKCS11_mem2long(const char* bytes);
 /// Writes 4 bytes.
 void PKCS11_long2mem(long value, char* bytes);
 /// The first 4 bytes, least significant first; throws CKR_BUFFER_TOO_SMALL (0x150) for fewer.
 unsigned long PKCS11_memLI2long(const Blob& bytes);
-
-/// Sleeps for so many milliseconds.
-void Sleep(long ms);
 
 } // namespace PKCS11

@@ -28,6 +28,7 @@ Blob MakeTLVCoded(const Blob& in);
 
 /// Appends the pairs of a tag-length list: one-byte tags, one-byte lengths, or FF and two length bytes, the
 /// least significant first. Never throws; a list that breaks off keeps its whole pairs.
+/// Belongs to the interface; nothing in the library calls it.
 void MakeTagLen(const Blob& in, std::vector<TagLen>& out);
 
 /// Extended-length command (ISO 7816-4, cases 2E and 4E): header, 00, Lc in two bytes and the data if there
@@ -35,7 +36,8 @@ void MakeTagLen(const Blob& in, std::vector<TagLen>& out);
 Blob GetExtendedAPDU(const Blob& header, const Blob& data, unsigned short le);
 
 /// CBC-MAC over single DES (ISO/IEC 9797-1 algorithm 1, zero padding) with a fixed key, the chaining value
-/// starting as the key. 8 bytes; 8 zero bytes for an empty input.
+/// starting as the key. 8 bytes; 8 zero bytes for an empty input. Belongs to the interface; nothing in the
+/// library calls it.
 Blob GetMAC(const Blob& in);
 
 } // namespace PKCS11

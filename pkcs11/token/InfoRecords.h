@@ -11,7 +11,7 @@ namespace PKCS11 {
 /// What the records share: their fields as byte strings, import and export.
 class InfoRecord : public PKCS11Attrs {
 public:
-    /// The encoded record.
+    /// The encoded record. Belongs to the interface; nothing in the library calls it.
     Blob Export() const;
 
     /// Own field i as the record stores it; empty when the encoded record had fewer. Throws

@@ -18,7 +18,8 @@ public:
     void SetParam(CK_ATTRIBUTE_TYPE type, const Blob& value);
     /// Stores one byte: 1 when the value is exactly 1, otherwise 0.
     void SetParam(CK_ATTRIBUTE_TYPE type, unsigned char value);
-    /// Stores each entry of the template that has a value and whose type may be written to a card.
+    /// Stores each entry of the template that has a value and whose type may be written to a card. Belongs to
+    /// the interface; nothing in the library calls it.
     void SetParam(const CK_ATTRIBUTE* attributes, CK_ULONG count);
 
     /// The stored bytes, or none.

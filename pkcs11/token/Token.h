@@ -50,11 +50,14 @@ public:
     virtual void seedRandom(CK_BYTE* seed, CK_ULONG length) = 0;
     virtual void generateRandom(CK_BYTE* random, CK_ULONG length) = 0;
 
-    /// For readers with a PIN pad: makes CKF_PROTECTED_AUTHENTICATION_PATH the only flag.
+    // For readers with a PIN pad. Belong to the interface; nothing in the library calls them.
+
+    /// Makes CKF_PROTECTED_AUTHENTICATION_PATH the only flag.
     virtual void setSpeFlag();
     /// Verifies a non-empty PIN. An empty one passes only after a login through a PIN pad, else
     /// CKR_USER_NOT_LOGGED_IN.
     virtual void CheckPin(const Blob& pin);
+
     /// Asks PC/SC whether the card handle still stands for the card; rv becomes the PC/SC result. Without a
     /// slot false, and rv is left alone.
     virtual bool isTokenHandleValid(long& rv);

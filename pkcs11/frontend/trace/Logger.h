@@ -26,7 +26,7 @@ public:
     static void SetLoglevel(short level);
 
     static void Log(short level, const char* text);
-    /// The bytes as hexadecimal digits.
+    /// The bytes as hexadecimal digits. Belongs to the interface; nothing in the library calls it.
     static void Log(short level, const Blob& data);
     /// "text: digits" in one line.
     static void Log(short level, const char* text, const Blob& data);

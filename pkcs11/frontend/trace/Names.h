@@ -10,8 +10,7 @@ namespace PKCS11 {
 /// The name padded with blanks to 31 characters, with the exceptions in the table; "CKM_VENDOR_DEFINED" for a
 /// number without a name.
 std::string mechanism2string(unsigned long type);
-std::string rv2string_ne(unsigned long rv);
-/// The same without memory of its own.
+/// Without memory of its own.
 const char* rvName(unsigned long rv) noexcept;
 std::string attributeType2string_ne(unsigned long type);
 std::string objectClass2string_ne(unsigned long objectClass);
@@ -19,14 +18,11 @@ std::string objectClass2string_ne(unsigned long objectClass);
 std::string keyType2string_ne(unsigned long type);
 std::string certificateType2string_ne(unsigned long type);
 std::string sessionState2string_ne(unsigned long state);
-std::string sessionUsertype2string_ne(unsigned long userType);
 std::string bbool2string(unsigned char value);
 std::string version2string(CK_VERSION version);
 /// The low 32 bits as a signed decimal number, as "%i" prints them.
 std::string number2string(unsigned long value);
 
-/// Two lower-case digits.
-std::string byte2hex(unsigned char byte);
 /// Two lower-case digits a byte; "wrong datalen" for more than 4096 bytes.
 std::string byte2hex(const unsigned char* bytes, unsigned long length);
 /// The bytes as characters; "wrong datalen" for more than 4096 bytes.
@@ -39,5 +35,12 @@ std::string sessionFlag2string(unsigned long flags, const std::string& prefix, c
 std::string tokenFlag2string(unsigned long flags, const std::string& prefix, const std::string& suffix);
 std::string slotFlag2string(unsigned long flags, const std::string& prefix, const std::string& suffix);
 std::string mechanismFlag2string(unsigned long flags, const std::string& prefix, const std::string& suffix);
+
+// Belong to the interface; nothing in the library calls them.
+
+std::string rv2string_ne(unsigned long rv);
+std::string sessionUsertype2string_ne(unsigned long userType);
+/// Two lower-case digits.
+std::string byte2hex(unsigned char byte);
 
 } // namespace PKCS11

@@ -1,4 +1,5 @@
-/// Small print helpers of the reader layer, all at level 80.
+/// Small print helpers of the reader layer, all at level 80. They belong to the interface; nothing in the
+/// library calls them.
 #pragma once
 
 namespace PKCS11 {
