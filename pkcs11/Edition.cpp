@@ -9,6 +9,11 @@ namespace PKCS11 {
 Edition Edition::s_product;
 Edition* Edition::s_current = &Edition::s_product;
 
+bool Edition::enterCard(PCSCSlot& /*slot*/)
+{
+    return false;
+}
+
 std::unique_ptr<Token> Edition::createDriver(const Blob& /*cardType*/, PCSCSlot& /*slot*/)
 {
     return nullptr;

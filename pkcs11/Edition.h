@@ -32,6 +32,14 @@ public:
     virtual void beginCall() {}
     virtual void endCall() {}
 
+    // --- Cards ---
+
+    /// Before a command of this call goes to the card. True when it is the first one of the call and other
+    /// programs may have used the card since the call before: selections may be theirs.
+    virtual bool enterCard(PCSCSlot& slot);
+    /// Before the channel to the card is closed.
+    virtual void leaveCard(PCSCSlot& /*slot*/) {}
+
     // --- Tokens ---
 
     /// A driver in place of the product's for this card-type word; none keeps the product's.

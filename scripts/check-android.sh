@@ -31,7 +31,7 @@ flags=(--target=armv7a-linux-androideabi$api -std=c++17 -Os -fPIC -fvisibility=h
     -isystem /usr/lib/llvm-$llvm/include/c++/v1 -isystem $sysroot/usr/include/arm-linux-musleabihf
     -idirafter $sysroot/usr/include/p11-kit-1 -idirafter $sysroot/usr/include/PCSC
     -idirafter $sysroot/usr/include/arm-linux-gnueabihf -idirafter $sysroot/usr/include)
-mapfile -t sources < <(find pkcs11 util -name '*.cpp' | LC_ALL=C sort)
+mapfile -t sources < <(find pkcs11 util -name '*.cpp' -not -path 'pkcs11/desktop/*' | LC_ALL=C sort)
 rm -f $out/*.o
 printf '%s\n' "${sources[@]}" | xargs -P "$(nproc)" -I{} sh -c \
     'out=$1; source=$2; shift 2; exec clang++-'$llvm' "$@" -c "$source" -o "$out/$(echo "$source" | tr / _).o"' \

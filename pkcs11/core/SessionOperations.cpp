@@ -220,10 +220,10 @@ template <class... Arguments>
 void Session::runStep(const OperationStep& row, const CK_BYTE* output, void (Mechanism::*step)(Arguments...),
                       Arguments... arguments)
 {
-    getToken();
-    if (!isOperationActive())
-        throw PKCS11Exception(CKR_OPERATION_NOT_INITIALIZED, "", row.where);
     try {
+        getToken();
+        if (!isOperationActive())
+            throw PKCS11Exception(CKR_OPERATION_NOT_INITIALIZED, "", row.where);
         checkBuffers(arguments...);
         (m_operation.get()->*step)(arguments...);
     } catch (const PKCS11Exception& ex) {

@@ -26,6 +26,13 @@ void setOffset(Blob& command, int offset)
     command[3] = static_cast<unsigned char>(offset & 0xFF);
 }
 
+/// What cards answer to the READ BINARY behind the last byte of a file, or to the one that reaches it.
+bool endsFile(int sw)
+{
+    return sw == SW_SUCCESS || sw == SW_EOF_REACHED || sw == SW_OFFSET_OUTSIDE_EF ||
+           sw == SW_INCORRECT_P1P2 || sw == SW_WRONG_LENGTH || isWrongLe(sw);
+}
+
 } // namespace
 
 int PCSCSlot::ReadBinary(char* buf, int* len)
@@ -63,15 +70,17 @@ int PCSCSlot::ReadBinary(Blob& out)
     return sw;
 }
 
-Blob PCSCSlot::ReadBinaryEF()
+Blob PCSCSlot::ReadBinaryEF(bool* isWhole)
 {
     Blob command = PKCS11_hex2blob("00b0000000");
     Blob file;
     bool lengthChanged = false;
+    int last = SW_SUCCESS;
     while (file.size() < kOffsetLimit) {
         setOffset(command, file.size());
         Blob chunk;
         const int sw = SendCmd(command, chunk);
+        last = sw;
         file.append(chunk);
         const bool wrongLength = isWrongLe(sw) || sw == SW_WRONG_LENGTH;
         // A refusal of the length carries no data. The other length gets one try.
@@ -87,6 +96,8 @@ Blob PCSCSlot::ReadBinaryEF()
             command.back() = kFallbackLe;
         lengthChanged = wrongLength;
     }
+    if (isWhole != nullptr)
+        *isWhole = endsFile(last);
     return file;
 }
 

@@ -1,5 +1,6 @@
 #include "pkcs11/pcsc/PCSCSlot.h"
 
+#include "pkcs11/Edition.h"
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/pcsc/SCardCall.h"
 #include "pkcs11/token/Token.h"
@@ -85,12 +86,14 @@ bool PCSCSlot::CreateChannel()
         throw PKCS11Exception(CKR_GENERAL_ERROR);
     }
     m_card = card;
+    m_cardExchanged = false;
     return true;
 }
 
 bool PCSCSlot::CloseChannel()
 {
     if (isConnected()) {
+        Edition::current().leaveCard(*this);
         const long result = SCardDisconnect(m_card, SCARD_LEAVE_CARD);
         m_card = 0;
         traceCall("SCardDisconnect", result);
@@ -109,11 +112,12 @@ void PCSCSlot::ResetChannel()
         traceCode(result);
         throw PKCS11Exception(CKR_GENERAL_ERROR, "reset error", kWhere);
     }
-    ++m_resetCount;
 }
 
 long PCSCSlot::cardStatus() const
 {
+    if (m_cardExchanged)
+        return SCARD_W_REMOVED_CARD;
     // Only the result counts, but older PC/SC services insist on the buffers.
     std::array<char, 10000> reader;
     std::array<unsigned char, 100> atr;

@@ -43,16 +43,32 @@ public:
     /// Warm reset of the card: every selection and login on it is lost. Throws CKR_GENERAL_ERROR (5).
     void ResetChannel();
     bool isConnected() const { return m_card != 0; }
-    /// How often the card was reset since the slot exists, also by an exchange that recovered from a removal.
-    int resetCount() const { return m_resetCount; }
-    /// The PC/SC result of SCardStatus on the card handle; 0 is success.
+    /// The PC/SC result of SCardStatus on the card handle; 0 is success. SCARD_W_REMOVED_CARD for a card that
+    /// may have been exchanged.
     long cardStatus() const;
+    /// PC/SC's handle of the card, 0 while not connected.
+    PCSCHandle cardHandle() const { return m_card; }
+
+    // --- Disturbances ---
+    // An exchange that meets a reset or a removal reconnects and goes on with a card that has lost its
+    // selections and verified PINs. What belongs to the card as it was is told by these.
+
+    /// A moment in the life of the card.
+    using CardMark = int;
+    CardMark cardMark() const { return m_disturbances; }
+    /// True while every exchange since then went to the card without a reset or a removal.
+    bool isUndisturbedSince(CardMark mark) const { return mark == m_disturbances; }
+    /// True when the channel was rejoined after a removal, so that another card may be there: no PIN goes to
+    /// it any more, and its token is dropped at the next use.
+    bool isCardExchanged() const { return m_cardExchanged; }
+    /// For whoever finds out that the card was removed: the card counts as exchanged.
+    void noteExchange() { m_cardExchanged = true; }
 
     // --- Exchange ---
 
     /// One exchange without status-word rules; after a reset or removal the card is reconnected and the
-    /// command sent once more. `resp` must hold 638 bytes; *respLen becomes the length of the data without
-    /// the status word.
+    /// command sent once more, unless it carries a PIN and the card may be another one. `resp` must hold 638
+    /// bytes; *respLen becomes the length of the data without the status word.
     int SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLen);
     /// With the rules: 6Cxx sends once more with the right Le, 61xx without data fetches the answer once.
     int SendCmd(const char* cmd, int cmdLen, char* resp, int* respLen);
@@ -78,8 +94,8 @@ public:
     int ReadBinary(char* buf, int* len);
     int ReadBinary(Blob& out);
     /// Reads the selected transparent file in chunks of 256 bytes, trying other lengths where the card wants
-    /// them.
-    Blob ReadBinaryEF();
+    /// them. `isWhole` becomes false when an error of the card ended the reading before the file did.
+    Blob ReadBinaryEF(bool* isWhole = nullptr);
     /// SELECT by DF name; the answer of the card. Throws CKR_DEVICE_ERROR (0x30) unless 9000.
     Blob SelectAppl(const Blob& aid);
     /// The name as hexadecimal text. Belongs to the interface; nothing in the library calls it.
@@ -112,13 +128,18 @@ private:
     /// Selects the applications in turn, then the two PKCS#15 files below the last; false when one is
     /// missing.
     bool selectsPKCS15(const std::vector<Blob>& applications);
+    /// Identifies the card and builds its token; once more when the card was disturbed meanwhile.
+    std::unique_ptr<Token> readToken();
     std::unique_ptr<Token> buildToken();
+    /// After an exchange that met a reset or a removal.
+    void recover(long result);
 
     std::string m_readerName;
     PCSCSystem* m_system;
     PCSCHandle m_card = 0;
     PCSCWord m_protocol = 0;
-    int m_resetCount = 0;
+    CardMark m_disturbances = 0;
+    bool m_cardExchanged = false;
     int m_eduVariant = 0;
     Blob m_iasAid;
     std::vector<ATR_OS_MODEL> m_atrList;

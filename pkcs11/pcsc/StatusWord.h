@@ -32,5 +32,10 @@ constexpr bool isWrongLe(int sw)
 {
     return sw1(sw) == 0x6C;
 }
+/// The card compared the PIN, or refuses to: wrong (63xx), blocked, unusable.
+constexpr bool isPinRefused(int sw)
+{
+    return sw1(sw) == 0x63 || sw == SW_PIN_BLOCKED || sw == SW_REFERENCE_DATA_UNUSABLE;
+}
 
 } // namespace PKCS11

@@ -14,29 +14,15 @@
 namespace PKCS11 {
 namespace {
 
-/// A card that was reset while its driver read it has lost the selections, and objects would be missing for
-/// as long as it stays in the reader: it is read once more.
-template <class Construct>
-std::unique_ptr<Token> readWhole(PCSCSlot& slot, Construct construct)
-{
-    const int resets = slot.resetCount();
-    {
-        std::unique_ptr<Token> token = construct();
-        if (slot.resetCount() == resets)
-            return token;
-    } // the first token's end closes the channel
-    return construct();
-}
-
 template <class Driver>
 std::unique_ptr<Token> build(PCSCSlot& slot)
 {
-    return readWhole(slot, [&] { return std::make_unique<Driver>(&slot); });
+    return std::make_unique<Driver>(&slot);
 }
 
 std::unique_ptr<Token> buildEDU(PCSCSlot& slot)
 {
-    return readWhole(slot, [&] { return std::make_unique<AcosEDUToken>(&slot, slot.eduVariant()); });
+    return std::make_unique<AcosEDUToken>(&slot, slot.eduVariant());
 }
 
 /// The driver needs the application that the probe finds.
@@ -64,6 +50,16 @@ constexpr Family kFamilies[] = {
     {"IAS_CARD", buildIAS},
 };
 
+std::unique_ptr<Token> buildDriver(PCSCSlot& slot, const Blob& cardType)
+{
+    if (auto token = Edition::current().createDriver(cardType, slot))
+        return token;
+    const auto* const family =
+        std::find_if(std::begin(kFamilies), std::end(kFamilies),
+                     [&](const Family& row) { return cardType == Blob(row.cardType); });
+    return family != std::end(kFamilies) ? family->build(slot) : nullptr;
+}
+
 } // namespace
 
 std::unique_ptr<Token> PCSCSlot::createToken()
@@ -71,13 +67,34 @@ std::unique_ptr<Token> PCSCSlot::createToken()
     if (!isTokenPresent())
         return nullptr;
     try {
-        return buildToken();
+        return readToken();
     } catch (const PKCS11Exception& ex) {
         CloseChannel();
         if (ex.value() == CKR_DEVICE_ERROR)
             throw PKCS11Exception(CKR_TOKEN_NOT_RECOGNIZED, ex.what(), ex.where());
         return nullptr;
     }
+}
+
+std::unique_ptr<Token> PCSCSlot::readToken()
+{
+    const CardMark mark = cardMark();
+    try {
+        std::unique_ptr<Token> token = buildToken();
+        if (isUndisturbedSince(mark))
+            return token;
+    } catch (const PKCS11Exception&) {
+        if (isUndisturbedSince(mark))
+            throw;
+    }
+    // The selections were lost on the way: objects would be missing for as long as the card stays in the
+    // reader. It may even be another card.
+    CloseChannel();
+    const CardMark again = cardMark();
+    std::unique_ptr<Token> token = buildToken();
+    if (!isUndisturbedSince(again))
+        throw PKCS11Exception(CKR_DEVICE_ERROR);
+    return token;
 }
 
 std::unique_ptr<Token> PCSCSlot::buildToken()
@@ -91,15 +108,10 @@ std::unique_ptr<Token> PCSCSlot::buildToken()
     if (cardType != Blob("PIV_CARD") && cardType != Blob("PIV_CAC_CARD")) {
         CreateChannel();
         if (IsPIVToken())
-            return build<PIVJavaToken>(*this);
+            return buildDriver(*this, Blob("PIV_CARD"));
         CloseChannel();
     }
-    if (auto token = Edition::current().createDriver(cardType, *this))
-        return token;
-    const auto* const family =
-        std::find_if(std::begin(kFamilies), std::end(kFamilies),
-                     [&](const Family& row) { return cardType == Blob(row.cardType); });
-    return family != std::end(kFamilies) ? family->build(*this) : nullptr;
+    return buildDriver(*this, cardType);
 }
 
 } // namespace PKCS11

@@ -1,5 +1,6 @@
 // The APDU transport of PCSCSlot. Commands and answers can hold PINs and keys: they are never logged, and the
 // buffers of this file are wiped.
+#include "pkcs11/Edition.h"
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/pcsc/SCardCall.h"
@@ -64,6 +65,12 @@ long transmit(SCARDHANDLE card, DWORD protocol, const char* cmd, int cmdLen, Ans
     return send(cmdLen - 1);
 }
 
+/// VERIFY, CHANGE REFERENCE DATA, RESET RETRY COUNTER.
+bool carriesPin(const char* cmd, int cmdLen)
+{
+    return cmdLen > 1 && (cmd[1] == 0x20 || cmd[1] == 0x24 || cmd[1] == 0x2C);
+}
+
 bool wantsReset(long result)
 {
     return result == SCARD_W_RESET_CARD || result == SCARD_W_REMOVED_CARD ||
@@ -109,15 +116,19 @@ int PCSCSlot::SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLe
     if (!isKnownProtocol(m_protocol))
         throw PKCS11Exception(CKR_GENERAL_ERROR, "unknown protocol", kWhere);
 
+    Edition::current().enterCard(*this);
+    const bool hasPin = carriesPin(cmd, cmdLen);
     Answer answer;
-    long result = transmit(m_card, m_protocol, cmd, cmdLen, answer);
+    long result = SCARD_W_REMOVED_CARD;
+    if (!m_cardExchanged || !hasPin)
+        result = transmit(m_card, m_protocol, cmd, cmdLen, answer);
     if (result != SCARD_S_SUCCESS) {
         Logger::Log(Logger::kTrace, "Send PCSC Command error:");
         traceCode(result);
     }
     if (wantsReset(result)) {
-        ResetChannel();
-        if (isKnownProtocol(m_protocol))
+        recover(result);
+        if (isKnownProtocol(m_protocol) && !(m_cardExchanged && hasPin))
             result = transmit(m_card, m_protocol, cmd, cmdLen, answer);
     }
 
@@ -133,6 +144,14 @@ int PCSCSlot::SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLe
     *respLen = static_cast<int>(length) - 2;
     std::copy_n(bytes, *respLen, reinterpret_cast<unsigned char*>(resp));
     return bytes[length - 2] << 8 | bytes[length - 1];
+}
+
+void PCSCSlot::recover(long result)
+{
+    ++m_disturbances;
+    if (result == SCARD_W_REMOVED_CARD)
+        m_cardExchanged = true;
+    ResetChannel();
 }
 
 int PCSCSlot::fetchAnswer(unsigned char le, char* resp, int* respLen)

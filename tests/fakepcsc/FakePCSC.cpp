@@ -20,6 +20,7 @@ struct Reader {
     bool t0 = false, attached = true;
     DWORD events = 0;
     int resets = 0;
+    SCARDHANDLE transaction = 0; ///< the handle that has the reader to itself
 
     DWORD protocol() const { return t0 ? SCARD_PROTOCOL_T0 : SCARD_PROTOCOL_T1; }
     DWORD state() const
@@ -42,6 +43,7 @@ struct Plan {
     LONG result;
     Bytes answer;
     int skip, times;
+    std::function<void()> action = nullptr; ///< in place of the result
 };
 struct Service {
     std::list<Reader> readers;
@@ -78,7 +80,7 @@ bool due(const std::string& name, Plan& out)
 {
     Plan* found = nullptr;
     for (Plan& plan : s.plans)
-        if (plan.name == name && plan.times > 0 && plan.skip-- <= 0)
+        if (!plan.action && plan.name == name && plan.times > 0 && plan.skip-- <= 0)
             found = found == nullptr ? &plan : found;
     if (found == nullptr)
         return false;
@@ -86,9 +88,25 @@ bool due(const std::string& name, Plan& out)
     --found->times;
     return true;
 }
+/// Runs what the test wants to happen before this call.
+void actBefore(const std::string& name)
+{
+    std::vector<std::function<void()>> actions;
+    locked([&] {
+        for (Plan& plan : s.plans)
+            if (plan.action && plan.times > 0 && (plan.name.empty() || plan.name == name) &&
+                plan.skip-- <= 0) {
+                actions.push_back(plan.action);
+                plan.times = 0;
+            }
+    });
+    for (const auto& action : actions)
+        action();
+}
 /// Runs the body of an SCard function, unless the call is meant to fail, and records it.
 LONG call(const char* name, const std::function<LONG(Call&)>& body, const Bytes& command = {})
 {
+    actBefore(name);
     return locked([&] {
         Plan plan{};
         Call record{name, 0, command, {}};
@@ -171,11 +189,12 @@ void attachReader(int reader)
 void insertCard(int reader, std::shared_ptr<vcard::Card> card, bool t0)
 {
     card->reset();
-    change(reader, [&](Reader& r) { r = {r.name, card, t0, true, r.events + 1, r.resets}; });
+    change(reader, [&](Reader& r) { r = {r.name, card, t0, true, r.events + 1, r.resets, r.transaction}; });
 }
 void removeCard(int reader)
 {
-    change(reader, [](Reader& r) { r = {r.name, nullptr, false, true, r.events + 1, r.resets}; });
+    change(reader,
+           [](Reader& r) { r = {r.name, nullptr, false, true, r.events + 1, r.resets, r.transaction}; });
 }
 void resetCard(int reader)
 {
@@ -209,6 +228,10 @@ int callCount(const std::string& name)
 void failCall(const std::string& name, long result, int nth, int times)
 {
     locked([&] { s.plans.push_back({name, result, {}, nth - 1, times}); });
+}
+void beforeCall(const std::string& name, int nth, std::function<void()> action)
+{
+    locked([&] { s.plans.push_back({name, 0, {}, nth - 1, 1, std::move(action)}); });
 }
 void replaceAnswer(const Bytes& answer, int nth)
 {
@@ -302,7 +325,34 @@ LONG SCardDisconnect(SCARDHANDLE handle, DWORD disposition)
     return call("SCardDisconnect", [&](Call&) {
         if (disposition != SCARD_LEAVE_CARD)
             return SCARD_E_INVALID_VALUE; // the library never resets a card that others share
+        for (Reader& reader : s.readers)
+            reader.transaction = reader.transaction == handle ? 0 : reader.transaction;
         return s.handles.erase(handle) != 0 ? SCARD_S_SUCCESS : SCARD_E_INVALID_HANDLE;
+    });
+}
+LONG SCardBeginTransaction(SCARDHANDLE handle)
+{
+    return call("SCardBeginTransaction", [&](Call&) {
+        if (checkHandle(handle) != 0)
+            return checkHandle(handle);
+        SCARDHANDLE& owner = s.handles[handle].reader->transaction;
+        std::unique_lock<std::mutex> lock(mutex, std::adopt_lock);
+        changed.wait(lock, [&] { return owner == 0 || owner == handle; });
+        lock.release();
+        owner = handle;
+        return checkHandle(handle);
+    });
+}
+LONG SCardEndTransaction(SCARDHANDLE handle, DWORD disposition)
+{
+    return call("SCardEndTransaction", [&](Call&) {
+        if (checkHandle(handle) == SCARD_E_INVALID_HANDLE || disposition != SCARD_LEAVE_CARD)
+            return SCARD_E_INVALID_VALUE;
+        SCARDHANDLE& owner = s.handles[handle].reader->transaction;
+        if (owner != handle)
+            return SCARD_E_NOT_TRANSACTED;
+        owner = 0;
+        return SCARD_S_SUCCESS;
     });
 }
 LONG SCardStatus(SCARDHANDLE handle, LPSTR, LPDWORD, LPDWORD, LPDWORD, LPBYTE, LPDWORD)
@@ -349,6 +399,9 @@ LONG SCardTransmit(SCARDHANDLE handle, const SCARD_IO_REQUEST* pci, LPCBYTE comm
             if (checkHandle(handle) != 0 || length < 4)
                 return checkHandle(handle) != 0 ? checkHandle(handle) : SCARD_E_INVALID_PARAMETER;
             const Handle connected = s.handles[handle];
+            const SCARDHANDLE owner = connected.reader->transaction;
+            if (owner != 0 && owner != handle)
+                return SCARD_E_SHARING_VIOLATION;
             if (pci->dwProtocol != connected.then.protocol())
                 return SCARD_E_PROTO_MISMATCH;
             Plan plan{};

@@ -4,6 +4,7 @@
 
 #include "tools/vcard/Card.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -48,6 +49,10 @@ int callCount(const std::string& name);
 void failCall(const std::string& name, long result, int nth = 1, int times = 1);
 /// Makes the answer of SCardTransmit number `nth` from now come out as these bytes, the card not being asked.
 void replaceAnswer(const Bytes& answer, int nth = 1);
+
+/// Runs the action once, right before the call number `nth` from now of that function, of any function when
+/// the name is empty.
+void beforeCall(const std::string& name, int nth, std::function<void()> action);
 
 /// Blocks until a thread waits inside SCardGetStatusChange with a timeout.
 void awaitBlockedWait();

@@ -29,6 +29,20 @@ void setSecurityEnvironment(AcosToken& token, const char* command, const AcosKey
     requireSuccess(token.card().SendCmd(mse), "", access.failureWhere);
 }
 
+/// The key's answer to the command on the field, behind the cached PIN.
+Blob compute(AcosToken& token, const AcosKeyAccess& access, const char* environment, const char* command,
+             const Blob& field)
+{
+    return token.whole([&] {
+        token.prepareKeyOperation();
+        setSecurityEnvironment(token, environment, access);
+        Blob answer;
+        requireSuccess(token.card().Send(PKCS11_hex2blob(command), field, 0, answer), "",
+                       access.failureWhere);
+        return answer;
+    });
+}
+
 } // namespace
 
 void AcosMechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
@@ -37,12 +51,7 @@ void AcosMechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_U
         return;
     m_token.requireLogin(m_access.loginWhere);
     const Blob input = m_access.signWrapsLc ? inputOf(data, dataLen) : inputOf(data, dataLen, kMaxShortData);
-    m_token.prepareKeyOperation();
-    setSecurityEnvironment(m_token, kMseSetSignature, m_access);
-    Blob signature;
-    const int sw = m_token.card().Send(PKCS11_hex2blob(kInternalAuthenticate), input, 0, signature);
-    requireSuccess(sw, "", m_access.failureWhere);
-    deliver(signature, out, outLen);
+    deliver(compute(m_token, m_access, kMseSetSignature, kInternalAuthenticate, input), out, outLen);
 }
 
 void AcosMechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
@@ -53,11 +62,7 @@ void AcosMechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out
     // The padding indicator takes one of the 255 bytes.
     Blob field(1, kPaddingIndicator);
     field.append(inputOf(data, dataLen, kMaxShortData - 1));
-    m_token.prepareKeyOperation();
-    setSecurityEnvironment(m_token, kMseSetDecryption, m_access);
-    Blob plaintext;
-    const int sw = m_token.card().Send(PKCS11_hex2blob(kPsoDecipher), field, 0, plaintext);
-    requireSuccess(sw, "", m_access.failureWhere);
+    Blob plaintext = compute(m_token, m_access, kMseSetDecryption, kPsoDecipher, field);
     if (m_type != CKM_RSA_PKCS && !(m_access.decryptsRaw && m_type == CKM_RSA_X_509))
         plaintext.wipe();
     deliver(plaintext, out, outLen);

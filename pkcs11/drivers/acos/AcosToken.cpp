@@ -13,7 +13,7 @@ AcosToken::AcosToken(PCSCSlot* slot) : CardToken(slot)
 void AcosToken::changeUserPin(const char* header, const Blob& oldBlock, const Blob& newBlock,
                               const Blob& newPin)
 {
-    requireSuccess(card().Send(PKCS11_hex2blob(header), oldBlock + newBlock));
+    requireSuccess(sendNewPin(PKCS11_hex2blob(header), oldBlock + newBlock));
     cacheUserPin(newPin);
 }
 

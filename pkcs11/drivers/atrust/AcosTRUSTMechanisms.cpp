@@ -39,14 +39,17 @@ void ATRUSTMechanismEncrypt::encrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* o
     if (answersLength(out, outLen, kAnnouncedLength))
         return;
     const Blob input = inputOf(data, dataLen);
-    m_token.prepareKeyOperation();
-    if (m_fid != EF_PK_CH_EKEY)
-        throw PKCS11Exception(CKR_MECHANISM_INVALID, "", "AcosTRUSTMechanismDecrypt::encrypt");
-    requireSuccess(m_token.card().SendCmd(PKCS11_hex2blob(kMseSetEncryption)));
-    // Data of more than 255 bytes wrap the Lc: the card decides.
-    Blob answer;
-    if (m_token.card().Send(PKCS11_hex2blob(kPsoEncipher), input, 0, answer) != SW_SUCCESS)
-        throw PKCS11Exception(CKR_MECHANISM_INVALID);
+    const Blob answer = m_token.whole([&] {
+        m_token.prepareKeyOperation();
+        if (m_fid != EF_PK_CH_EKEY)
+            throw PKCS11Exception(CKR_MECHANISM_INVALID, "", "AcosTRUSTMechanismDecrypt::encrypt");
+        requireSuccess(m_token.card().SendCmd(PKCS11_hex2blob(kMseSetEncryption)));
+        // Data of more than 255 bytes wrap the Lc: the card decides.
+        Blob ciphertext;
+        if (m_token.card().Send(PKCS11_hex2blob(kPsoEncipher), input, 0, ciphertext) != SW_SUCCESS)
+            throw PKCS11Exception(CKR_MECHANISM_INVALID);
+        return ciphertext;
+    });
     // The first byte is the padding indicator.
     deliver(answer.slice(1), out, outLen);
 }

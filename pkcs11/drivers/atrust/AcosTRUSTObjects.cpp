@@ -29,9 +29,9 @@ AcosTRUSTPublicKey::AcosTRUSTPublicKey(AcosTRUSTToken& token, unsigned short fid
 
 Blob AcosTRUSTPublicKey::getModulus()
 {
-    if (CardPublicKey::getModulus().empty())
-        setModulus(m_token.getModulus());
-    return CardPublicKey::getModulus();
+    // What a caller has set stays.
+    const Blob own = CardPublicKey::getModulus();
+    return own.empty() ? m_token.getModulus() : own;
 }
 
 std::unique_ptr<Mechanism> AcosTRUSTPublicKey::createEncryptMechanism(CK_MECHANISM* /*mechanism*/,
@@ -50,9 +50,9 @@ AcosTRUSTPrivateKey::AcosTRUSTPrivateKey(AcosTRUSTToken& token, unsigned short f
 
 Blob AcosTRUSTPrivateKey::getModulus()
 {
-    if (CardPrivateKey::getModulus().empty())
-        setModulus(m_token.getModulus());
-    return CardPrivateKey::getModulus();
+    // What a caller has set stays.
+    const Blob own = CardPrivateKey::getModulus();
+    return own.empty() ? m_token.getModulus() : own;
 }
 
 std::unique_ptr<Mechanism> AcosTRUSTPrivateKey::createSignMechanism(CK_MECHANISM* /*mechanism*/,
@@ -74,17 +74,17 @@ AcosTRUSTCertificate::AcosTRUSTCertificate(AcosTRUSTToken& token, unsigned short
     setID(Blob(kName));
 }
 
-Blob AcosTRUSTCertificate::readValue()
+CardValue AcosTRUSTCertificate::readValue()
 {
-    m_token.SelectDF_DECAppl();
-    const Blob content = m_token.ReadBinary(m_fid);
-    Blob certificate;
+    const CardValue file = m_token.readFile(m_fid);
+    CardValue certificate;
+    certificate.isWhole = file.isWhole;
     try {
         BERCoder coder;
-        coder.import(content, 0);
-        coder.Export(certificate);
+        coder.import(file.bytes, 0);
+        coder.Export(certificate.bytes);
     } catch (const PKCS11Exception&) {
-        certificate.clear();
+        certificate.bytes.clear();
     }
     return certificate;
 }
@@ -96,10 +96,9 @@ AcosTRUSTData::AcosTRUSTData(AcosTRUSTToken& token, unsigned short fid, const Bl
     setValue(value);
 }
 
-Blob AcosTRUSTData::readValue()
+CardValue AcosTRUSTData::readValue()
 {
-    m_token.SelectDF_DECAppl();
-    return m_token.ReadBinary(m_fid);
+    return m_token.readFile(m_fid);
 }
 
 } // namespace PKCS11

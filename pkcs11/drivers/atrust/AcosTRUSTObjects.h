@@ -40,7 +40,7 @@ public:
 
 private:
     /// The certificate without what follows it in the file; empty when the file holds none.
-    Blob readValue() override;
+    CardValue readValue() override;
 
     AcosTRUSTToken& m_token;
     unsigned short m_fid;
@@ -52,7 +52,7 @@ public:
     AcosTRUSTData(AcosTRUSTToken& token, unsigned short fid, const Blob& value);
 
 private:
-    Blob readValue() override;
+    CardValue readValue() override;
 
     AcosTRUSTToken& m_token;
     unsigned short m_fid;

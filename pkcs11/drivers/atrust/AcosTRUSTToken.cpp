@@ -58,7 +58,7 @@ AcosTRUSTToken::AcosTRUSTToken(PCSCSlot* slot) : AcosToken(slot)
 CK_TOKEN_INFO AcosTRUSTToken::getInfo()
 {
     if (!m_infoFilled) {
-        const CK_ULONG memory = GetFreeMemory();
+        const CK_ULONG memory = whole([&] { return GetFreeMemory(); });
         m_tokenInfo.ulFreePublicMemory = memory;
         m_tokenInfo.ulFreePrivateMemory = memory;
         m_tokenInfo.ulMaxPinLen = kPinLength;
@@ -104,6 +104,7 @@ void AcosTRUSTToken::initMechanismList()
 void AcosTRUSTToken::SelectDF_DECAppl()
 {
     requireSuccess(card().Send(PKCS11_hex2blob(kSelectByName), PKCS11_hex2blob(TRUST_DF_DEC_AID)));
+    noteSelection();
 }
 
 int AcosTRUSTToken::SelectEF(unsigned short fid)
@@ -122,36 +123,49 @@ int AcosTRUSTToken::GetEFsize(unsigned short fid)
     return size.size() < 4 ? -1 : PKCS11_blob2int(size.slice(2, 2));
 }
 
-Blob AcosTRUSTToken::ReadBinary(unsigned short fid)
+Blob AcosTRUSTToken::ReadBinary(unsigned short fid, bool* isWhole)
 {
     const int size = GetEFsize(fid);
     Blob command = PKCS11_hex2blob(kReadBinary);
     Blob content;
-    if (size < 0) {
-        card().SendCmd(command, content);
-        return content;
-    }
+    int sw = SW_SUCCESS;
+    if (size < 0)
+        sw = card().SendCmd(command, content);
     while (content.size() < size && content.size() < kMaxOffset) {
         const Blob offset = PKCS11_short2blob(static_cast<unsigned short>(content.size()));
         std::copy(offset.begin(), offset.end(), command.begin() + 2);
         command.back() = static_cast<unsigned char>(std::min(kChunk, size - content.size()));
         Blob chunk;
-        if (card().SendCmd(command, chunk) != SW_SUCCESS || chunk.empty())
+        sw = card().SendCmd(command, chunk);
+        if (sw != SW_SUCCESS || chunk.empty())
             break;
         content.append(chunk);
     }
+    if (isWhole != nullptr)
+        *isWhole = sw == SW_SUCCESS;
     return content;
+}
+
+CardValue AcosTRUSTToken::readFile(unsigned short fid)
+{
+    return whole([&] {
+        SelectDF_DECAppl();
+        CardValue file;
+        file.bytes = ReadBinary(fid, &file.isWhole);
+        return file;
+    });
 }
 
 Blob AcosTRUSTToken::getModulus()
 {
-    if (m_modulus.empty()) {
-        SelectDF_DECAppl();
-        m_modulus = ReadBinary(EF_PK_CH_EKEY);
-        while (!m_modulus.empty() && m_modulus.back() == 0)
-            m_modulus.pop_back();
-    }
-    return m_modulus;
+    if (!m_modulus.empty())
+        return m_modulus;
+    CardValue file = readFile(EF_PK_CH_EKEY);
+    while (!file.bytes.empty() && file.bytes.back() == 0)
+        file.bytes.pop_back();
+    if (file.isWhole)
+        m_modulus = file.bytes;
+    return file.bytes;
 }
 
 CK_ULONG AcosTRUSTToken::GetFreeMemory()
@@ -183,8 +197,8 @@ Blob AcosTRUSTToken::GetDataLabel(unsigned short fid)
 void AcosTRUSTToken::VerifyPIN(const Blob& pin)
 {
     const Blob padded = PadPin(pin);
-    SelectDF_DECAppl();
-    requirePinAccepted(card().Send(PKCS11_hex2blob(kVerify), padded));
+    makeCurrent();
+    requirePinAccepted(sendVerify(PKCS11_hex2blob(kVerify), padded));
     cacheUserPin(pin);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "pkcs11/drivers/acos/AcosToken.h"
+#include "pkcs11/drivers/common/CardObjects.h"
 #include "pkcs11/token/InfoRecords.h"
 
 namespace PKCS11 {
@@ -37,8 +38,11 @@ public:
 
     /// Throws CKR_DEVICE_ERROR unless the card answers 9000.
     void SelectDF_DECAppl();
-    /// Reads a file of DF_DEC, which must be selected, in chunks of 112 bytes.
-    Blob ReadBinary(unsigned short fid);
+    /// Reads a file of DF_DEC, which must be selected, in chunks of 112 bytes. `isWhole` becomes false when
+    /// an error of the card ended the reading.
+    Blob ReadBinary(unsigned short fid, bool* isWhole = nullptr);
+    /// Selects DF_DEC and reads a file of it.
+    CardValue readFile(unsigned short fid);
     /// The modulus of the key pair, read from the card on first use; empty when it cannot be read.
     Blob getModulus();
 
@@ -47,6 +51,7 @@ public:
     static Blob GetDataLabel(unsigned short fid);
 
 private:
+    void selectApplication() override { SelectDF_DECAppl(); }
     int SelectEF(unsigned short fid);
     /// Size of the file as its SELECT answer tells it, in bytes; -1 when it does not.
     int GetEFsize(unsigned short fid);

@@ -11,7 +11,7 @@ CardOSCertificate::CardOSCertificate(CardOSToken& token, int index) : m_token(to
     CardOSCertificate::setID(info.getID());
 }
 
-Blob CardOSCertificate::readValue()
+CardValue CardOSCertificate::readValue()
 {
     return m_token.readValueFile(m_index);
 }

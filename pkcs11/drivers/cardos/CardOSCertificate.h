@@ -13,7 +13,7 @@ public:
     CardOSCertificate(CardOSToken& token, int index);
 
 private:
-    Blob readValue() override;
+    CardValue readValue() override;
 
     CardOSToken& m_token;
     int m_index;

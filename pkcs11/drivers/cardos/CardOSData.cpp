@@ -11,7 +11,7 @@ CardOSData::CardOSData(CardOSToken& token, int index) : m_token(token), m_index(
     CardOSData::setApplication(info.getApplication());
 }
 
-Blob CardOSData::readValue()
+CardValue CardOSData::readValue()
 {
     return m_token.readValueFile(m_index);
 }

@@ -30,9 +30,11 @@ protected:
     }
 
 private:
-    void readComponents(Blob& modulus, Blob& exponent) override
+    RsaComponents readComponents() override
     {
-        m_token.ReadPublicKey(m_index, modulus, exponent);
+        RsaComponents key;
+        key.isWhole = m_token.ReadPublicKey(m_index, key.modulus, key.exponent);
+        return key;
     }
 
     CardOSToken& m_token;

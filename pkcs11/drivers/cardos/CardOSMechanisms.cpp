@@ -13,10 +13,6 @@ namespace PKCS11 {
 
 namespace {
 
-// V5.0: MANAGE SECURITY ENVIRONMENT for key 02.
-constexpr char kUseDecipherKeyV50[] = "002241b803840102";
-constexpr char kUseSignKeyV50[] = "002241b603840102";
-
 constexpr unsigned char kSignatureBlock = 0x01;
 constexpr unsigned char kEncryptionBlock = 0x02;
 /// RFC 8017 wants so many bytes of filler, even where the block grows beyond the modulus.
@@ -68,12 +64,12 @@ void CardOSMechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK
             throw PKCS11Exception(CKR_DEVICE_ERROR, "", where());
         requireRoom(outLen, size);
     }
-    if (!prepare(isRSA ? kUseDecipherKeyV50 : kUseSignKeyV50)) {
-        // No result and no error, deliberately.
-        *outLen = 0;
-        return;
-    }
-    deliver(decipher(block(input, size)), out, outLen);
+    const Blob signature = token().whole([&] {
+        // Without an environment to restore no result and no error, deliberately.
+        return prepare(isRSA ? kUseCipherKeyV50 : kUseSignKeyV50) == SW_SUCCESS ? decipher(block(input, size))
+                                                                                : Blob();
+    });
+    deliver(signature, out, outLen);
 }
 
 Blob CardOSMechanismSign::block(const Blob& data, int size) const
@@ -108,9 +104,10 @@ void CardOSMechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* o
         return;
     requireLogin();
     const Blob input = inputOf(data, dataLen, kMaxInput);
-    if (!prepare(kUseDecipherKeyV50))
-        throw PKCS11Exception(CKR_DEVICE_ERROR, "", where());
-    Blob block = decipher(input);
+    Blob block = token().whole([&] {
+        require(prepare(kUseCipherKeyV50));
+        return decipher(input);
+    });
     if (type() == CKM_RSA_PKCS)
         block = stripPKCS1Block(block);
     else if (!token().isV50())
@@ -157,7 +154,6 @@ void CardOSMechanismEncrypt::encrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* o
         }
         requireRoom(outLen, size);
     }
-    prepare();
     // The first byte is the card's padding indicator.
     deliver(encipher(field).slice(1), out, outLen);
 }
@@ -186,7 +182,6 @@ void CardOSMechanismVerify::verify(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* sig
         requireLogin();
     Blob expected = inputOf(data, dataLen, kMaxInput);
     const Blob field = inputOf(signature, signatureLen, kMaxInput);
-    prepare();
     const Blob found = signedData(encipher(field));
     if (type() == CKM_RSA_X_509)
         expected = stripLeadingZeros(expected);

@@ -15,7 +15,6 @@ namespace {
 constexpr char kRestoreEnvironment[] = "0022034000";
 constexpr char kUsePrivateKey[] = "0022f1b80383010100";
 constexpr char kUseLoadedKey[] = "002201b80383010200";
-constexpr char kUsePublicKeyV50[] = "002241b803840102";
 
 // PUT DATA of a key object, between two commands that open and close the loading.
 constexpr char kBracketLoading[] = "80100000";
@@ -79,19 +78,19 @@ Blob CardOSOperation::perform(const char* header, const Blob& field) const
     return answer;
 }
 
-bool CardOSPrivateKeyOperation::prepare(const char* environmentV50) const
+int CardOSPrivateKeyOperation::prepare(const char* environmentV50) const
 {
     token().replayUserPin();
     selectKeyDF();
     if (token().isV50()) {
         // This text for decryption too.
         requireSuccess(send(environmentV50), "", "CardOSMechanismSign::decrypt");
-        return true;
+        return SW_SUCCESS;
     }
-    if (send(kRestoreEnvironment) != SW_SUCCESS)
-        return false;
-    require(send(kUsePrivateKey));
-    return true;
+    const int sw = send(kRestoreEnvironment);
+    if (sw == SW_SUCCESS)
+        require(send(kUsePrivateKey));
+    return sw;
 }
 
 Blob CardOSPrivateKeyOperation::decipher(const Blob& block) const
@@ -120,7 +119,7 @@ void CardOSPublicKeyOperation::prepare() const
 {
     if (!loadsKey()) {
         selectKeyDF();
-        require(send(kUsePublicKeyV50));
+        require(send(kUseCipherKeyV50));
         return;
     }
     // Read before the card is made ready: reading selects other files.
@@ -147,7 +146,10 @@ void CardOSPublicKeyOperation::loadComponent(const char* objectTemplate, const B
 
 Blob CardOSPublicKeyOperation::encipher(const Blob& field) const
 {
-    return perform(kEncipher, field);
+    return token().whole([&] {
+        prepare();
+        return perform(kEncipher, field);
+    });
 }
 
 } // namespace PKCS11

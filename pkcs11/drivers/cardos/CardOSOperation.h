@@ -10,6 +10,11 @@ namespace PKCS11 {
 class CardOSPublicKey;
 class CardOSToken;
 
+// V5.0: MANAGE SECURITY ENVIRONMENT for key 02, to encipher and decipher with it (RSA keys sign that way too)
+// and to sign with it.
+inline constexpr char kUseCipherKeyV50[] = "002241b803840102";
+inline constexpr char kUseSignKeyV50[] = "002241b603840102";
+
 /// An operation with the key of a directory entry. Where the card refuses a step, CKR_DEVICE_ERROR (0x30) is
 /// thrown with the operation's where-text.
 class CardOSOperation {
@@ -48,8 +53,8 @@ protected:
     ~CardOSPrivateKeyOperation() = default;
 
     /// Verifies the PIN again, selects the key and sets the security environment, on V5.0 with the command
-    /// given. False where a card before V5.0 has no environment to restore.
-    bool prepare(const char* environmentV50) const;
+    /// given. Returns 9000, or the status of a card before V5.0 that has no environment to restore.
+    int prepare(const char* environmentV50) const;
     Blob decipher(const Blob& block) const;
 };
 
@@ -69,11 +74,11 @@ protected:
     CardOSPublicKey& key() const { return m_key; }
     /// The card computes with a key that is written to it first, which takes a login.
     bool loadsKey() const;
-    /// Selects the key, loads it where it must be, and sets the security environment.
-    void prepare() const;
+    /// Selects the key, loads it where it must be, sets the security environment, and enciphers the field.
     Blob encipher(const Blob& field) const;
 
 private:
+    void prepare() const;
     void loadComponent(const char* objectTemplate, const Blob& value) const;
 
     CardOSPublicKey& m_key;

@@ -188,9 +188,10 @@ bool CardOSToken::Is_RSA2048loaded()
 
 // --- Files ---------------------------------------------------------------------------------------
 
-int CardOSToken::selectApplication()
+void CardOSToken::selectApplication()
 {
-    return card().SendCmd(PKCS11_hex2blob(kSelectApplication));
+    requireSuccess(card().SendCmd(PKCS11_hex2blob(kSelectApplication)));
+    noteSelection();
 }
 
 int CardOSToken::selectDF(unsigned short fid)
@@ -205,7 +206,7 @@ int CardOSToken::selectEF(unsigned short fid)
 
 void CardOSToken::openDriverDF()
 {
-    requireSuccess(selectApplication());
+    selectApplication();
     requireSuccess(selectDF(kDriverDF));
 }
 
@@ -223,14 +224,16 @@ Blob CardOSToken::readAttributeFile(int index)
     return readEF(entry(index).attributeFile);
 }
 
-Blob CardOSToken::readValueFile(int index)
+CardValue CardOSToken::readValueFile(int index)
 {
-    openDriverDF();
-    requireSuccess(selectEF(entry(index).value));
-    Blob content;
-    // Whatever the status: what was read is the value.
-    card().ReadBinary(content);
-    return content;
+    return whole([&] {
+        openDriverDF();
+        requireSuccess(selectEF(entry(index).value));
+        CardValue value;
+        // Whatever the status: what was read is the value.
+        value.isWhole = card().ReadBinary(value.bytes) == SW_SUCCESS;
+        return value;
+    });
 }
 
 int CardOSToken::selectKeyDF(int index)
@@ -241,55 +244,72 @@ int CardOSToken::selectKeyDF(int index)
 
 // --- Public keys ---------------------------------------------------------------------------------
 
-void CardOSToken::ReadPublicKey(int index, Blob& modulus, Blob& exponent)
+bool CardOSToken::ReadPublicKey(int index, Blob& modulus, Blob& exponent)
 {
-    openDriverDF();
-    if (selectDF(entry(index).value) != SW_SUCCESS)
-        return;
-    if (isV50()) {
-        readPublicPart(modulus, exponent);
-        return;
-    }
-    if (selectEF(kPublicKeyEF) == SW_SUCCESS && !readKeyRecords(modulus, exponent))
-        readKeyFile(modulus, exponent);
+    const RsaComponents key = whole([&] {
+        openDriverDF();
+        return readKey(entry(index).value);
+    });
+    modulus = key.modulus;
+    exponent = key.exponent;
+    return key.isWhole;
 }
 
-void CardOSToken::readPublicPart(Blob& modulus, Blob& exponent)
+RsaComponents CardOSToken::readKey(unsigned short keyDF)
 {
+    constexpr bool refused = false;
+    if (selectDF(keyDF) != SW_SUCCESS)
+        return {{}, {}, refused};
+    if (isV50())
+        return readPublicPart();
+    if (selectEF(kPublicKeyEF) != SW_SUCCESS)
+        return {{}, {}, refused};
+    RsaComponents key = readKeyRecords();
+    return key.modulus.empty() ? readKeyFile() : key;
+}
+
+RsaComponents CardOSToken::readPublicPart()
+{
+    RsaComponents result;
     Blob answer;
-    if (card().SendCmdChained(PKCS11_hex2blob(kReadPublicPart), answer) != SW_SUCCESS)
-        return;
-    const BERCoder key = decoded(answer);
+    result.isWhole = card().SendCmdChained(PKCS11_hex2blob(kReadPublicPart), answer) == SW_SUCCESS;
+    const BERCoder key = result.isWhole ? decoded(answer) : BERCoder();
     if (key.getSize() < 2)
-        return;
+        return result;
     // The numbers stay as the card encodes them, a sign byte included.
     for (int i = 0; i < key.getSize(); ++i) {
         const BERCoder& element = key.component(i);
         if (element.getTag() == kModulusTag)
-            modulus = element.getValue();
+            result.modulus = element.getValue();
         else if (element.getTag() == kExponentTag)
-            exponent = element.getValue();
+            result.exponent = element.getValue();
     }
+    return result;
 }
 
-bool CardOSToken::readKeyRecords(Blob& modulus, Blob& exponent)
+RsaComponents CardOSToken::readKeyRecords()
 {
+    RsaComponents key;
     Blob record;
-    if (card().SendCmdChained(PKCS11_hex2blob(kReadModulusRecord), record) != SW_SUCCESS)
-        return false;
-    modulus = stripSignByte(record.slice(kKeyRecordHeader));
-    if (card().SendCmdChained(PKCS11_hex2blob(kReadExponentRecord), record) == SW_SUCCESS)
-        exponent = stripSignByte(record.slice(kKeyRecordHeader));
-    return true;
+    key.isWhole = card().SendCmdChained(PKCS11_hex2blob(kReadModulusRecord), record) == SW_SUCCESS;
+    if (!key.isWhole)
+        return key;
+    key.modulus = stripSignByte(record.slice(kKeyRecordHeader));
+    key.isWhole = card().SendCmdChained(PKCS11_hex2blob(kReadExponentRecord), record) == SW_SUCCESS;
+    if (key.isWhole)
+        key.exponent = stripSignByte(record.slice(kKeyRecordHeader));
+    return key;
 }
 
-void CardOSToken::readKeyFile(Blob& modulus, Blob& exponent)
+RsaComponents CardOSToken::readKeyFile()
 {
+    RsaComponents result;
     Blob content;
-    card().ReadBinary(content);
+    result.isWhole = card().ReadBinary(content) == SW_SUCCESS;
     const BERCoder key = decoded(Blob(1, kSequence) + content.slice(kKeyFileTag));
-    modulus = numberAt(key, 0);
-    exponent = numberAt(key, 1);
+    result.modulus = numberAt(key, 0);
+    result.exponent = numberAt(key, 1);
+    return result;
 }
 
 // --- PINs ----------------------------------------------------------------------------------------
@@ -297,13 +317,13 @@ void CardOSToken::readKeyFile(Blob& modulus, Blob& exponent)
 void CardOSToken::verify(const char* header, const Blob& pin)
 {
     requirePlainPin(pin);
-    requireSuccess(selectApplication());
-    requirePinAccepted(card().Send(PKCS11_hex2blob(header), pin));
+    makeCurrent();
+    requirePinAccepted(sendVerify(PKCS11_hex2blob(header), pin));
 }
 
 void CardOSToken::change(const char* header, const Blob& newPin)
 {
-    requireSuccess(card().Send(PKCS11_hex2blob(header), newPin));
+    requireSuccess(sendNewPin(PKCS11_hex2blob(header), newPin));
 }
 
 void CardOSToken::VerifyPIN(const Blob& pin)
@@ -349,7 +369,7 @@ void CardOSToken::InitPIN(const Blob& pin)
 void CardOSToken::ResetSecurity()
 {
     requireSuccess(card().SendCmd(PKCS11_hex2blob(kSelectMF)));
-    requireSuccess(selectApplication());
+    selectApplication();
 }
 
 } // namespace PKCS11

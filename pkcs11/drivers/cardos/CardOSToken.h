@@ -2,6 +2,7 @@
 
 #include "pkcs11/drivers/cardos/CardOSModels.h"
 #include "pkcs11/drivers/common/CardToken.h"
+#include "pkcs11/drivers/common/LazyRsaKey.h"
 #include "pkcs11/token/InfoRecords.h"
 
 #include <array>
@@ -11,7 +12,7 @@ namespace PKCS11 {
 /// Driver of CardOS cards, M4.0 to V5.0, that carry this system's file layout: an application with one DF, in
 /// it a directory of at most 80 objects, an attribute file for each object, and an EF with its value or a DF
 /// with its key. The card is read only for this driver, but for PINs and the public key that it works with.
-class CardOSToken : public CardToken {
+class CardOSToken final : public CardToken {
 public:
     /// Reads the directory and the attributes of all objects. Throws CKR_DEVICE_ERROR (0x30) where the card
     /// refuses a step, what BERCoder::import throws for an attribute file that is no record, and
@@ -42,10 +43,10 @@ public:
     Blob readAttributeFile(int index);
     /// The value of a certificate or data object, read from the card; what came before an error, if one ends
     /// the reading. Throws CKR_DEVICE_ERROR where the file cannot be selected.
-    Blob readValueFile(int index);
-    /// The RSA public key in the DF of a key; leaves empty what the card does not give. Throws
-    /// CKR_DEVICE_ERROR where the driver's DF cannot be selected.
-    void ReadPublicKey(int index, Blob& modulus, Blob& exponent);
+    CardValue readValueFile(int index);
+    /// The RSA public key in the DF of a key; leaves empty what the card does not give. False where it
+    /// refused to be read. Throws CKR_DEVICE_ERROR where the driver's DF cannot be selected.
+    bool ReadPublicKey(int index, Blob& modulus, Blob& exponent);
     /// Makes the DF of a key the current one, starting from the application. The status of the step that
     /// failed, or 9000.
     int selectKeyDF(int index);
@@ -66,7 +67,7 @@ private:
     void addObject(int index);
     bool Is_RSA2048loaded();
 
-    int selectApplication();
+    void selectApplication() override;
     int selectDF(unsigned short fid);
     int selectEF(unsigned short fid);
     /// Application and driver DF; throws CKR_DEVICE_ERROR.
@@ -75,10 +76,11 @@ private:
     Blob readEF(unsigned short fid);
     const DirectoryEntry& entry(int index) const { return m_directory.at(static_cast<std::size_t>(index)); }
 
-    /// Record 1 and 2 of the selected key file. False when it has no records.
-    bool readKeyRecords(Blob& modulus, Blob& exponent);
-    void readKeyFile(Blob& modulus, Blob& exponent);
-    void readPublicPart(Blob& modulus, Blob& exponent);
+    RsaComponents readKey(unsigned short keyDF);
+    /// Record 1 and 2 of the selected key file; not whole when it has no records.
+    RsaComponents readKeyRecords();
+    RsaComponents readKeyFile();
+    RsaComponents readPublicPart();
 
     void verify(const char* header, const Blob& pin);
     /// CHANGE REFERENCE DATA with the new PIN only; throws CKR_DEVICE_ERROR.

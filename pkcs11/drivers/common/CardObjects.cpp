@@ -93,12 +93,13 @@ CardCertificate::CardCertificate()
 
 Blob CardCertificate::getValue()
 {
-    Blob value = X509PublicKeyCertificate::getValue();
-    if (value.empty()) {
-        value = readValue();
-        setValue(value);
-    }
-    return value;
+    Blob kept = X509PublicKeyCertificate::getValue();
+    if (!kept.empty())
+        return kept;
+    const CardValue value = readValue();
+    if (value.isWhole)
+        setValue(value.bytes);
+    return value.bytes;
 }
 
 Blob CardCertificate::getSerialNumber()
@@ -123,8 +124,9 @@ void CardCertificate::loadAttr()
 {
     if (m_parsed)
         return;
-    // A read that throws, or that brings nothing, leaves the next one a chance.
-    Blob value = getValue();
+    getValue();
+    // A read that throws, or that brings nothing whole, leaves the next one a chance.
+    Blob value = X509PublicKeyCertificate::getValue();
     if (value.empty())
         return;
     m_parsed = true;
@@ -151,12 +153,13 @@ CardData::CardData()
 
 Blob CardData::getValue()
 {
-    Blob value = Data::getValue();
-    if (value.empty()) {
-        value = readValue();
-        setValue(value);
-    }
-    return value;
+    Blob kept = Data::getValue();
+    if (!kept.empty())
+        return kept;
+    const CardValue value = readValue();
+    if (value.isWhole)
+        setValue(value.bytes);
+    return value.bytes;
 }
 
 } // namespace PKCS11

@@ -10,6 +10,13 @@
 
 namespace PKCS11 {
 
+/// The value of an object as it was read from the card. One that the card broke off is answered, but read
+/// again by the next request.
+struct CardValue {
+    Blob bytes;
+    bool isWhole = true;
+};
+
 /// A private key on a card. Signs and decrypts; a token object. The components are what the card or its
 /// certificate gives.
 class CardPrivateKey : public PrivateKey {
@@ -86,7 +93,7 @@ public:
 
 protected:
     /// Reads the value from the card; called while it is empty. Throws where the card cannot be asked.
-    virtual Blob readValue() { return {}; }
+    virtual CardValue readValue() { return {}; }
 
 private:
     /// Parses the three attributes once.
@@ -104,7 +111,7 @@ public:
 
 protected:
     /// Reads the value from the card; called while it is empty. Throws where the card cannot be asked.
-    virtual Blob readValue() { return {}; }
+    virtual CardValue readValue() { return {}; }
 };
 
 } // namespace PKCS11

@@ -1,6 +1,6 @@
 #include "pkcs11/drivers/common/CardToken.h"
 
-#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/Edition.h"
 #include "pkcs11/core/Mechanism.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 
@@ -24,6 +24,8 @@ void fill(CK_UTF8CHAR (&field)[Width], const Blob& text)
 }
 
 } // namespace
+
+CardToken::CardToken(PCSCSlot* slot) : Token(slot), m_selectedAt(slot != nullptr ? slot->cardMark() : 0) {}
 
 CK_TOKEN_INFO CardToken::getInfo()
 {
@@ -127,6 +129,92 @@ void CardToken::requireChannel()
 {
     if (slot() == nullptr || !slot()->CreateChannel())
         throw PKCS11Exception(CKR_DEVICE_ERROR);
+}
+
+// --- Disturbances --------------------------------------------------------------------------------
+
+void CardToken::noteSelection()
+{
+    m_selectedAt = card().cardMark();
+}
+
+void CardToken::makeCurrent()
+{
+    const PCSCSlot::CardMark mark = card().cardMark();
+    try {
+        selectApplication();
+    } catch (const PKCS11Exception&) {
+        if (card().isUndisturbedSince(mark) || card().isCardExchanged())
+            throw;
+        selectApplication();
+    }
+}
+
+void CardToken::requireApplication()
+{
+    const bool mayBeForeign = Edition::current().enterCard(card());
+    if (mayBeForeign || !card().isUndisturbedSince(m_selectedAt))
+        makeCurrent();
+}
+
+void CardToken::runWhole(const std::function<void()>& work)
+{
+    requireApplication();
+    const PCSCSlot::CardMark mark = card().cardMark();
+    try {
+        work();
+        if (card().isUndisturbedSince(mark))
+            return;
+        if (card().isCardExchanged())
+            throw PKCS11Exception(CKR_DEVICE_REMOVED);
+    } catch (const PKCS11Exception& failure) {
+        const bool isPinRefusal = failure.value() == CKR_PIN_INCORRECT || failure.value() == CKR_PIN_LOCKED;
+        if (card().isUndisturbedSince(mark) || card().isCardExchanged() || isPinRefusal)
+            throw;
+    }
+    makeCurrent();
+    const PCSCSlot::CardMark again = card().cardMark();
+    work();
+    if (!card().isUndisturbedSince(again))
+        throw PKCS11Exception(card().isCardExchanged() ? CKR_DEVICE_REMOVED : CKR_DEVICE_ERROR);
+}
+
+int CardToken::sendVerify(const Blob& header, const Blob& data)
+{
+    requireApplication();
+    PCSCSlot::CardMark mark = card().cardMark();
+    int sw = card().Send(header, data);
+    if (card().isUndisturbedSince(mark) || isPinRefused(sw))
+        return sw;
+    makeCurrent();
+    mark = card().cardMark();
+    sw = card().Send(header, data);
+    if (!card().isUndisturbedSince(mark) && !isPinRefused(sw))
+        throw PKCS11Exception(CKR_DEVICE_ERROR);
+    return sw;
+}
+
+int CardToken::sendNewPin(const Blob& header, const Blob& data)
+{
+    const PCSCSlot::CardMark mark = card().cardMark();
+    int sw = 0;
+    try {
+        sw = card().Send(header, data);
+    } catch (const PKCS11Exception&) {
+        Logout();
+        throw;
+    }
+    if (sw != SW_SUCCESS && !isPinRefused(sw) && !card().isUndisturbedSince(mark))
+        throw PKCS11Exception(CKR_DEVICE_ERROR);
+    return sw;
+}
+
+// --- For all drivers -----------------------------------------------------------------------------
+
+void passReaderFailure(const PKCS11Exception& failure)
+{
+    if (failure.value() == CKR_GENERAL_ERROR)
+        throw PKCS11Exception(failure);
 }
 
 void requireSuccess(int sw, const char* what, const char* where)

@@ -1,16 +1,22 @@
 #pragma once
 
+#include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/core/MechanismList.h"
 #include "pkcs11/pcsc/StatusWord.h"
 #include "pkcs11/token/Token.h"
 
+#include <functional>
+#include <type_traits>
+
 namespace PKCS11 {
 
 /// What every card driver shares: the token information from five getters, the mechanism list on demand, and
-/// the refusals of cards that create no objects, make no keys and give no random numbers.
+/// the refusals of cards that create no objects, make no keys and give no random numbers; and what to do when
+/// another program resets the card, or somebody exchanges it, in the middle of a piece of work.
 class CardToken : public Token {
 public:
-    using Token::Token;
+    /// Opens the channel. Throws CKR_GENERAL_ERROR (5) when that fails.
+    explicit CardToken(PCSCSlot* slot);
 
     CK_TOKEN_INFO getInfo() override;
     MechanismList* getMechanismList() override;
@@ -49,7 +55,39 @@ public:
     /// The channel to the card.
     PCSCSlot& card() const { return *slot(); }
 
+    /// Runs work that makes sense as a whole only (a file, a key, an operation with its PIN) on the driver's
+    /// application and gives its result. When the card was reset meanwhile, whatever came of it, the
+    /// application is selected and the work done once more; a PIN that the card refused is not sent again.
+    /// Throws what the work throws, CKR_DEVICE_REMOVED (0x32) for a result that may be another card's,
+    /// CKR_DEVICE_ERROR (0x30) when the card is reset again.
+    template <class Work>
+    auto whole(Work work)
+    {
+        if constexpr (std::is_void_v<decltype(work())>) {
+            runWhole(work);
+        } else {
+            decltype(work()) result{};
+            runWhole([&] { result = work(); });
+            return result;
+        }
+    }
+
 protected:
+    /// Makes the driver's application the current one and calls noteSelection(). Throws CKR_DEVICE_ERROR.
+    virtual void selectApplication() = 0;
+    /// The application was selected just now.
+    void noteSelection();
+    /// Selects the application, once more when a reset in the middle of that made it fail.
+    void makeCurrent();
+    /// Selects the application unless it is still the current one as far as anybody can tell.
+    void requireApplication();
+    /// VERIFY; the status of the card. When the card was reset while it was under way, it met a card without
+    /// its application: that is selected and VERIFY sent once more, unless the card has compared the PIN.
+    int sendVerify(const Blob& header, const Blob& data);
+    /// CHANGE REFERENCE DATA or RESET RETRY COUNTER; the status of the card. Throws CKR_DEVICE_ERROR when the
+    /// card was reset meanwhile and refuses without having compared the PIN. When the exchange fails, nobody
+    /// knows which PIN holds: the login ends.
+    int sendNewPin(const Blob& header, const Blob& data);
     /// Throws CKR_DEVICE_ERROR (0x30) when no channel to a card opens.
     void requireChannel();
     MechanismList& mechanisms() { return m_mechanisms; }
@@ -57,12 +95,20 @@ protected:
     void add(std::unique_ptr<Object> object) { getObjectList()->put(std::move(object)); }
 
 private:
+    void runWhole(const std::function<void()>& work);
+
     MechanismList m_mechanisms;
     bool m_mechanismsBuilt = false;
+    /// PCSCSlot::CardMark of the last selection of the application.
+    int m_selectedAt;
 };
 
 /// Throws CKR_DEVICE_ERROR (0x30) with these texts unless the status is 9000.
 void requireSuccess(int sw, const char* what = "", const char* where = "");
+
+/// For whoever does without what the card refuses: throws the failure on when it is the reader's
+/// (CKR_GENERAL_ERROR), which is no answer of the card.
+void passReaderFailure(const PKCS11Exception& failure);
 
 /// The outcome of VERIFY: 9000 returns, 6983 throws CKR_PIN_LOCKED (0xA4), anything else CKR_PIN_INCORRECT
 /// (0xA0).

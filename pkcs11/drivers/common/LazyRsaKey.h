@@ -4,6 +4,14 @@
 
 namespace PKCS11 {
 
+/// The RSA public key as it was read from the card; a part that the card does not have is empty. One that the
+/// card refused to read is read again by the next request.
+struct RsaComponents {
+    Blob modulus;
+    Blob exponent;
+    bool isWhole = true;
+};
+
 /// A key whose modulus and public exponent are read from the card once, when one of them is first asked for.
 /// What a caller has set stays; keys of other types than RSA have neither. `Base` is CardPrivateKey or
 /// CardPublicKey.
@@ -14,9 +22,8 @@ public:
     Blob getPublicExponent() override { return hasComponents() ? Base::getPublicExponent() : Blob(); }
 
 protected:
-    /// Reads both components; leaves empty what the card does not give. Throws where the card cannot be
-    /// asked; then the next request asks again.
-    virtual void readComponents(Blob& modulus, Blob& exponent) = 0;
+    /// Reads both components. Throws where the card cannot be asked; then the next request asks again.
+    virtual RsaComponents readComponents() = 0;
 
 private:
     bool hasComponents()
@@ -25,14 +32,12 @@ private:
             return false;
         if (m_read)
             return true;
-        Blob modulus;
-        Blob exponent;
-        readComponents(modulus, exponent);
-        m_read = true;
+        const RsaComponents components = readComponents();
+        m_read = components.isWhole;
         if (Base::getModulus().empty())
-            Base::setModulus(modulus);
+            Base::setModulus(components.modulus);
         if (Base::getPublicExponent().empty())
-            Base::setPublicExponent(exponent);
+            Base::setPublicExponent(components.exponent);
         return true;
     }
 

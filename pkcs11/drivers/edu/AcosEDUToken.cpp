@@ -54,7 +54,7 @@ AcosEDUToken::AcosEDUToken(PCSCSlot* slot, int variant) : AcosToken(slot), m_var
 {
     Blob response;
     requireSuccess(card().SendCmd(PKCS11_hex2blob(kSelectApplication), response));
-    m_selectedAtReset = card().resetCount();
+    noteSelection();
 
     const Variant& shown = variantOf(variant);
     if (shown.keyFile != 0) {
@@ -147,10 +147,7 @@ Blob AcosEDUToken::PinToHex(const Blob& pin)
 void AcosEDUToken::verify(const char* header, const Blob& pin)
 {
     const Blob block = PinToHex(pin);
-    // A reset that an exchange recovered from has taken the application away.
-    if (card().resetCount() != m_selectedAtReset)
-        selectApplication();
-    requirePinAccepted(card().Send(PKCS11_hex2blob(header), block));
+    requirePinAccepted(sendVerify(PKCS11_hex2blob(header), block));
 }
 
 void AcosEDUToken::VerifyPIN(const Blob& pin)
@@ -183,7 +180,7 @@ void AcosEDUToken::ResetSecurity()
 void AcosEDUToken::selectApplication()
 {
     select(kSelectApplicationNoResponse);
-    m_selectedAtReset = card().resetCount();
+    noteSelection();
 }
 
 } // namespace PKCS11

@@ -39,15 +39,13 @@ public:
 private:
     /// Throws what PinToHex and requirePinAccepted throw.
     void verify(const char* header, const Blob& pin);
-    /// Selects the application DF under the MF. Throws CKR_DEVICE_ERROR unless the card answers 9000.
-    void selectApplication();
+    /// Selects the application DF under the MF.
+    void selectApplication() override;
 
     int m_variant;
     Blob m_model;
     TokenInfo m_record;
     bool m_infoFilled = false;
-    /// The slot's reset count when the application was selected last.
-    int m_selectedAtReset = 0;
 };
 
 } // namespace PKCS11

@@ -129,7 +129,8 @@ Blob IASToken::GetIASSerialNumber()
             return {};
         const std::string digits = PKCS11_blob2hex(reader.take(reader.byte()));
         return Blob(digits.size() == kWholeLength ? digits.substr(6, 13) : digits);
-    } catch (const PKCS11Exception&) {
+    } catch (const PKCS11Exception& failure) {
+        passReaderFailure(failure);
         return {};
     }
 }
@@ -177,7 +178,13 @@ void IASToken::initMechanismList()
 
 void IASToken::ResetSecurity()
 {
+    selectApplication();
+}
+
+void IASToken::selectApplication()
+{
     card().SelectAppl(card().GetAIDofIAS());
+    noteSelection();
 }
 
 bool IASToken::selectEF(const Blob& fid)
@@ -186,18 +193,23 @@ bool IASToken::selectEF(const Blob& fid)
         card().SelectEF_IAS(fid);
         return true;
     } catch (const PKCS11Exception& failure) {
-        // The reader's failures are not the file's.
-        if (failure.value() != CKR_DEVICE_ERROR)
-            throw;
+        passReaderFailure(failure);
         return false;
     }
 }
 
-std::optional<Blob> IASToken::readFile(const Blob& path)
+CardValue IASToken::readSelectedFile()
+{
+    CardValue file;
+    file.bytes = card().ReadBinaryEF(&file.isWhole);
+    return file;
+}
+
+std::optional<CardValue> IASToken::readFile(const Blob& path)
 {
     const Blob fid = path.slice(path.size() - 2);
     if (selectEF(fid))
-        return card().ReadBinaryEF();
+        return readSelectedFile();
     // Not under the application: the card wants the directories of the path selected.
     const Blob directories = path.slice(path.size() % 2, path.size() - path.size() % 2 - 2);
     if (directories.empty() || directories.size() > kMaxDirectories)
@@ -205,50 +217,57 @@ std::optional<Blob> IASToken::readFile(const Blob& path)
     bool selected = true;
     for (int i = 0; i < directories.size() && selected; i += 2)
         selected = card().Send(PKCS11_hex2blob(kSelectDF), directories.slice(i, 2)) == SW_SUCCESS;
-    std::optional<Blob> content;
+    std::optional<CardValue> content;
     if (selected && selectEF(fid))
-        content = card().ReadBinaryEF();
+        content = readSelectedFile();
     ResetSecurity();
     return content;
 }
 
 Blob IASToken::readEF(unsigned short fid)
 {
-    return readFile(PKCS11_short2blob(fid)).value_or(Blob());
+    return readFile(PKCS11_short2blob(fid)).value_or(CardValue()).bytes;
 }
 
 Blob IASToken::ReadPkcs15EF(int index)
 {
     const Blob& path = m_odf.path(index).path();
-    return path.size() < 2 ? Blob() : readFile(path).value_or(Blob());
+    return path.size() < 2 ? Blob() : readFile(path).value_or(CardValue()).bytes;
 }
 
-Blob IASToken::readValue(const PKCS15CommonObjectAttributes& record, const PKCS15Path& path)
+CardValue IASToken::readValue(const PKCS15CommonObjectAttributes& record, const PKCS15Path& path)
 {
     if (path.path().size() < 2)
         return {};
-    ResetSecurity();
-    std::optional<Blob> content = readFile(path.path());
-    if (content && content->empty() && record.isPrivate() && !userPin().empty()) {
-        // The card has forgotten the PIN with the selection.
-        replayUserPin();
+    std::optional<CardValue> content;
+    whole([&] {
+        ResetSecurity();
         content = readFile(path.path());
-    }
+        if (content && content->bytes.empty() && record.isPrivate() && !userPin().empty()) {
+            // The card has forgotten the PIN with the selection.
+            replayUserPin();
+            content = readFile(path.path());
+        }
+    });
     if (!content)
         throw PKCS11Exception(CKR_DEVICE_ERROR, "Select File", "IASToken::readValue");
-    const Blob part = content->slice(integerOf(path.index()));
-    return path.length().empty() ? part : part.slice(0, integerOf(path.length()));
+    Blob part = content->bytes.slice(integerOf(path.index()));
+    if (!path.length().empty())
+        part = part.slice(0, integerOf(path.length()));
+    return {part, content->isWhole};
 }
 
-void IASToken::ReadPublicKey(unsigned char reference, Blob& modulus, Blob& exponent)
+bool IASToken::ReadPublicKey(unsigned char reference, Blob& modulus, Blob& exponent)
 {
     modulus.clear();
     exponent.clear();
     const auto number = static_cast<unsigned char>(reference & 0x0F);
     Blob headerList = PKCS11_hex2blob(kPublicKeyHeaderList);
     headerList.at(kKeyNumber) = number;
-    ResetSecurity();
-    const Blob answer = card().SendCard(PKCS11_hex2blob(kGetData), headerList);
+    const Blob answer = whole([&] {
+        ResetSecurity();
+        return card().SendCard(PKCS11_hex2blob(kGetData), headerList);
+    });
     const auto take = [&](const BERCoder& element) {
         if (hasTag(element, 0x81))
             modulus = stripSignByte(element.getValue());
@@ -268,6 +287,7 @@ void IASToken::ReadPublicKey(unsigned char reference, Blob& modulus, Blob& expon
         modulus.clear();
         exponent.clear();
     }
+    return !answer.empty();
 }
 
 std::optional<unsigned char> IASToken::publicKeyReference(const PKCS15PrivateKeyObject& record) const
@@ -327,8 +347,8 @@ void IASToken::VerifyPIN(const Blob& pin, PinReference reference)
     if (!reference)
         throw PKCS11Exception(CKR_USER_PIN_NOT_INITIALIZED);
     const Blob padded = paddedPin(pin, "IASToken::VerifyPin");
-    ResetSecurity();
-    requireIASPinAccepted(card().Send(pinCommand(kVerify, *reference), padded));
+    makeCurrent();
+    requireIASPinAccepted(sendVerify(pinCommand(kVerify, *reference), padded));
     cachePin(pin, reference);
 }
 
@@ -342,7 +362,7 @@ void IASToken::ChangePIN(const Blob& oldPin, const Blob& newPin, PinReference re
     const Blob data = paddedPin(oldPin, kWhere) + paddedPin(newPin, kWhere);
     if (data.size() > kMaxLc)
         throw PKCS11Exception(CKR_PIN_LEN_RANGE, "", kWhere);
-    requireIASPinAccepted(card().Send(pinCommand(kChangeReferenceData, *reference), data));
+    requireIASPinAccepted(sendNewPin(pinCommand(kChangeReferenceData, *reference), data));
     cachePin(newPin, reference);
 }
 
@@ -358,7 +378,7 @@ void IASToken::InitPIN(const Blob& pin)
     if (!padsPins())
         paddedPin(pin, kWhere);
     VerifySOPIN(soPIN);
-    requireSuccess(card().Send(pinCommand(kResetRetryCounter, *m_userReference), paddedPin(pin, kWhere)));
+    requireSuccess(sendNewPin(pinCommand(kResetRetryCounter, *m_userReference), paddedPin(pin, kWhere)));
     cacheUserPin(pin);
 }
 

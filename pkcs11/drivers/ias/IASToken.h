@@ -1,5 +1,6 @@
 #pragma once
 
+#include "pkcs11/drivers/common/CardObjects.h"
 #include "pkcs11/drivers/common/CardToken.h"
 #include "pkcs11/drivers/ias/PKCS15BaseDF.h"
 #include "pkcs11/drivers/ias/PKCS15ODF.h"
@@ -35,16 +36,18 @@ public:
     Blob getSerialNumber() override { return m_cardInfo.serialNumber(); }
     void initMechanismList() override;
 
-    /// Reads the RSA public key of the key with the reference; both stay empty when the card gives none.
-    /// Throws CKR_DEVICE_ERROR when the application cannot be selected.
-    void ReadPublicKey(unsigned char reference, Blob& modulus, Blob& exponent);
+    /// Reads the RSA public key of the key with the reference. False when the card refuses. Throws
+    /// CKR_DEVICE_ERROR when the application cannot be selected.
+    bool ReadPublicKey(unsigned char reference, Blob& modulus, Blob& exponent);
     /// The reference of a public key: its own, or that of the private key with the same ID.
     std::optional<unsigned char> publicKeyReference(const PKCS15PrivateKeyObject& record) const;
     /// Reads the value of an object at its path; empty when the path names no file. Throws CKR_DEVICE_ERROR
     /// when the file cannot be selected.
-    Blob readValue(const PKCS15CommonObjectAttributes& record, const PKCS15Path& path);
+    CardValue readValue(const PKCS15CommonObjectAttributes& record, const PKCS15Path& path);
 
 private:
+    void selectApplication() override;
+
     /// Byte that names a PIN to the card; nothing while no authentication object has told it.
     using PinReference = std::optional<unsigned char>;
 
@@ -60,7 +63,8 @@ private:
     bool selectEF(const Blob& fid);
     /// The content of the file under the application, which is selected before and after; nothing when the
     /// file cannot be selected.
-    std::optional<Blob> readFile(const Blob& path);
+    std::optional<CardValue> readFile(const Blob& path);
+    CardValue readSelectedFile();
     Blob readEF(unsigned short fid);
     /// The content of the directory that the ODF names; empty where there is none.
     Blob ReadPkcs15EF(int index);

@@ -65,10 +65,13 @@ void PKCS15MechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK
     const Blob input = inputOf(data, dataLen, kMaxShortData);
     requireRoom(outLen, m_key.knownSignatureLength());
     const unsigned char reference = m_key.keyReference(kSignWhere);
-    m_key.token().replayUserPin();
-    setSecurityEnvironment(m_key, kMseSetSignature, reference);
-    const Blob signature = m_key.token().card().SendCard(PKCS11_hex2blob(kInternalAuthenticate), input);
-    requireAnswer(signature, kSignWhere);
+    const Blob signature = m_key.token().whole([&] {
+        m_key.token().replayUserPin();
+        setSecurityEnvironment(m_key, kMseSetSignature, reference);
+        Blob answer = m_key.token().card().SendCard(PKCS11_hex2blob(kInternalAuthenticate), input);
+        requireAnswer(answer, kSignWhere);
+        return answer;
+    });
     deliver(signature, out, outLen);
 }
 
@@ -80,10 +83,13 @@ void PKCS15MechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* o
     Blob field(1, kPaddingIndicator);
     field.append(inputOf(data, dataLen));
     const unsigned char reference = m_key.keyReference(kDecryptWhere);
-    m_key.token().replayUserPin();
-    setSecurityEnvironment(m_key, kMseSetDecryption, reference);
-    const Blob plaintext = decipher(m_key.token().card(), field);
-    requireAnswer(plaintext, kDecryptWhere);
+    const Blob plaintext = m_key.token().whole([&] {
+        m_key.token().replayUserPin();
+        setSecurityEnvironment(m_key, kMseSetDecryption, reference);
+        Blob answer = decipher(m_key.token().card(), field);
+        requireAnswer(answer, kDecryptWhere);
+        return answer;
+    });
     deliver(plaintext, out, outLen);
 }
 

@@ -65,6 +65,15 @@ void takeKeyAttributes(CardKey& key, const PKCS15PrivateKeyObject& record)
         key.setEndDate(dateOf(attributes.endDate()));
 }
 
+/// Nothing for a key without a reference.
+RsaComponents publicKeyOf(IASToken& token, std::optional<unsigned char> reference)
+{
+    RsaComponents key;
+    if (reference)
+        key.isWhole = token.ReadPublicKey(*reference, key.modulus, key.exponent);
+    return key;
+}
+
 /// True when the key may do one of these; a record that tells no usage allows all.
 bool allows(const PKCS15CommonKeyAttributes& key, std::initializer_list<PKCS15KeyUsage> usages)
 {
@@ -82,11 +91,13 @@ PKCS15Certificate::PKCS15Certificate(IASToken& token, const PKCS15CertificateObj
     setID(record.iD());
 }
 
-Blob PKCS15Certificate::readValue()
+CardValue PKCS15Certificate::readValue()
 {
-    const Blob content = m_token.readValue(m_record, m_record.path());
-    const Blob certificate = MakeTLVCoded(content);
-    return certificate.empty() ? content : certificate;
+    CardValue value = m_token.readValue(m_record, m_record.path());
+    Blob certificate = MakeTLVCoded(value.bytes);
+    if (!certificate.empty())
+        value.bytes = std::move(certificate);
+    return value;
 }
 
 PKCS15PublicKey::PKCS15PublicKey(IASToken& token, const PKCS15PrivateKeyObject& record)
@@ -99,10 +110,9 @@ PKCS15PublicKey::PKCS15PublicKey(IASToken& token, const PKCS15PrivateKeyObject& 
                       attributes.isForNonRepudiation()));
 }
 
-void PKCS15PublicKey::readComponents(Blob& modulus, Blob& exponent)
+RsaComponents PKCS15PublicKey::readComponents()
 {
-    if (const auto reference = m_token.publicKeyReference(m_record))
-        m_token.ReadPublicKey(*reference, modulus, exponent);
+    return publicKeyOf(m_token, m_token.publicKeyReference(m_record));
 }
 
 PKCS15PrivateKey::PKCS15PrivateKey(IASToken& token, const PKCS15PrivateKeyObject& record)
@@ -154,10 +164,9 @@ std::unique_ptr<Mechanism> PKCS15PrivateKey::createDecryptMechanism(CK_MECHANISM
     return std::make_unique<PKCS15MechanismDecrypt>(*this);
 }
 
-void PKCS15PrivateKey::readComponents(Blob& modulus, Blob& exponent)
+RsaComponents PKCS15PrivateKey::readComponents()
 {
-    if (const auto reference = m_record.keyAttributes().reference())
-        m_token.ReadPublicKey(*reference, modulus, exponent);
+    return publicKeyOf(m_token, m_record.keyAttributes().reference());
 }
 
 PKCS15Data::PKCS15Data(IASToken& token, const PKCS15DataObject& record) : m_token(token), m_record(record)
@@ -167,7 +176,7 @@ PKCS15Data::PKCS15Data(IASToken& token, const PKCS15DataObject& record) : m_toke
     setObjectIdentifier(record.applicationOID().empty() ? record.objectOID() : record.applicationOID());
 }
 
-Blob PKCS15Data::readValue()
+CardValue PKCS15Data::readValue()
 {
     return m_token.readValue(m_record, m_record.path());
 }

@@ -17,7 +17,7 @@ public:
 
 private:
     /// The certificate without the padding that follows it in the file.
-    Blob readValue() override;
+    CardValue readValue() override;
 
     IASToken& m_token;
     const PKCS15CertificateObject& m_record;
@@ -28,7 +28,7 @@ public:
     PKCS15PublicKey(IASToken& token, const PKCS15PrivateKeyObject& record);
 
 private:
-    void readComponents(Blob& modulus, Blob& exponent) override;
+    RsaComponents readComponents() override;
 
     IASToken& m_token;
     const PKCS15PrivateKeyObject& m_record;
@@ -52,7 +52,7 @@ public:
     std::unique_ptr<Mechanism> createDecryptMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
 
 private:
-    void readComponents(Blob& modulus, Blob& exponent) override;
+    RsaComponents readComponents() override;
 
     IASToken& m_token;
     int lengthOf(const Blob& modulus) const;
@@ -65,7 +65,7 @@ public:
     PKCS15Data(IASToken& token, const PKCS15DataObject& record);
 
 private:
-    Blob readValue() override;
+    CardValue readValue() override;
 
     IASToken& m_token;
     const PKCS15DataObject& m_record;

@@ -32,6 +32,16 @@ Blob authResult(const Blob& answer)
     }
 }
 
+/// GENERAL AUTHENTICATE behind the cached PIN.
+Blob authenticated(PIVJavaPrivateKey& key, const Blob& data)
+{
+    PIVJavaToken& token = key.token();
+    return token.whole([&] {
+        token.replayUserPin();
+        return authResult(token.GeneralAuth(key.word(), data));
+    });
+}
+
 /// The block to sign; padded for every mechanism, CKM_RSA_X_509 too.
 Blob signatureBlock(const Blob& data, int size)
 {
@@ -54,8 +64,7 @@ void PIVJavaMechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, C
     // Of longer data the first bytes are signed.
     const CK_ULONG used = std::min(dataLen, static_cast<CK_ULONG>(size));
     const Blob block = signatureBlock(inputOf(data, used), size);
-    m_key.token().replayUserPin();
-    deliver(authResult(m_key.token().GeneralAuth(m_key.word(), block)), out, outLen);
+    deliver(authenticated(m_key, block), out, outLen);
 }
 
 void PIVJavaMechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
@@ -64,9 +73,7 @@ void PIVJavaMechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* 
         return;
     // The PIN counts here, not the login.
     m_key.token().requireUserPin("PIVJavaMechanismDecrypt::decrypt");
-    const Blob input = inputOf(data, dataLen);
-    m_key.token().replayUserPin();
-    const Blob block = authResult(m_key.token().GeneralAuth(m_key.word(), input));
+    const Blob block = authenticated(m_key, inputOf(data, dataLen));
     deliver(m_type == CKM_RSA_PKCS ? stripPKCS1Block(block) : block, out, outLen);
 }
 

@@ -74,11 +74,28 @@ Blob changeBlock(const Blob& oldPin, const Blob& newPin)
 PIVJavaToken::PIVJavaToken(PCSCSlot* slot) : CardToken(slot)
 {
     m_info.setLabel(Blob("PIV Profile"));
-    Blob cardType;
-    m_manufacturer = Blob(card().GetOS(card().GetATR(), cardType));
-    SelectApp(PKCS11_hex2blob(PIV_AID));
+    getID();
+    selectApplication();
     for (const PIVContainer& container : kPIVContainers)
         addContainer(container.tag);
+}
+
+Blob PIVJavaToken::getID()
+{
+    if (!m_manufacturer.empty())
+        return m_manufacturer;
+    const Blob atr = card().GetATR();
+    Blob cardType;
+    Blob manufacturer(card().GetOS(atr, cardType));
+    if (!atr.empty())
+        m_manufacturer = manufacturer;
+    return manufacturer;
+}
+
+void PIVJavaToken::selectApplication()
+{
+    SelectApp(PKCS11_hex2blob(PIV_AID));
+    noteSelection();
 }
 
 void PIVJavaToken::SelectApp(const Blob& aid)
@@ -89,7 +106,6 @@ void PIVJavaToken::SelectApp(const Blob& aid)
         sw = card().SendCmdChained(framed(PKCS11_hex2blob(kSelectByNameNoAnswer), aid), answer);
     if (sw != SW_SUCCESS && sw != SW_SUCCESS_9001)
         throw PKCS11Exception(CKR_DEVICE_ERROR, "error select app", "PIVJavaToken::SelectApp");
-    m_selectedAtReset = card().resetCount();
 }
 
 Blob PIVJavaToken::readContainerData(unsigned char tag)
@@ -207,10 +223,7 @@ void PIVJavaToken::requireUserPin(const char* where) const
 void PIVJavaToken::verify(const char* header, const Blob& pin)
 {
     const Blob block = pinBlock(pin);
-    // A reset that an exchange recovered from has taken the application away.
-    if (card().resetCount() != m_selectedAtReset)
-        SelectApp(PKCS11_hex2blob(PIV_AID));
-    requirePinAccepted(card().Send(PKCS11_hex2blob(header), block));
+    requirePinAccepted(sendVerify(PKCS11_hex2blob(header), block));
 }
 
 void PIVJavaToken::VerifyPIN(const Blob& pin)
@@ -228,14 +241,14 @@ void PIVJavaToken::VerifySOPIN(const Blob& pin)
 void PIVJavaToken::SetPIN(const Blob& oldPin, const Blob& newPin)
 {
     VerifyPIN(oldPin);
-    requireSuccess(card().Send(PKCS11_hex2blob(kChangePin), changeBlock(oldPin, newPin)));
+    requireSuccess(sendNewPin(PKCS11_hex2blob(kChangePin), changeBlock(oldPin, newPin)));
     cacheUserPin(newPin);
 }
 
 void PIVJavaToken::SetSOPIN(const Blob& oldPin, const Blob& newPin)
 {
     VerifySOPIN(oldPin);
-    requireSuccess(card().Send(PKCS11_hex2blob(kChangePuk), changeBlock(oldPin, newPin)));
+    requireSuccess(sendNewPin(PKCS11_hex2blob(kChangePuk), changeBlock(oldPin, newPin)));
     cacheSOPin(newPin);
 }
 

@@ -24,7 +24,7 @@ public:
     void ResetSecurity() override;
     CK_FLAGS getFlag() override { return CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED; }
     Blob getLabel() override { return m_info.getLabel(); }
-    Blob getID() override { return m_manufacturer; }
+    Blob getID() override;
     Blob getModel() override { return Blob("PIV"); }
     Blob getSerialNumber() override { return m_info.getSerialNumber(); }
     void initMechanismList() override;
@@ -34,7 +34,7 @@ public:
     /// Label of a key from its key reference word.
     virtual Blob getKeyLabel(unsigned short word);
 
-    /// Throws CKR_DEVICE_ERROR.
+    /// SELECT by name. Throws CKR_DEVICE_ERROR.
     void SelectApp(const Blob& aid);
     /// The content of the container 5F C1 xx; empty when the card gives none.
     Blob readContainerData(unsigned char tag);
@@ -47,6 +47,9 @@ public:
     /// Throws CKR_USER_NOT_LOGGED_IN (0x101) when no user PIN is cached.
     void requireUserPin(const char* where) const;
 
+protected:
+    void selectApplication() override;
+
 private:
     /// VERIFY with the padded PIN. Throws CKR_PIN_LEN_RANGE, CKR_PIN_LOCKED, CKR_PIN_INCORRECT.
     void verify(const char* header, const Blob& pin);
@@ -54,9 +57,8 @@ private:
     void addContainer(unsigned char tag);
 
     TokenInfo m_info;
+    /// Empty until the reader has told the ATR.
     Blob m_manufacturer;
-    /// The slot's reset count when the application was selected last.
-    int m_selectedAtReset = 0;
 };
 
 } // namespace PKCS11
