@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <sstream>
 #include <stdexcept>
 
 namespace vcard {
@@ -18,6 +19,37 @@ bool isDigits(const std::string& text)
     return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
+struct PivKeyKind {
+    const char* name;
+    int rsaBits;
+    const char* curve;
+};
+constexpr PivKeyKind pivKeyKinds[] = {{"rsa1024", 1024, ""}, {"rsa2048", 2048, ""}, {"rsa3072", 3072, ""},
+                                      {"rsa4096", 4096, ""}, {"p256", 0, "P-256"},  {"p384", 0, "P-384"}};
+
+/// A key in words, as in 9A=p256.
+PivSlot pivSlot(const std::string& text)
+{
+    for (const unsigned char reference : {0x9A, 0x9C, 0x9D, 0x9E}) {
+        for (const PivKeyKind& kind : pivKeyKinds) {
+            if (text == toHex({reference}) + "=" + kind.name) {
+                return {reference, kind.rsaBits, kind.curve};
+            }
+        }
+    }
+    throw std::invalid_argument("no key of a PIV card: " + text);
+}
+
+std::vector<PivSlot> pivSlots(const std::string& keys)
+{
+    std::vector<PivSlot> slots;
+    std::istringstream list(keys);
+    for (std::string text; std::getline(list, text, ',');) {
+        slots.push_back(pivSlot(text));
+    }
+    return slots;
+}
+
 std::unique_ptr<Card> makePiv(const CardOptions& options)
 {
     if (!isDigits(options.pin) || options.pin.size() < 6 || options.pin.size() > 8) {
@@ -27,6 +59,9 @@ std::unique_ptr<Card> makePiv(const CardOptions& options)
     piv.pin = options.pin;
     for (PivSlot& slot : piv.slots) {
         slot.rsaBits = slot.rsaBits != 0 && options.rsaBits != 0 ? options.rsaBits : slot.rsaBits;
+    }
+    if (!options.keys.empty()) {
+        piv.slots = pivSlots(options.keys);
     }
     return std::make_unique<PivCard>(piv);
 }

@@ -10,7 +10,8 @@ namespace vcard {
 /// What the user of quarvel-vcard can choose about a card.
 struct CardOptions {
     std::string pin = "123456";
-    int rsaBits = 0; ///< of every RSA key of the card; 0 leaves each at its own size
+    int rsaBits = 0;  ///< of every RSA key of the card; 0 leaves each at its own size
+    std::string keys; ///< of a PIV card, "9A=p256,9C=rsa3072"; empty leaves it its usual ones
 };
 
 /// A card family by the name that selects it on the command line.

@@ -160,17 +160,18 @@ Bytes RsaKey::certificate(const std::string& commonName) const
     return selfSigned(m_key.get(), commonName);
 }
 
-const EcKey& EcKey::get(int number)
+const EcKey& EcKey::get(const std::string& curve, int number)
 {
-    static auto& keys = *new std::map<int, std::unique_ptr<const EcKey>>; // as in RsaKey::get
-    auto& key = keys[number];
+    static auto& keys = // as in RsaKey::get
+        *new std::map<std::pair<std::string, int>, std::unique_ptr<const EcKey>>;
+    auto& key = keys[{curve, number}];
     if (!key) {
-        key.reset(new EcKey);
+        key.reset(new EcKey(curve));
     }
     return *key;
 }
 
-EcKey::EcKey() : m_key(EVP_EC_gen("P-256"))
+EcKey::EcKey(const std::string& curve) : m_key(EVP_EC_gen(curve.c_str()))
 {
     require(m_key != nullptr);
     size_t length = 0;

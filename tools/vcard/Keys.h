@@ -41,19 +41,21 @@ private:
     Bytes m_exponent;
 };
 
-/// An EC key pair on P-256; see RsaKey.
+/// An EC key pair on a curve that libcrypto knows by its NIST name ("P-256"); see RsaKey.
 class EcKey {
 public:
-    static const EcKey& get(int number = 0);
+    static const EcKey& get(const std::string& curve, int number = 0);
 
     /// The uncompressed point: 04, x, y.
     const Bytes& point() const { return m_point; }
+    /// Length of a coordinate in bytes.
+    size_t size() const { return m_point.size() / 2; }
     /// ECDSA over a hash as it is given: the DER SEQUENCE of r and s.
     Bytes sign(const Bytes& hash) const;
     Bytes certificate(const std::string& commonName) const;
 
 private:
-    EcKey();
+    explicit EcKey(const std::string& curve);
 
     KeyHandle m_key;
     Bytes m_point;

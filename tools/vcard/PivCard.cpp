@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <stdexcept>
 
 namespace vcard {
 
@@ -14,9 +15,25 @@ constexpr unsigned char pinReference = 0x80;
 constexpr unsigned char pukReference = 0x81;
 constexpr size_t pinLength = 8;
 constexpr size_t fewestDigits = 6;
-constexpr size_t p256HashLength = 32;
 
-enum Algorithm : unsigned char { Rsa1024 = 0x06, Rsa2048 = 0x07, EcP256 = 0x11 };
+/// Algorithm identifiers (SP 800-78-5, table 9), by the length of the modulus or of a coordinate in bytes.
+struct AlgorithmOfSize {
+    size_t size;
+    unsigned char identifier;
+};
+constexpr AlgorithmOfSize rsaAlgorithms[] = {{128, 0x06}, {256, 0x07}, {384, 0x05}, {512, 0x16}};
+constexpr AlgorithmOfSize ecAlgorithms[] = {{32, 0x11}, {48, 0x14}};
+
+template <size_t N>
+unsigned char algorithmOf(const AlgorithmOfSize (&algorithms)[N], size_t size)
+{
+    const auto* found =
+        std::find_if(std::begin(algorithms), std::end(algorithms),
+                     [size](const AlgorithmOfSize& algorithm) { return algorithm.size == size; });
+    if (found == std::end(algorithms))
+        throw std::invalid_argument("no key of a PIV card has this size");
+    return found->identifier;
+}
 
 struct KeyPlace {
     unsigned char reference;
@@ -111,9 +128,11 @@ PivCard::PivCard(const PivOptions& options)
         Key& key = m_keys[slot.reference];
         if (slot.rsaBits != 0) {
             key.rsa = &RsaKey::get(slot.rsaBits, slot.reference);
+            key.algorithm = algorithmOf(rsaAlgorithms, key.rsa->size());
             key.certificate = key.rsa->certificate(place->commonName);
         } else {
-            key.ec = &EcKey::get(slot.reference);
+            key.ec = &EcKey::get(slot.curve, slot.reference);
+            key.algorithm = algorithmOf(ecAlgorithms, key.ec->size());
             key.certificate = key.ec->certificate(place->commonName);
         }
         putObject(place->objectTag, certificateObject(key.certificate));
@@ -278,15 +297,14 @@ Response PivCard::generalAuthenticate(const Command& command, bool pinJustVerifi
         return sw::wrongP1P2;
     }
     const Key& key = found->second;
-    const unsigned char algorithm = key.ec != nullptr ? EcP256 : key.rsa->size() == 128 ? Rsa1024 : Rsa2048;
-    if (command.p1 != algorithm) {
+    if (command.p1 != key.algorithm) {
         return sw::wrongP1P2;
     }
     if ((place->needsPin && !m_pin.verified()) || (place->needsPinEachTime && !pinJustVerified)) {
         return sw::securityStatusNotSatisfied;
     }
     const std::optional<Bytes> challenge = challengeOf(command.data);
-    if (!challenge || challenge->size() != (key.ec != nullptr ? p256HashLength : key.rsa->size())) {
+    if (!challenge || challenge->size() != key.size()) {
         return sw::wrongData;
     }
     const Bytes result = key.ec != nullptr ? key.ec->sign(*challenge) : key.rsa->privateOperation(*challenge);

@@ -13,7 +13,8 @@ namespace vcard {
 /// One key with its certificate, by its key reference of SP 800-73 (9A, 9C, 9D, 9E).
 struct PivSlot {
     unsigned char reference = 0;
-    int rsaBits = 0; ///< 1024 or 2048; 0 is an EC key on P-256
+    int rsaBits = 0;             ///< 1024, 2048, 3072 or 4096; 0 is an EC key
+    std::string curve = "P-256"; ///< or P-384
 };
 
 struct PivOptions {
@@ -27,10 +28,12 @@ struct PivOptions {
     Manners manners;
 };
 
-/// A PIV card as SP 800-73-4 Part 2 describes it, with the card holder's side of its commands: SELECT, GET
-/// DATA, VERIFY, CHANGE REFERENCE DATA, RESET RETRY COUNTER, and GENERAL AUTHENTICATE with a challenge.
+/// A PIV card as SP 800-73-4 Part 2 describes it, with the keys of SP 800-78-5, with the card holder's side
+/// of its commands: SELECT, GET DATA, VERIFY, CHANGE REFERENCE DATA, RESET RETRY COUNTER, and GENERAL
+/// AUTHENTICATE with a challenge.
 class PivCard : public IsoCard {
 public:
+    /// Throws std::invalid_argument for a key of another size or curve than PIV knows.
     explicit PivCard(const PivOptions& options = {});
 
     /// Puts an object (53 ... or 7E ...) under the tag 5FC1xx, as GET DATA returns it; an empty one takes it
@@ -50,6 +53,10 @@ private:
         const RsaKey* rsa = nullptr;
         const EcKey* ec = nullptr;
         Bytes certificate;
+        unsigned char algorithm = 0; ///< what GENERAL AUTHENTICATE must name
+
+        /// Length of a challenge: a block as long as the modulus, a hash as long as a coordinate.
+        size_t size() const { return ec != nullptr ? ec->size() : rsa->size(); }
     };
 
     Response selectApplication(const Command& command);

@@ -33,7 +33,8 @@ struct Settings {
 
 void printHelp(std::FILE* out)
 {
-    std::fputs("Usage: quarvel-vcard CARD [--host H] [--port N] [--pin PIN] [--key 1024|2048] [--verbose]\n"
+    std::fputs("Usage: quarvel-vcard CARD [--host H] [--port N] [--pin PIN] [--key 1024|2048] [--keys LIST]\n"
+               "       [--verbose]\n"
                "Puts a simulated card into the virtual PC/SC reader (vpcd) until the reader closes or "
                "SIGTERM comes.\n"
                "\nCards:\n",
@@ -41,27 +42,27 @@ void printHelp(std::FILE* out)
     for (const vcard::Family* family = vcard::familiesBegin(); family != vcard::familiesEnd(); ++family) {
         std::fprintf(out, "  %-12s %s\n", family->name, family->about);
     }
-    std::fputs("\nOptions:\n"
-               "  --host H     where vpcd listens (127.0.0.1)\n"
-               "  --port N     its TCP port (35963)\n"
-               "  --pin PIN    the card holder's PIN (123456)\n"
-               "  --key BITS   size of the card's RSA keys, 1024 or 2048 (each key its usual size)\n"
-               "  --verbose    print every command and answer, PINs included\n"
-               "  --help       print this\n",
-               out);
+    std::fputs(
+        "\nOptions:\n"
+        "  --host H     where vpcd listens (127.0.0.1)\n"
+        "  --port N     its TCP port (35963)\n"
+        "  --pin PIN    the card holder's PIN (123456)\n"
+        "  --key BITS   size of the card's RSA keys, 1024 or 2048 (each key its usual size)\n"
+        "  --keys LIST  keys of a PIV card: 9A, 9C, 9D, 9E, each = rsa1024, rsa2048, rsa3072, rsa4096,\n"
+        "               p256 or p384, with commas between (9A=rsa2048,9C=rsa1024,9D=rsa2048,9E=p256)\n"
+        "  --verbose    print every command and answer, PINs included\n"
+        "  --help       print this\n",
+        out);
 }
 
 /// Nothing when the command line is wrong; the reason was printed.
 std::optional<Settings> parse(int argc, char** argv)
 {
     static const option options[] = {
-        {"host", required_argument, nullptr, 'H'},
-        {"port", required_argument, nullptr, 'p'},
-        {"pin", required_argument, nullptr, 'P'},
-        {"key", required_argument, nullptr, 'k'},
-        {"verbose", no_argument, nullptr, 'v'},
-        {"help", no_argument, nullptr, 'h'},
-        {nullptr, 0, nullptr, 0},
+        {"host", required_argument, nullptr, 'H'}, {"port", required_argument, nullptr, 'p'},
+        {"pin", required_argument, nullptr, 'P'},  {"key", required_argument, nullptr, 'k'},
+        {"keys", required_argument, nullptr, 'K'}, {"verbose", no_argument, nullptr, 'v'},
+        {"help", no_argument, nullptr, 'h'},       {nullptr, 0, nullptr, 0},
     };
     Settings settings;
     int choice = 0;
@@ -81,6 +82,9 @@ std::optional<Settings> parse(int argc, char** argv)
                                     : std::string(optarg) == "2048" ? 2048
                                                                     : -1;
             break;
+        case 'K':
+            settings.card.keys = optarg;
+            break;
         case 'v':
             settings.verbose = true;
             break;
@@ -93,12 +97,15 @@ std::optional<Settings> parse(int argc, char** argv)
     }
     const std::string name = optind + 1 == argc ? argv[optind] : "";
     settings.family = vcard::findFamily(name);
-    if (settings.family == nullptr || settings.card.rsaBits < 0) {
-        std::fprintf(stderr, "quarvel-vcard: %s\n",
-                     settings.family == nullptr ? "name one of the cards" : "--key takes 1024 or 2048");
-        return std::nullopt;
+    const char* const mistake = settings.family == nullptr                     ? "name one of the cards"
+                                : settings.card.rsaBits < 0                    ? "--key takes 1024 or 2048"
+                                : !settings.card.keys.empty() && name != "piv" ? "--keys is for piv"
+                                                                               : nullptr;
+    if (mistake == nullptr) {
+        return settings;
     }
-    return settings;
+    std::fprintf(stderr, "quarvel-vcard: %s\n", mistake);
+    return std::nullopt;
 }
 
 /// The signals come in only while the client waits, so that none is missed between a test and a wait.

@@ -45,4 +45,22 @@ TEST(PivCard, KeepsItsKeysBehindThePin)
     EXPECT_EQ(ask(card, "0020008008313233343537FFFF"), "63C2");
 }
 
+TEST(PivCard, ComputesWithTheAlgorithmOfTheKeyAlone)
+{
+    PivOptions options;
+    options.slots = {{0x9E, 0, "P-384"}};
+    PivCard card(options);
+    ask(card, "00A4040005A000000308");
+    const auto command = [](const std::string& algorithm, const Bytes& challenge) {
+        const Bytes data = tlv(0x7C, join({tlv(0x82, {}), tlv(0x81, challenge)}));
+        return "0087" + algorithm + "9E" + toHex({static_cast<unsigned char>(data.size())}) + toHex(data) +
+               "00";
+    };
+    EXPECT_EQ(ask(card, command("14", Bytes(48, 1))).substr(0, 2), "7C");
+    EXPECT_EQ(ask(card, command("11", Bytes(48, 1))), "6A86");
+    EXPECT_EQ(ask(card, command("14", Bytes(32, 1))), "6A80");
+    options.slots = {{0x9E, 0, "P-521"}};
+    EXPECT_THROW(PivCard{options}, std::invalid_argument);
+}
+
 } // namespace
