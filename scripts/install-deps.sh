@@ -16,8 +16,8 @@ declare -A packages=(
     [test]="libgtest-dev libbenchmark-dev clang-format-14 clang-tidy-14"
     # Independent clients.
     [clients]="gnutls-bin p11-kit libengine-pkcs11-openssl openssh-client libnss3-tools python3-pykcs11"
-    # The 32-bit targets and the Android check.
-    [targets]="g++-arm-linux-gnueabihf g++-i686-linux-gnu qemu-user clang-14 lld-14 llvm-14 libc++-14-dev"
+    # The other processors and the Android check.
+    [targets]="g++-arm-linux-gnueabihf g++-aarch64-linux-gnu g++-i686-linux-gnu qemu-user clang-14 lld-14 llvm-14 libc++-14-dev"
     # The Debian package.
     [package]="dpkg-dev file lintian pkg-config libp11-kit-dev"
 )

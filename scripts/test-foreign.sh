@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Builds the library and all tests for 32-bit ARM and 32-bit x86 and runs them: ARM under qemu, x86 at native speed.
-#   scripts/test-32bit.sh [armhf|i386]...
+# Builds the library and all tests for other processors and runs them: 32-bit x86 at native speed, 32-bit and 64-bit ARM
+# under qemu.
+#   scripts/test-foreign.sh [i386|armhf|arm64]...
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh build test targets
 architectures=("$@")
-[ $# -gt 0 ] || architectures=(i386 armhf)
+[ $# -gt 0 ] || architectures=(i386 armhf arm64)
 
 for architecture in "${architectures[@]}"; do
     printf '\n== Build and tests: linux-%s\n' "$architecture"
