@@ -1,11 +1,47 @@
 #include "pkcs11/desktop/DesktopEdition.h"
 
+#include "pkcs11/desktop/BlockSign.h"
+#include "pkcs11/desktop/DesktopCardOSToken.h"
+#include "pkcs11/desktop/SignInParts.h"
+#include "pkcs11/drivers/common/CardObjects.h"
+
 namespace PKCS11 {
+
+namespace {
+
+/// The padding is built here, and the key computes with the block as it is.
+std::unique_ptr<Mechanism> createPSSSign(CardPrivateKey& key, const CK_MECHANISM& mechanism,
+                                         MechanismInfo* info)
+{
+    CK_MECHANISM rawMechanism{CKM_RSA_X_509, nullptr, 0};
+    auto raw = key.createSignMechanism(&rawMechanism, info);
+    return std::make_unique<PSSSign>(std::move(raw), key.getModulus(), mechanism);
+}
+
+} // namespace
 
 DesktopEdition& DesktopEdition::instance()
 {
     static DesktopEdition edition;
     return edition;
+}
+
+std::unique_ptr<Token> DesktopEdition::createDriver(const Blob& cardType, PCSCSlot& slot)
+{
+    if (cardType == Blob("CARDOS_CARD"))
+        return std::make_unique<DesktopCardOSToken>(&slot);
+    return nullptr;
+}
+
+std::unique_ptr<Mechanism> DesktopEdition::createSignMechanism(PrivateKey& key, CK_MECHANISM* mechanism,
+                                                               MechanismInfo* info)
+{
+    auto* cardKey = dynamic_cast<CardPrivateKey*>(&key);
+    if (cardKey == nullptr)
+        return Edition::createSignMechanism(key, mechanism, info);
+    auto operation = mechanism->mechanism == CKM_RSA_PKCS_PSS ? createPSSSign(*cardKey, *mechanism, info)
+                                                              : cardKey->createSignMechanism(mechanism, info);
+    return operation != nullptr ? std::make_unique<SignInParts>(std::move(operation)) : nullptr;
 }
 
 } // namespace PKCS11

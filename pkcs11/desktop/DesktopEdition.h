@@ -9,8 +9,13 @@ class DesktopEdition final : public Edition {
 public:
     static DesktopEdition& instance();
 
+    std::unique_ptr<Token> createDriver(const Blob& cardType, PCSCSlot& slot) override;
     /// Desktop clients pass over a token without CKF_TOKEN_INITIALIZED; the drivers do not report it.
     CK_FLAGS addedTokenFlags() const override { return CKF_TOKEN_INITIALIZED; }
+
+    /// With RSA-PSS for the tokens that list it, and in parts.
+    std::unique_ptr<Mechanism> createSignMechanism(PrivateKey& key, CK_MECHANISM* mechanism,
+                                                   MechanismInfo* info) override;
 };
 
 } // namespace PKCS11

@@ -99,13 +99,14 @@ TEST_P(CardOSTest, LengthsAndFinalSteps)
 {
     begin();
     CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
-    Bytes data(128);
+    Bytes data(256);
     CK_ULONG length = 0;
     ASSERT_EQ(C_SignInit(m_session, &mechanism, find(CKO_PRIVATE_KEY)), CKR_OK);
     EXPECT_EQ(C_Sign(m_session, data.data(), 4, nullptr, &length), CKR_OK);
     EXPECT_EQ(length, m_card->key().size());
     EXPECT_EQ(C_SignUpdate(m_session, data.data(), 4), CKR_OK);
-    EXPECT_EQ(C_SignFinal(m_session, data.data(), &length), CKR_FUNCTION_NOT_SUPPORTED);
+    EXPECT_EQ(C_SignFinal(m_session, data.data(), &length),
+              isDesktop() ? CKR_OK : CKR_FUNCTION_NOT_SUPPORTED);
     ASSERT_EQ(C_DecryptInit(m_session, &mechanism, find(CKO_PRIVATE_KEY)), CKR_OK);
     EXPECT_EQ(C_Decrypt(m_session, data.data(), 128, nullptr, &length), CKR_OK);
     EXPECT_EQ(length, 256);

@@ -1,7 +1,7 @@
 /// Tests through the C_ functions, as an application calls them: fake readers, simulated cards, one session.
 #pragma once
 
-#include "pkcs11/Cryptoki.h"
+#include "pkcs11/desktop/DesktopEdition.h"
 #include "tests/fakepcsc/FakePCSC.h"
 #include "tools/vcard/Bytes.h"
 
@@ -21,6 +21,9 @@ protected:
         CK_ULONG length = 0;
     };
     static constexpr CK_ULONG kRoom = 1024;
+
+    /// True while the tests run on the edition for desktop programs.
+    static bool isDesktop() { return &PKCS11::Edition::current() == &PKCS11::DesktopEdition::instance(); }
 
     void SetUp() override { fakepcsc::reset(); }
     void TearDown() override
@@ -101,15 +104,19 @@ protected:
     // Init and single-part call; `room` is what the output buffer holds.
     Outcome sign(CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE type, const Bytes& data, CK_ULONG room = kRoom)
     {
-        return run(C_SignInit, C_Sign, key, type, data, room);
+        return sign(key, CK_MECHANISM{type, nullptr, 0}, data, room);
+    }
+    Outcome sign(CK_OBJECT_HANDLE key, CK_MECHANISM mechanism, const Bytes& data, CK_ULONG room = kRoom)
+    {
+        return run(C_SignInit, C_Sign, key, mechanism, data, room);
     }
     Outcome decrypt(CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE type, const Bytes& data, CK_ULONG room = kRoom)
     {
-        return run(C_DecryptInit, C_Decrypt, key, type, data, room);
+        return run(C_DecryptInit, C_Decrypt, key, {type, nullptr, 0}, data, room);
     }
     Outcome encrypt(CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE type, const Bytes& data, CK_ULONG room = kRoom)
     {
-        return run(C_EncryptInit, C_Encrypt, key, type, data, room);
+        return run(C_EncryptInit, C_Encrypt, key, {type, nullptr, 0}, data, room);
     }
     CK_RV verify(CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE type, Bytes data, Bytes signature)
     {
@@ -152,26 +159,25 @@ protected:
         return out;
     }
 
-    int m_reader = 0;
-    CK_SESSION_HANDLE m_session = 0;
-
-private:
     using Context = std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)>;
-
     static Context contextOf(const PublicKeyHandle& key)
     {
         return {EVP_PKEY_CTX_new(key.get(), nullptr), &EVP_PKEY_CTX_free};
     }
+
+    int m_reader = 0;
+    CK_SESSION_HANDLE m_session = 0;
+
+private:
     static Outcome outcome(CK_RV rv, Bytes room, CK_ULONG length)
     {
         room.resize(rv == CKR_OK ? length : 0);
         return {rv, room, length};
     }
     template <class Init, class Step>
-    Outcome run(Init init, Step step, CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE type, Bytes data,
+    Outcome run(Init init, Step step, CK_OBJECT_HANDLE key, CK_MECHANISM mechanism, Bytes data,
                 CK_ULONG length)
     {
-        CK_MECHANISM mechanism{type, nullptr, 0};
         CK_RV rv = init(m_session, &mechanism, key);
         if (rv != CKR_OK)
             return {rv, {}, 0};

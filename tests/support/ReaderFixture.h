@@ -1,25 +1,11 @@
 /// One fake reader with the PCSCSlot that drives it, and the trace of the library.
 #pragma once
 
-#include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/frontend/trace/Logger.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "tests/fakepcsc/FakePCSC.h"
+#include "tests/support/Failure.h"
 #include "tests/support/ScriptedCard.h"
-
-/// What the call threw, as "code|what|where" with the code in hexadecimal; empty when it returned.
-template <class Action>
-std::string thrownBy(Action action)
-{
-    try {
-        action();
-        return "";
-    } catch (const PKCS11::PKCS11Exception& ex) {
-        char code[20];
-        std::snprintf(code, sizeof code, "%lX", static_cast<unsigned long>(ex.value()));
-        return std::string(code) + "|" + ex.what() + "|" + ex.where();
-    }
-}
 
 /// Keeps the lines of the trace, "level text", while it is installed.
 struct TraceRecorder final : PKCS11::Logger {

@@ -12,7 +12,7 @@ namespace PKCS11 {
 /// Driver of CardOS cards, M4.0 to V5.0, that carry this system's file layout: an application with one DF, in
 /// it a directory of at most 80 objects, an attribute file for each object, and an EF with its value or a DF
 /// with its key. The card is read only for this driver, but for PINs and the public key that it works with.
-class CardOSToken final : public CardToken {
+class CardOSToken : public CardToken {
 public:
     /// Reads the directory and the attributes of all objects. Throws CKR_DEVICE_ERROR (0x30) where the card
     /// refuses a step, what BERCoder::import throws for an attribute file that is no record, and
