@@ -3,35 +3,139 @@
 #include "pkcs11/frontend/trace/CallTrace.h"
 #include "tests/support/TraceFile.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
+#include <map>
+#include <set>
+#include <sstream>
 
 namespace PKCS11 {
 namespace {
 
+using Names = std::map<unsigned long, std::set<std::string>>;
+
+/// The numbers of the PKCS#11 header whose names begin so.
+Names numbers(const std::string& prefix)
+{
+    Names found;
+    std::ifstream header(QUARVEL_PKCS11_HEADER);
+    for (std::string line; std::getline(header, line);) {
+        std::istringstream words(line);
+        std::string define, name, value;
+        if (words >> define >> name >> value && name.rfind(prefix, 0) == 0 && value.size() > 1 &&
+            isdigit(value[1]))
+            found[std::strtoul(value.c_str() + 1, nullptr, 0)].insert(name);
+    }
+    return found;
+}
+/// How many of them have a text: names that the header has for the number, with an ampersand between two.
+int named(const std::string& prefix, std::string (*toText)(unsigned long))
+{
+    int count = 0;
+    for (const auto& [number, names] : numbers(prefix)) {
+        const std::string text = toText(number);
+        count += text.empty() || text == prefix + "VENDOR_DEFINED" ? 0 : 1;
+        std::istringstream words(text);
+        for (std::string word; words >> word;)
+            EXPECT_TRUE(names.count(word) != 0 || word == "&" || word == prefix + "VENDOR_DEFINED") << text;
+    }
+    return count;
+}
+
 TEST(NamesTest, NumbersHaveTheirNames)
 {
-    EXPECT_EQ(mechanism2string(CKM_RSA_PKCS), "CKM_RSA_PKCS                   ");
-    EXPECT_EQ(mechanism2string(CKM_RSA_PKCS_KEY_PAIR_GEN), "CKM_RSA_PKCS_KEY_PAIR_GEN");
-    EXPECT_EQ(mechanism2string(0x230), "CKM_RIPEMD128\t\t\t\t ");
-    EXPECT_EQ(mechanism2string(0x3A5), "CKM_PBE_SHA1_CAST5_CBC & CKM_PBE_SHA1_CAST128_CBC         ");
-    const size_t blanks[] = {13, 17, 17, 17, 10, 14};
-    for (size_t i = 0; i < 6; ++i) {
-        const std::string text = mechanism2string(CKM_CAST5_KEY_GEN + i);
-        EXPECT_EQ(text.size() - text.find_last_not_of(' ') - 1, blanks[i]) << text;
-    }
-    int named = 0;
-    for (CK_MECHANISM_TYPE type = 0; type <= CKM_AES_CBC; ++type)
-        named += mechanism2string(type) != "CKM_VENDOR_DEFINED" ? 1 : 0;
-    EXPECT_EQ(named, 141);
-    EXPECT_EQ(rv2string_ne(CKR_MUTEX_NOT_LOCKED), "CKR_MUTEX_NOT_LOCKED");
-    EXPECT_EQ(rv2string_ne(0x80000001UL), "");
-    EXPECT_EQ(keyType2string_ne(CKK_X9_42_DH), "");
+    EXPECT_EQ(named("CKR_", rv2string_ne), 83);
+    EXPECT_EQ(named("CKA_", attributeType2string_ne), 45);
+    EXPECT_EQ(named("CKO_", objectClass2string_ne), 5);
+    EXPECT_EQ(named("CKS_", sessionState2string_ne), 5);
+    EXPECT_EQ(named("CKU_", sessionUsertype2string_ne), 2);
+    EXPECT_EQ(named("CKM_", mechanism2string), 141);
     EXPECT_EQ(attributeType2string_ne(0xCE534352UL), "CKA_VENDOR_NETSCAPE_NAME");
+    EXPECT_EQ(mechanism2string(0x80000001UL), "CKM_VENDOR_DEFINED");
+    EXPECT_EQ(rv2string_ne(0x80000001UL) + objectClass2string_ne(5) + certificateType2string_ne(1), "");
+    EXPECT_EQ(certificateType2string_ne(0), "X_509");
+    std::string keyTypes;
+    for (CK_KEY_TYPE type = 0; type < 0x20; ++type)
+        keyTypes += keyType2string_ne(type) + ",";
+    EXPECT_EQ(keyTypes,
+              "RSA,DSA,DH,ECDSA,,KEA,,,,,,,,,,,GENERIC SECRET,RC2,RC4,DES,DES2,DES3,CAST,CAST3,CAST128,"
+              "RC5,IDEA,SKIPJACK,BATON,JUNIPER,CDMF,,");
+
+    // What stands behind the names of mechanisms.
+    const std::map<unsigned long, int> oddBlanks = {{0x320, 13}, {0x321, 17}, {0x322, 17}, {0x323, 17},
+                                                    {0x324, 10}, {0x325, 14}, {0x3A4, 9},  {0x3A5, 9}};
+    const std::set<unsigned long> unpadded = {
+        CKM_RSA_PKCS_KEY_PAIR_GEN, CKM_ECDSA_SHA1,     CKM_JUNIPER_KEY_GEN,
+        CKM_JUNIPER_ECB128,        CKM_JUNIPER_CBC128, CKM_JUNIPER_COUNTER,
+        CKM_JUNIPER_SHUFFLE,       CKM_JUNIPER_WRAP,   CKM_FASTHASH};
+    for (const auto& [number, names] : numbers("CKM_")) {
+        const std::string text = mechanism2string(number);
+        const size_t length = text.find_last_not_of(" \t") + 1;
+        const auto odd = oddBlanks.find(number);
+        if (text == "CKM_VENDOR_DEFINED" || unpadded.count(number) != 0)
+            EXPECT_EQ(length, text.size()) << text;
+        else if (text.rfind("CKM_RIPEMD1", 0) == 0 && length == 13)
+            EXPECT_EQ(text.substr(length), "\t\t\t\t ");
+        else
+            EXPECT_EQ(
+                text.substr(length),
+                std::string(odd != oddBlanks.end() ? odd->second : 31 - std::min<size_t>(31, length), ' '))
+                << text;
+    }
+
+    EXPECT_EQ(sessionFlag2string(~0UL, "", " "), "CKF_RW_SESSION CKF_SERIAL_SESSION");
     EXPECT_EQ(slotFlag2string(CKF_HW_SLOT | CKF_TOKEN_PRESENT, "\t", "\n"),
               "\tCKF_TOKEN_PRESENT\n\tCKF_HW_SLOT");
+    EXPECT_EQ(slotFlag2string(CKF_REMOVABLE_DEVICE, "", ""), "CKF_REMOVABLE_DEVICE");
+    EXPECT_EQ(
+        tokenFlag2string(~0UL, "", " "),
+        "CKF_RNG CKF_WRITE_PROTECTED CKF_LOGIN_REQUIRED CKF_USER_PIN_INITIALIZED CKF_RESTORE_KEY_NOT_NEEDED "
+        "CKF_CLOCK_ON_TOKEN CKF_PROTECTED_AUTHENTICATION_PATH CKF_DUAL_CRYPTO_OPERATIONS");
     EXPECT_EQ(tokenFlag2string(CKF_TOKEN_INITIALIZED, "\t", "\n"), "");
+    EXPECT_EQ(mechanismFlag2string(~0UL, "", " "),
+              "CKF_HW CKF_ENCRYPT CKF_DECRYPT CKF_DIGEST CKF_SIGN CKF_SIGN_RECOVER CKF_VERIFY "
+              "CKF_VERIFY_RECOVER CKF_GENERATE CKF_GENERATE_KEY_PAIR CKF_WRAP CKF_UNWRAP CKF_DERIVE");
     const std::string bytes(4097, 'z');
-    EXPECT_EQ(byte2hex(reinterpret_cast<const unsigned char*>(bytes.data()), 4097), "wrong datalen");
+    const auto* first = reinterpret_cast<const unsigned char*>(bytes.data());
+    EXPECT_EQ(byte2hex(first, 4097) + byte2string(first, 4097), "wrong datalenwrong datalen");
+    EXPECT_EQ(byte2hex(first, 4096).size(), 8192U);
+    EXPECT_EQ(byte2string(first, 4096), bytes.substr(1));
+    EXPECT_EQ(byte2hex(0x0A) + version2string({2, 20}), "0a2.20");
+}
+
+TEST(NamesTest, AttributesShowTheirValuesByTheirKind)
+{
+    std::map<CK_ATTRIBUTE_TYPE, std::string> shown = {
+        {CKA_CLASS, "CKO_CERTIFICATE"}, {CKA_CERTIFICATE_TYPE, ""}, {CKA_KEY_TYPE, "DSA"}};
+    CK_ULONG one = 1;
+    const std::string bytes(reinterpret_cast<const char*>(&one), sizeof one);
+    for (const CK_ATTRIBUTE_TYPE type :
+         {CKA_TOKEN, CKA_PRIVATE, CKA_SENSITIVE, CKA_ENCRYPT, CKA_DECRYPT, CKA_WRAP, CKA_UNWRAP, CKA_SIGN,
+          CKA_SIGN_RECOVER, CKA_VERIFY, CKA_VERIFY_RECOVER, CKA_DERIVE, CKA_EXTRACTABLE, CKA_LOCAL,
+          CKA_NEVER_EXTRACTABLE, CKA_ALWAYS_SENSITIVE, CKA_MODIFIABLE})
+        shown[type] = "TRUE";
+    for (const CK_ATTRIBUTE_TYPE type :
+         {CK_ATTRIBUTE_TYPE(CKA_LABEL), CK_ATTRIBUTE_TYPE(CKA_APPLICATION), CK_ATTRIBUTE_TYPE(0xCE534352UL)})
+        shown[type] = '"' + bytes + '"';
+    for (const CK_ATTRIBUTE_TYPE type : {CKA_ISSUER, CKA_SERIAL_NUMBER, CKA_SUBJECT, CKA_ID, CKA_START_DATE,
+                                         CKA_END_DATE, CKA_MODULUS, CKA_PUBLIC_EXPONENT})
+        shown[type] = "0x01" + std::string(2 * (sizeof one - 1), '0');
+    for (const CK_ATTRIBUTE_TYPE type : {CKA_MODULUS_BITS, CKA_VALUE_BITS, CKA_VALUE_LEN})
+        shown[type] = "1";
+    Names types = numbers("CKA_");
+    types[0xCE534352UL];
+    types[0x77777777UL];
+    for (const auto& [type, names] : types) {
+        const std::string mask = "[-------------------------------------------------]";
+        EXPECT_EQ(attributevalue2string_ne({type, &one, sizeof one}),
+                  shown.insert({type, mask}).first->second)
+            << type;
+        EXPECT_EQ(attributevalue2string_ne({type, nullptr, 0}), "NULL");
+    }
+    one = 0;
+    EXPECT_EQ(attributevalue2string_ne({CKA_TOKEN, &one, 1}), "FALSE");
+    EXPECT_EQ(attributevalue2string_ne({CKA_TOKEN, &one, 0}) + attributevalue2string_ne({CKA_CLASS, &one, 3}),
+              "");
 }
 
 TEST(NamesTest, TemplatesShowValuesByTypeAndSecretsNever)
