@@ -100,6 +100,55 @@ TEST_F(LifeCycleTest, SlotCalls)
     EXPECT_EQ(C_InitToken(1, nullptr, 0, nullptr), CKR_TOKEN_NOT_PRESENT);
 }
 
+TEST_F(LifeCycleTest, SessionsOfASlotShareItsTokenAndTheLastOneEndsTheLogin)
+{
+    const auto card = std::make_shared<vcard::PivCard>();
+    start(card);
+    const CK_SESSION_HANDLE first = m_session;
+    ASSERT_EQ(open(), CKR_OK);
+    const CK_SESSION_HANDLE second = m_session;
+    const auto state = [](CK_SESSION_HANDLE session) {
+        CK_SESSION_INFO info{};
+        EXPECT_EQ(C_GetSessionInfo(session, &info), CKR_OK);
+        return info.state;
+    };
+    ASSERT_EQ(login("123456"), CKR_OK);
+    EXPECT_EQ(state(first), CKS_RW_USER_FUNCTIONS);
+    EXPECT_EQ(tokenInfo().ulSessionCount * 10 + tokenInfo().ulRwSessionCount, 22U);
+
+    // A destroyed key ends the operations that work with it, in every session, and no other.
+    CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
+    const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
+    ASSERT_EQ(C_SignInit(first, &mechanism, key), CKR_OK);
+    ASSERT_EQ(C_SignInit(second, &mechanism, find(CKO_PRIVATE_KEY, 1)), CKR_OK);
+    EXPECT_EQ(C_DestroyObject(second, key), CKR_OK);
+    Bytes room(256);
+    CK_ULONG length = room.size();
+    EXPECT_EQ(C_Sign(first, room.data(), 20, room.data(), &length), CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_Sign(second, room.data(), 20, room.data(), &length), CKR_OK);
+
+    // Another card pauses both sessions; the one that is used comes back.
+    fakepcsc::insertCard(m_reader, card);
+    m_session = first;
+    ASSERT_EQ(login("123456"), CKR_OK);
+    EXPECT_EQ(C_CloseAllSessions(1), CKR_OK); // the paused one last
+    EXPECT_EQ(C_CloseSession(second), CKR_SESSION_HANDLE_INVALID);
+    ASSERT_EQ(open(), CKR_OK);
+    EXPECT_EQ(state(m_session), CKS_RW_PUBLIC_SESSION);
+    ASSERT_EQ(login("123456"), CKR_OK);
+    const CK_SESSION_HANDLE third = m_session;
+    ASSERT_EQ(open(), CKR_OK);
+    EXPECT_EQ(C_CloseSession(third), CKR_OK);
+    EXPECT_EQ(state(m_session), CKS_RW_USER_FUNCTIONS);
+    EXPECT_EQ(C_CloseSession(m_session), CKR_OK);
+    EXPECT_EQ(tokenInfo().ulSessionCount, 0U);
+    ASSERT_EQ(open(), CKR_OK);
+    EXPECT_EQ(state(m_session), CKS_RW_PUBLIC_SESSION);
+    EXPECT_EQ(C_OpenSession(1, CKF_RW_SESSION, nullptr, nullptr, &m_session),
+              CKR_SESSION_PARALLEL_NOT_SUPPORTED);
+    EXPECT_EQ(C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, nullptr), CKR_ARGUMENTS_BAD);
+}
+
 TEST_F(LifeCycleTest, CallsAreTracedLineByLineWithoutPins)
 {
     const TraceFile trace;

@@ -1,3 +1,4 @@
+#include "pkcs11/core/Template.h"
 #include "pkcs11/core/X509PublicKeyCertificate.h"
 #include "pkcs11/frontend/trace/Names.h"
 #include "tests/unit/core/Fakes.h"
@@ -262,4 +263,63 @@ TEST(ObjectList, SearchesInTheOrderOfHandles)
     EXPECT_EQ(find(9), Handles({}));
     list.findObjectsFinal();
     EXPECT_EQ(find(9), Handles({1, 2, 3, 4, 5}));
+}
+
+TEST(Template, EntriesAreFoundByTheirType)
+{
+    CK_OBJECT_CLASS objectClass = CKO_DATA;
+    char text[] = "abc";
+    const CK_ATTRIBUTE entries[] = {{CKA_ID, nullptr, CK_UNAVAILABLE_INFORMATION},
+                                    {CKA_LABEL, text, 3},
+                                    {CKA_LABEL, text, 1},
+                                    {CKA_CLASS, &objectClass, sizeof objectClass}};
+    EXPECT_EQ(findAttribute(CKA_LABEL, entries, 4), entries + 1);
+    EXPECT_EQ(findAttribute(CKA_CLASS, entries, 3), nullptr);
+    EXPECT_EQ(findAttribute(CKA_LABEL, nullptr, 4), nullptr);
+    Blob value("before");
+    EXPECT_TRUE(findAttributeValue(CKA_LABEL, entries, 4, value));
+    EXPECT_EQ(value, Blob("abc"));
+    EXPECT_TRUE(findAttributeValue(CKA_ID, entries, 4, value));
+    EXPECT_TRUE(value.empty());
+    value = Blob("before");
+    EXPECT_FALSE(findAttributeValue(CKA_VALUE, entries, 4, value));
+    EXPECT_TRUE(value.empty());
+    void* pointer = nullptr;
+    CK_ULONG length = 0;
+    int index = 9;
+    EXPECT_TRUE(findAttributeValue(CKA_LABEL, entries, 4, &pointer, &length) && pointer == text &&
+                length == 3);
+    EXPECT_TRUE(findAttributeValue(CKA_LABEL, entries, 4, nullptr, nullptr));
+    EXPECT_FALSE(findAttributeValue(CKA_VALUE, entries, 4, &pointer, &length));
+    EXPECT_TRUE(findAttributeValue(CKA_CLASS, entries, 4, &index) && index == 3);
+    EXPECT_FALSE(findAttributeValue(CKA_VALUE, entries, 4, &index));
+    CK_OBJECT_CLASS found = 99;
+    EXPECT_TRUE(findObjectClass(entries, 4, found) && found == CKO_DATA);
+    for (const CK_ATTRIBUTE& bad : {CK_ATTRIBUTE{CKA_CLASS, &objectClass, sizeof objectClass - 1},
+                                    CK_ATTRIBUTE{CKA_CLASS, nullptr, sizeof objectClass}, entries[1]})
+        EXPECT_FALSE(findObjectClass(&bad, 1, found));
+    for (const CK_ATTRIBUTE& bad : {CK_ATTRIBUTE{CKA_ID, nullptr, 1}, CK_ATTRIBUTE{CKA_ID, nullptr, ~1UL}})
+        EXPECT_EQ(thrownBy([&] { checkTemplate(&bad, 1); }), "7||");
+    EXPECT_EQ(thrownBy([] { checkTemplate(nullptr, 1); }), "7||");
+    checkTemplate(nullptr, 0);
+    checkTemplate(entries, 4);
+}
+
+/// Cannot be read.
+struct Unreadable final : Data {
+    Blob getValue() override { throw PKCS11Exception(CKR_DEVICE_ERROR); }
+};
+
+TEST(ObjectList, AnObjectThatCannotBeReadIsPassedOver)
+{
+    ObjectList list;
+    list.put(std::make_unique<Unreadable>());
+    list.put(std::make_unique<Data>());
+    const CK_ATTRIBUTE wanted = {CKA_VALUE, nullptr, 0};
+    CK_OBJECT_HANDLE found[2] = {};
+    CK_ULONG count = 0;
+    list.findObjectsInit(&wanted, 1);
+    list.findObjects(found, 2, &count, true);
+    EXPECT_EQ(count, 1U);
+    EXPECT_EQ(found[0], 2U);
 }

@@ -24,10 +24,13 @@ TEST(Table, HandsOutTheLowestFreeHandle)
         EXPECT_EQ(codeOf([&] { table.getEntry(handle); }), CKR_OBJECT_HANDLE_INVALID) << handle;
         EXPECT_EQ(table.delEntry(handle), nullptr) << handle;
     }
+    EXPECT_EQ(table.putEntry(&entries[15]), 16U);
     Table other;
     other.addNewEntry(&table);
-    EXPECT_EQ(other.getEntry(15), &entries[14]);
+    EXPECT_EQ(other.getEntry(1), &entries[0]);
+    EXPECT_EQ(other.getEntry(16), &entries[15]);
     table.delEntry(&other);
+    EXPECT_EQ(codeOf([&] { table.getEntry(16); }), CKR_OBJECT_HANDLE_INVALID);
     EXPECT_EQ(codeOf([&] { table.getEntry(1); }), CKR_OBJECT_HANDLE_INVALID);
 }
 
