@@ -174,6 +174,10 @@ TEST_F(SessionTest, LoginRules)
         EXPECT_EQ(call(&S::initPIN, Blob()), isSO || access != CKR_OK ? access : CKR_USER_NOT_LOGGED_IN);
         const bool isPublic = row.state == CKS_RO_PUBLIC_SESSION || row.state == CKS_RW_PUBLIC_SESSION;
         EXPECT_EQ(call(&S::logout), isPublic ? CKR_USER_NOT_LOGGED_IN : CKR_OK);
+        if (!isPublic && access == CKR_OK) {
+            session.setPIN(Blob(), Blob()); // as the session saw the state last
+            EXPECT_EQ(script.called, "SetPIN");
+        }
     }
     EXPECT_EQ(call(&S::login, CKU_USER, in, 65537), CKR_PIN_LEN_RANGE);
     EXPECT_EQ(call(&S::login, CKU_USER, nullptr, 1), CKR_ARGUMENTS_BAD);
@@ -189,6 +193,8 @@ TEST_F(SessionTest, ObjectsFollowTheSessionsRights)
     EXPECT_EQ(made, 5U);
     EXPECT_EQ(call(&S::copyObject, kData, both, 2, &made), CKR_OK);
     EXPECT_TRUE(static_cast<Storage*>(object(made))->getOnToken());
+    EXPECT_EQ(call(&S::copyObject, kData, both + 1, 1, &made), CKR_OK);
+    EXPECT_TRUE(static_cast<Storage*>(object(made))->getOnToken());
     EXPECT_EQ(call(&S::setAttributeValue, kData, both, 2), CKR_OK);
     set(kData, CKA_MODIFIABLE, CK_FALSE);
     EXPECT_EQ(call(&S::setAttributeValue, kData, both, 2), CKR_ATTRIBUTE_READ_ONLY);
@@ -203,7 +209,7 @@ TEST_F(SessionTest, ObjectsFollowTheSessionsRights)
     CK_OBJECT_HANDLE found[9] = {};
     session.findObjectsInit(nullptr, 0);
     session.findObjects(found, 9, &count);
-    EXPECT_EQ(count, 4U); // all but the private and the secret key
+    EXPECT_EQ(count, 5U); // all but the private and the secret key
     EXPECT_EQ(call(&S::findObjects, nullptr, 1, &count), CKR_ARGUMENTS_BAD);
     script = Script();
     openAs(CKF_SERIAL_SESSION);
@@ -213,6 +219,11 @@ TEST_F(SessionTest, ObjectsFollowTheSessionsRights)
     EXPECT_EQ(call(&S::setAttributeValue, kData, both, 2), CKR_SESSION_READ_ONLY);
     EXPECT_EQ(call(&S::destroyObject, kData), CKR_OK);
     EXPECT_EQ(call(&S::destroyObject, kData), CKR_OBJECT_HANDLE_INVALID);
+    struct OnCard final : Data {
+        void Delete() override { script.call("deleted from the card"); }
+    };
+    session.destroyObject(objects().put(std::make_unique<OnCard>()));
+    EXPECT_EQ(script.called, "deleted from the card");
 }
 
 TEST_F(SessionTest, KeysAreMadeDerivedAndWrapped)
