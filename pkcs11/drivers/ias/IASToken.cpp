@@ -92,7 +92,7 @@ void IASToken::Init()
     importFrom(m_cardInfo, readEF(EF_TOKEN_INFO_FID));
     const Blob serialNumber = GetIASSerialNumber();
     if (!serialNumber.empty())
-        m_cardInfo.setSerialNumber(serialNumber);
+        m_cardInfo.serialNumber = serialNumber;
     // The serial number stands under the MF.
     ResetSecurity();
     importFrom(m_odf, readEF(EF_ODF_FID));
@@ -139,34 +139,32 @@ void IASToken::SetPins()
 {
     for (int i = 0; i < m_authentication.GetNumber() && !(m_userReference && m_soReference); ++i) {
         const PKCS15AuthenticationObject& object = m_authentication[i];
-        const PKCS15PinAttributes* attributes = object.pinAttributes();
-        if (attributes == nullptr || attributes->pinReference().empty())
+        if (!object.pin || object.pin->pinReference.empty())
             continue;
-        const Blob& bytes = attributes->pinReference();
+        const Blob& bytes = object.pin->pinReference;
         const unsigned char reference = bytes.at(bytes.size() >= 2 ? 1 : 0);
-        const Blob& label = object.label();
+        const Blob& label = object.label;
         const bool isSO = contains(label, "SO") || contains(label, "PUK") || (!label.empty() && i > 0);
         if (isSO && !m_soReference) {
             m_soReference = reference;
         } else if (!isSO && !m_userReference) {
             m_userReference = reference;
-            takePinRules(*attributes);
+            takePinRules(*object.pin);
         }
     }
 }
 
 void IASToken::takePinRules(const PKCS15PinAttributes& attributes)
 {
-    m_padding = !attributes.padChar().empty();
+    m_padding = !attributes.padChar.empty();
     if (m_padding)
-        m_padChar = attributes.padChar().front();
-    const Blob& length =
-        attributes.storedLength().empty() ? attributes.maxLength() : attributes.storedLength();
+        m_padChar = attributes.padChar.front();
+    const Blob& length = attributes.storedLength.empty() ? attributes.maxLength : attributes.storedLength;
     m_paddedLength = static_cast<unsigned char>(integerOf(length));
-    if (!attributes.minLength().empty())
-        m_tokenInfo.ulMinPinLen = static_cast<CK_ULONG>(integerOf(attributes.minLength()));
-    if (!attributes.maxLength().empty())
-        m_tokenInfo.ulMaxPinLen = static_cast<CK_ULONG>(integerOf(attributes.maxLength()));
+    if (!attributes.minLength.empty())
+        m_tokenInfo.ulMinPinLen = static_cast<CK_ULONG>(integerOf(attributes.minLength));
+    if (!attributes.maxLength.empty())
+        m_tokenInfo.ulMaxPinLen = static_cast<CK_ULONG>(integerOf(attributes.maxLength));
 }
 
 void IASToken::initMechanismList()
@@ -231,29 +229,29 @@ Blob IASToken::readEF(unsigned short fid)
 
 Blob IASToken::ReadPkcs15EF(int index)
 {
-    const Blob& path = m_odf.path(index).path();
+    const Blob& path = m_odf.path(index).path;
     return path.size() < 2 ? Blob() : readFile(path).value_or(CardValue()).bytes;
 }
 
 CardValue IASToken::readValue(const PKCS15CommonObjectAttributes& record, const PKCS15Path& path)
 {
-    if (path.path().size() < 2)
+    if (path.path.size() < 2)
         return {};
     std::optional<CardValue> content;
     whole([&] {
         ResetSecurity();
-        content = readFile(path.path());
+        content = readFile(path.path);
         if (content && content->bytes.empty() && record.isPrivate() && !userPin().empty()) {
             // The card has forgotten the PIN with the selection.
             replayUserPin();
-            content = readFile(path.path());
+            content = readFile(path.path);
         }
     });
     if (!content)
         throw PKCS11Exception(CKR_DEVICE_ERROR, "Select File", "IASToken::readValue");
-    Blob part = content->bytes.slice(integerOf(path.index()));
-    if (!path.length().empty())
-        part = part.slice(0, integerOf(path.length()));
+    Blob part = content->bytes.slice(integerOf(path.index));
+    if (!path.length.empty())
+        part = part.slice(0, integerOf(path.length));
     return {part, content->isWhole};
 }
 
@@ -292,10 +290,10 @@ bool IASToken::ReadPublicKey(unsigned char reference, Blob& modulus, Blob& expon
 
 std::optional<unsigned char> IASToken::publicKeyReference(const PKCS15PrivateKeyObject& record) const
 {
-    const PKCS15CommonKeyAttributes& key = record.keyAttributes();
-    for (int i = 0; !key.reference() && i < m_privateKeys.GetNumber() && !key.iD().empty(); ++i) {
-        const PKCS15CommonKeyAttributes& other = m_privateKeys[i].keyAttributes();
-        if (other.iD() == key.iD())
+    const PKCS15CommonKeyAttributes& key = record.key;
+    for (int i = 0; !key.reference() && i < m_privateKeys.GetNumber() && !key.iD.empty(); ++i) {
+        const PKCS15CommonKeyAttributes& other = m_privateKeys[i].key;
+        if (other.iD == key.iD)
             return other.reference();
     }
     return key.reference();

@@ -30,10 +30,10 @@ public:
     /// Selects the application again.
     void ResetSecurity() override;
     CK_FLAGS getFlag() override { return CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED; }
-    Blob getLabel() override { return m_cardInfo.label(); }
-    Blob getID() override { return m_cardInfo.manufacturerID(); }
+    Blob getLabel() override { return m_cardInfo.label; }
+    Blob getID() override { return m_cardInfo.manufacturerID; }
     Blob getModel() override { return Blob("IAS-ECC"); }
-    Blob getSerialNumber() override { return m_cardInfo.serialNumber(); }
+    Blob getSerialNumber() override { return m_cardInfo.serialNumber; }
     void initMechanismList() override;
 
     /// Reads the RSA public key of the key with the reference. False when the card refuses. Throws

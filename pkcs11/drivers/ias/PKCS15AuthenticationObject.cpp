@@ -4,6 +4,8 @@ namespace PKCS11 {
 
 namespace {
 
+using Pin = PKCS15PinAttributes;
+
 constexpr char kUnknownType[] = "PKCS15AuthenticationObject::Import: Unknown Authentication Object type";
 constexpr char kCodingError[] = "PKCS15AuthenticationObject::Import: coding error";
 constexpr char kWrongTag[] = "PKCS15AuthenticationObject::Import: wrong tag";
@@ -11,57 +13,69 @@ constexpr char kWrongTag[] = "PKCS15AuthenticationObject::Import: wrong tag";
 constexpr char kPinError[] = "PKCS15AuthenticationObject::Import: coding typeAttributes error";
 
 constexpr int kPinObject = 0x30;
+constexpr int kTypeAttributes = 0xA1;
 
-constexpr PKCS15Element kPinElements[] = {{0x03}, {0x0A}, {0x02}, {0x02}, {0x02}, {0x80}, {0x04}, {0x18}};
-constexpr PKCS15Layout kPinLayout =
-    pkcs15Layout(kPinElements, PKCS15Layout::Others::Skip, kPinError, kPinError);
+constexpr PKCS15Element<Pin> kPinElements[] = {{0x03, &Pin::pinFlags},  {0x0A, &Pin::pinType},
+                                               {0x02, &Pin::minLength}, {0x02, &Pin::storedLength},
+                                               {0x02, &Pin::maxLength}, {0x80, &Pin::pinReference},
+                                               {0x04, &Pin::padChar},   {0x18, &Pin::lastPinChange}};
 
-constexpr PKCS15Element kClassElements[] = {{0x04}};
-constexpr PKCS15Layout kClassLayout =
-    pkcs15Layout(kClassElements, PKCS15Layout::Others::Skip, kCodingError, kCodingError);
+constexpr PKCS15Element<PKCS15AuthenticationObject> kClassElements[] = {
+    {0x04, &PKCS15AuthenticationObject::authId}};
 
 } // namespace
 
-PKCS15PinAttributes::PKCS15PinAttributes() : PKCS15PathSequence(kPinLayout, Place::Anywhere) {}
+PKCS15PinAttributes::PKCS15PinAttributes() : PKCS15Record(kPinError) {}
 
-PKCS15AuthenticationObject::PKCS15AuthenticationObject()
-    : PKCS15CommonObjectAttributes(kCodingError), m_classAttributes(kClassLayout), m_pin(std::in_place)
+void PKCS15PinAttributes::read(const BERCoder& node)
 {
+    requireSequence(node, kPinError);
+    *this = PKCS15PinAttributes();
+    readElements(node, *this, kPinElements);
+    if (const int place = findComponent(node, kPKCS15Sequence); place >= 0)
+        path.read(node.component(place));
 }
+
+BERCoder PKCS15PinAttributes::node() const
+{
+    BERCoder sequence = sequenceOf(*this, kPinElements);
+    if (!path.isEmpty())
+        sequence.append(path.node());
+    return sequence;
+}
+
+PKCS15AuthenticationObject::PKCS15AuthenticationObject() : PKCS15CommonObjectAttributes(kCodingError) {}
 
 void PKCS15AuthenticationObject::read(const BERCoder& node)
 {
-    m_classAttributes = PKCS15Sequence(kClassLayout);
-    m_pin.reset();
+    *this = PKCS15AuthenticationObject();
     readCommon(node, {kPinObject, 0xA0, 0xA1, 0xA2}, kUnknownType);
-    if (objectType() == kPinObject)
-        m_pin.emplace();
+    if (objectType != kPinObject)
+        pin.reset();
     if (node.getSize() == 0)
         throw kCodingError;
-    if (const BERCoder* classAttributes = componentOf(node, 1))
-        m_classAttributes.take(*classAttributes);
+    if (const BERCoder* classAttributes = componentOf(node, 1)) {
+        requireSequence(*classAttributes, kCodingError);
+        readElements(*classAttributes, *this, kClassElements);
+    }
     if (const BERCoder* typeAttributes = componentOf(node, 2)) {
-        if (!hasTag(*typeAttributes, 0xA1))
+        if (!hasTag(*typeAttributes, kTypeAttributes))
             throw kWrongTag;
-        if (!m_pin)
+        if (!pin)
             return;
-        const BERCoder* pin = componentOf(*typeAttributes, 0);
-        if (pin == nullptr)
+        if (typeAttributes->getSize() == 0)
             throw kCodingError;
-        m_pin->take(*pin);
+        pin->read(typeAttributes->component(0));
     }
 }
 
-void PKCS15AuthenticationObject::write(BERCoder& node) const
+BERCoder PKCS15AuthenticationObject::node() const
 {
-    writeCommon(node);
-    putComponent(node, 1, m_classAttributes.node());
-    if (!m_pin)
-        return;
-    const BERCoder* old = componentOf(node, 2);
-    BERCoder typeAttributes = old != nullptr ? *old : BERCoder(0xA1);
-    putComponent(typeAttributes, 0, m_pin->node());
-    putComponent(node, 2, typeAttributes);
+    BERCoder record =
+        elementOf(objectType, {PKCS15CommonObjectAttributes::node(), sequenceOf(*this, kClassElements)});
+    if (pin && !pin->isEmpty())
+        record.append(elementOf(kTypeAttributes, {pin->node()}));
+    return record;
 }
 
 } // namespace PKCS11

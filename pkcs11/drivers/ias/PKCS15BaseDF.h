@@ -25,7 +25,8 @@ public:
     /// Appends the records of a file. Bad ones are passed over; a file that breaks off gives those before the
     /// break.
     void Import(const Blob& content);
-    /// The records one behind the other.
+    /// The records one behind the other. Belongs to the interface, as DeleteEntry does; nothing in the
+    /// library calls them.
     Blob Export() const;
 
     /// Imports a record and appends it. Throws what the record's Import throws; nothing is appended then.

@@ -4,10 +4,13 @@ namespace PKCS11 {
 
 namespace {
 
+using Key = PKCS15CommonKeyAttributes;
+
 constexpr char kError[] = "PKCS15CommonKeyAttributes::Import";
 
-constexpr PKCS15Element kElements[] = {{0x04}, {0x03}, {0x03}, {0x01}, {0x02}, {0x18}, {0xA0, 0x18}};
-constexpr PKCS15Layout kLayout = pkcs15Layout(kElements, PKCS15Layout::Others::Skip, kError, kError);
+constexpr PKCS15Element<Key> kElements[] = {
+    {0x04, &Key::iD},           {0x03, &Key::usage},     {0x03, &Key::accessFlags},  {0x01, &Key::native},
+    {0x02, &Key::keyReference}, {0x18, &Key::startDate}, {0xA0, &Key::endDate, 0x18}};
 
 constexpr unsigned char kNonRepudiation = 0x40;
 
@@ -35,36 +38,48 @@ Blob withBits(Blob bits, unsigned char flags, bool on)
 
 } // namespace
 
-PKCS15CommonKeyAttributes::PKCS15CommonKeyAttributes() : PKCS15Sequence(kLayout) {}
+PKCS15CommonKeyAttributes::PKCS15CommonKeyAttributes() : PKCS15Record(kError) {}
+
+void PKCS15CommonKeyAttributes::read(const BERCoder& node)
+{
+    requireSequence(node, kError);
+    *this = PKCS15CommonKeyAttributes();
+    readElements(node, *this, kElements);
+}
+
+BERCoder PKCS15CommonKeyAttributes::node() const
+{
+    return sequenceOf(*this, kElements);
+}
 
 std::optional<unsigned char> PKCS15CommonKeyAttributes::reference() const
 {
-    return keyReference().empty() ? std::nullopt : std::make_optional(keyReference().back());
+    return keyReference.empty() ? std::nullopt : std::make_optional(keyReference.back());
 }
 
 bool PKCS15CommonKeyAttributes::GetKeyUsage(unsigned char flags) const
 {
-    return hasBits(usage(), flags);
+    return hasBits(usage, flags);
 }
 
 bool PKCS15CommonKeyAttributes::GetKeyAccess(unsigned char flags) const
 {
-    return hasBits(accessFlags(), flags);
+    return hasBits(accessFlags, flags);
 }
 
 void PKCS15CommonKeyAttributes::SetKeyUsage(unsigned char flags, bool on)
 {
-    setUsage(withBits(usage(), flags, on));
+    usage = withBits(usage, flags, on);
 }
 
 void PKCS15CommonKeyAttributes::SetKeyAccess(unsigned char flags, bool on)
 {
-    setAccessFlags(withBits(accessFlags(), flags, on));
+    accessFlags = withBits(accessFlags, flags, on);
 }
 
 bool PKCS15CommonKeyAttributes::isForNonRepudiation() const
 {
-    return usage().size() >= 3 && (usage().at(2) & kNonRepudiation) != 0;
+    return usage.size() >= 3 && (usage.at(2) & kNonRepudiation) != 0;
 }
 
 } // namespace PKCS11

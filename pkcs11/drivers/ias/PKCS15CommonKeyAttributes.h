@@ -28,36 +28,34 @@ enum PKCS15KeyAccess : unsigned char {
 };
 
 /// What all keys have (ISO/IEC 7816-15, CommonKeyAttributes).
-class PKCS15CommonKeyAttributes final : public PKCS15Sequence {
+class PKCS15CommonKeyAttributes final : public PKCS15Record {
 public:
     PKCS15CommonKeyAttributes();
 
-    const Blob& iD() const { return field(0); }
-    void setID(const Blob& iD) { setField(0, iD); }
-    /// Bit strings with their unused-bits bytes.
-    const Blob& usage() const { return field(1); }
-    void setUsage(const Blob& usage) { setField(1, usage); }
-    const Blob& accessFlags() const { return field(2); }
-    void setAccessFlags(const Blob& accessFlags) { setField(2, accessFlags); }
-    const Blob& native() const { return field(3); }
-    void setNative(const Blob& native) { setField(3, native); }
-    const Blob& keyReference() const { return field(4); }
-    void setKeyReference(const Blob& keyReference) { setField(4, keyReference); }
-    /// The byte that names the key in the commands to the card, the last one of its INTEGER.
-    std::optional<unsigned char> reference() const;
-    /// GeneralizedTime.
-    const Blob& startDate() const { return field(5); }
-    void setStartDate(const Blob& date) { setField(5, date); }
-    const Blob& endDate() const { return field(6); }
-    void setEndDate(const Blob& date) { setField(6, date); }
+    void read(const BERCoder& node) override;
+    BERCoder node() const override;
 
     /// True when all these bits are set. Only the first byte of either bit string is looked at.
     bool GetKeyUsage(unsigned char flags) const;
     bool GetKeyAccess(unsigned char flags) const;
+    // Belong to the interface; nothing in the library calls them.
     void SetKeyUsage(unsigned char flags, bool on);
     void SetKeyAccess(unsigned char flags, bool on);
+
     /// The one usage that matters here and stands in the second byte.
     bool isForNonRepudiation() const;
+    /// The byte that names the key in the commands to the card, the last one of its INTEGER.
+    std::optional<unsigned char> reference() const;
+
+    Blob iD;
+    /// Bit strings with their unused-bits bytes.
+    Blob usage;
+    Blob accessFlags;
+    Blob native;
+    Blob keyReference;
+    /// GeneralizedTime.
+    Blob startDate;
+    Blob endDate;
 };
 
 } // namespace PKCS11

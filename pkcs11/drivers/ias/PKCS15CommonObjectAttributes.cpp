@@ -6,38 +6,40 @@ namespace PKCS11 {
 
 namespace {
 
+using Common = PKCS15CommonObjectAttributes;
+
 constexpr char kCodingError[] = "PKCS15CommonObjectAttributes::Import: coding error";
 
-constexpr PKCS15Element kElements[] = {{0x0C}, {0x03}, {0x04}, {0x02}};
-constexpr PKCS15Layout kLayout = pkcs15Layout(kElements, PKCS15Layout::Others::Refuse, nullptr, kCodingError);
+constexpr PKCS15Element<Common> kElements[] = {{0x0C, &Common::label},
+                                               {0x03, &Common::flags},
+                                               {0x04, &Common::objectAuthId},
+                                               {0x02, &Common::userConsent}};
 
 } // namespace
 
-PKCS15CommonObjectAttributes::PKCS15CommonObjectAttributes() : PKCS15CommonObjectAttributes(kCodingError) {}
+PKCS15CommonObjectAttributes::PKCS15CommonObjectAttributes() : PKCS15Record(kCodingError) {}
 
-PKCS15CommonObjectAttributes::PKCS15CommonObjectAttributes(const char* undecodable)
-    : PKCS15Sequence(kLayout, undecodable)
+void PKCS15CommonObjectAttributes::read(const BERCoder& node)
 {
+    for (const auto& element : kElements)
+        (this->*element.value).clear();
+    if (hasTag(node, kPKCS15Sequence) && !readElements(node, *this, kElements, PKCS15Others::End))
+        throw kCodingError;
+}
+
+BERCoder PKCS15CommonObjectAttributes::node() const
+{
+    return sequenceOf(*this, kElements);
 }
 
 void PKCS15CommonObjectAttributes::readCommon(const BERCoder& record, std::initializer_list<int> types,
                                               const char* unknownType)
 {
-    m_objectType = record.getTag().front();
-    if (std::find(types.begin(), types.end(), m_objectType) == types.end())
+    objectType = record.getTag().front();
+    if (std::find(types.begin(), types.end(), objectType) == types.end())
         throw unknownType;
     const BERCoder* common = componentOf(record, 0);
-    PKCS15CommonObjectAttributes::read(common != nullptr ? *common : BERCoder(0x30));
-}
-
-void PKCS15CommonObjectAttributes::writeCommon(BERCoder& record) const
-{
-    if (!hasTag(record, m_objectType))
-        record.setTag(m_objectType);
-    const BERCoder* old = componentOf(record, 0);
-    BERCoder common = old != nullptr ? *old : BERCoder(0x30);
-    PKCS15CommonObjectAttributes::write(common);
-    putComponent(record, 0, common);
+    PKCS15CommonObjectAttributes::read(common != nullptr ? *common : BERCoder(kPKCS15Sequence));
 }
 
 } // namespace PKCS11

@@ -4,6 +4,8 @@ namespace PKCS11 {
 
 namespace {
 
+using Data = PKCS15DataObject;
+
 constexpr char kUnknownType[] = "PKCS15DataObject::Import:unknown type";
 constexpr char kTooFewElements1[] = "PKCS15DataObject::Import:code size 1";
 constexpr char kTooFewElements2[] = "PKCS15DataObject::Import:code size 2";
@@ -12,9 +14,11 @@ constexpr char kWrongTag[] = "PKCS15CertificateObject::Import: wrong tag";
 
 constexpr int kObjectIdentifierData = 0xA1;
 
-constexpr PKCS15Element kClassElements[] = {{0x0C}, {0x06}};
-constexpr PKCS15Layout kClassLayout =
-    pkcs15Layout(kClassElements, PKCS15Layout::Others::Skip, nullptr, kUnknownType);
+constexpr int kTypeAttributes = 0xA1;
+
+constexpr PKCS15Element<Data> kClassElements[] = {{0x0C, &Data::applicationName},
+                                                  {0x06, &Data::applicationOID}};
+constexpr PKCS15Element<Data> kObjectElements[] = {{0x06, &Data::objectOID}};
 
 /// The element whose components are an OID and a Path: the type attributes, or the SEQUENCE in them.
 const BERCoder& identifiedValue(const BERCoder& typeAttributes)
@@ -26,51 +30,40 @@ const BERCoder& identifiedValue(const BERCoder& typeAttributes)
 
 } // namespace
 
-PKCS15DataObject::PKCS15DataObject()
-    : PKCS15CommonObjectAttributes(kUnknownType), m_classAttributes(kClassLayout)
-{
-}
+PKCS15DataObject::PKCS15DataObject() : PKCS15CommonObjectAttributes(kUnknownType) {}
 
 void PKCS15DataObject::read(const BERCoder& node)
 {
-    m_path = PKCS15Path();
-    m_objectOID.clear();
+    *this = PKCS15DataObject();
     readCommon(node, {0x30, 0xA0, kObjectIdentifierData}, kUnknownType);
     if (node.getSize() < 2)
         throw kTooFewElements1;
-    m_classAttributes.take(node.component(1));
+    if (hasTag(node.component(1), kPKCS15Sequence))
+        readElements(node.component(1), *this, kClassElements);
     if (node.getSize() < 3)
         throw kTooFewElements2;
     const BERCoder& typeAttributes = node.component(2);
-    if (!hasTag(typeAttributes, 0xA1))
+    if (!hasTag(typeAttributes, kTypeAttributes))
         throw kWrongTag;
-    if (objectType() != kObjectIdentifierData) {
-        const BERCoder* path = componentOf(typeAttributes, 0);
-        m_path.take(path != nullptr ? *path : BERCoder(0x30));
+    if (objectType != kObjectIdentifierData) {
+        if (typeAttributes.getSize() > 0)
+            path.read(typeAttributes.component(0));
         return;
     }
     const BERCoder& value = identifiedValue(typeAttributes);
-    if (const int oid = findComponent(value, 0x06); oid >= 0)
-        m_objectOID = value.component(oid).getValue();
-    if (const int path = findComponent(value, 0x30); path >= 0)
-        m_path.take(value.component(path));
+    readElements(value, *this, kObjectElements);
+    if (const int place = findComponent(value, kPKCS15Sequence); place >= 0)
+        path.read(value.component(place));
 }
 
-void PKCS15DataObject::write(BERCoder& node) const
+BERCoder PKCS15DataObject::node() const
 {
-    writeCommon(node);
-    putComponent(node, 1, m_classAttributes.node());
-    const BERCoder* old = componentOf(node, 2);
-    BERCoder typeAttributes = old != nullptr ? *old : BERCoder(0xA1);
-    if (objectType() != kObjectIdentifierData) {
-        putComponent(typeAttributes, 0, m_path.node());
-    } else if (m_path.isPresent()) {
-        BERCoder& value =
-            &identifiedValue(typeAttributes) == &typeAttributes ? typeAttributes : typeAttributes[0];
-        const int place = findComponent(value, 0x30);
-        putComponent(value, place < 0 ? value.getSize() : place, m_path.node());
-    }
-    putComponent(node, 2, typeAttributes);
+    BERCoder typeAttributes = elementOf(kTypeAttributes, {});
+    if (objectType == kObjectIdentifierData && !objectOID.empty())
+        typeAttributes.append({0x06, objectOID});
+    typeAttributes.append(path.node());
+    return elementOf(objectType, {PKCS15CommonObjectAttributes::node(), sequenceOf(*this, kClassElements),
+                                  typeAttributes});
 }
 
 } // namespace PKCS11

@@ -3,67 +3,39 @@
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/token/Framing.h"
 
-#include <algorithm>
-
 namespace PKCS11 {
 
 namespace {
 
 constexpr int kFirstTag = 0xA0;
 
-/// The first element with the tag that decodes.
-std::vector<Blob>::const_iterator find(const std::vector<Blob>& elements, int tag, BERCoder& node)
-{
-    return std::find_if(elements.begin(), elements.end(), [&](const Blob& element) {
-        if (element.front() != tag)
-            return false;
-        try {
-            node.import(element, 0);
-        } catch (const PKCS11Exception&) {
-            return false;
-        }
-        return true;
-    });
-}
-
 } // namespace
 
 void PKCS15ODF::Import(const Blob& content)
 {
-    m_elements = splitElements(content);
-    for (int entry = 0; entry < Count; ++entry) {
-        path(entry) = PKCS15Path();
-        BERCoder node;
-        if (find(m_elements, kFirstTag + entry, node) == m_elements.end())
+    m_paths = {};
+    for (const Blob& encoded : splitElements(content)) {
+        const int entry = encoded.front() - kFirstTag;
+        if (entry < 0 || entry >= Count || path(entry).isPresent)
             continue;
-        const BERCoder* inner = componentOf(node, 0);
-        path(entry).take(inner != nullptr ? *inner : BERCoder(0x30));
+        try {
+            BERCoder element;
+            element.import(encoded, 0);
+            path(entry).read(element.getSize() > 0 ? element.component(0) : BERCoder(kPKCS15Sequence));
+        } catch (const PKCS11Exception&) {
+            // The next one with the tag may decode.
+            continue;
+        }
     }
 }
 
 Blob PKCS15ODF::Export() const
 {
-    std::vector<Blob> elements = m_elements;
-    for (int entry = 0; entry < Count; ++entry) {
-        if (!path(entry).isPresent())
-            continue;
-        BERCoder node;
-        const auto place = find(m_elements, kFirstTag + entry, node);
-        if (place == m_elements.end()) {
-            elements.push_back(MakeBERCoded(kFirstTag + entry, path(entry).Export()));
-            continue;
-        }
-        Blob before;
-        node.Export(before);
-        putComponent(node, 0, path(entry).node());
-        Blob after;
-        node.Export(after);
-        if (after != before)
-            elements[static_cast<std::size_t>(place - m_elements.begin())] = after;
-    }
     Blob content;
-    for (const Blob& element : elements)
-        content.append(element);
+    for (int entry = 0; entry < Count; ++entry) {
+        if (!path(entry).isEmpty())
+            content.append(MakeBERCoded(kFirstTag + entry, path(entry).Export()));
+    }
     return content;
 }
 

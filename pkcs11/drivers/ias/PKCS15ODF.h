@@ -3,7 +3,6 @@
 #include "pkcs11/drivers/ias/PKCS15Path.h"
 
 #include <array>
-#include <vector>
 
 namespace PKCS11 {
 
@@ -15,7 +14,7 @@ public:
 
     /// Replaces all entries; one that the file lacks is not present.
     void Import(const Blob& content);
-    /// The file: its elements in their order, then those of new entries.
+    /// The paths that are not empty. Belongs to the interface; nothing in the library calls it.
     Blob Export() const;
 
     int GetNumber() const { return Count; }
@@ -24,8 +23,6 @@ public:
 
 private:
     std::array<PKCS15Path, Count> m_paths;
-    /// The elements of the imported file.
-    std::vector<Blob> m_elements;
 };
 
 } // namespace PKCS11

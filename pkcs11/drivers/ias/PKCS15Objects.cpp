@@ -18,7 +18,7 @@ CK_BBOOL boolean(bool value)
 
 void takeCommonAttributes(Storage& object, const PKCS15CommonObjectAttributes& record)
 {
-    object.setLabel(record.label());
+    object.setLabel(record.label);
     object.setPrivate(boolean(record.isPrivate()));
     object.setModifiable(boolean(record.isModifiable()));
 }
@@ -54,15 +54,15 @@ CK_DATE dateOf(const Blob& time)
 template <class CardKey>
 void takeKeyAttributes(CardKey& key, const PKCS15PrivateKeyObject& record)
 {
-    const PKCS15CommonKeyAttributes& attributes = record.keyAttributes();
+    const PKCS15CommonKeyAttributes& attributes = record.key;
     takeCommonAttributes(key, record);
-    key.initKeyType(keyTypeOf(record.objectType()));
-    key.setID(attributes.iD());
+    key.initKeyType(keyTypeOf(record.objectType));
+    key.setID(attributes.iD);
     key.setLocal(boolean(attributes.GetKeyAccess(PKCS15_ACCESS_LOCAL)));
-    if (!attributes.startDate().empty())
-        key.setStartDate(dateOf(attributes.startDate()));
-    if (!attributes.endDate().empty())
-        key.setEndDate(dateOf(attributes.endDate()));
+    if (!attributes.startDate.empty())
+        key.setStartDate(dateOf(attributes.startDate));
+    if (!attributes.endDate.empty())
+        key.setEndDate(dateOf(attributes.endDate));
 }
 
 /// Nothing for a key without a reference.
@@ -77,9 +77,8 @@ RsaComponents publicKeyOf(IASToken& token, std::optional<unsigned char> referenc
 /// True when the key may do one of these; a record that tells no usage allows all.
 bool allows(const PKCS15CommonKeyAttributes& key, std::initializer_list<PKCS15KeyUsage> usages)
 {
-    return key.usage().empty() || std::any_of(usages.begin(), usages.end(), [&key](PKCS15KeyUsage usage) {
-               return key.GetKeyUsage(usage);
-           });
+    return key.usage.empty() || std::any_of(usages.begin(), usages.end(),
+                                            [&key](PKCS15KeyUsage usage) { return key.GetKeyUsage(usage); });
 }
 
 } // namespace
@@ -88,12 +87,12 @@ PKCS15Certificate::PKCS15Certificate(IASToken& token, const PKCS15CertificateObj
     : m_token(token), m_record(record)
 {
     takeCommonAttributes(*this, record);
-    setID(record.iD());
+    setID(record.iD);
 }
 
 CardValue PKCS15Certificate::readValue()
 {
-    CardValue value = m_token.readValue(m_record, m_record.path());
+    CardValue value = m_token.readValue(m_record, m_record.path);
     Blob certificate = MakeTLVCoded(value.bytes);
     if (!certificate.empty())
         value.bytes = std::move(certificate);
@@ -103,7 +102,7 @@ CardValue PKCS15Certificate::readValue()
 PKCS15PublicKey::PKCS15PublicKey(IASToken& token, const PKCS15PrivateKeyObject& record)
     : m_token(token), m_record(record)
 {
-    const PKCS15CommonKeyAttributes& attributes = record.keyAttributes();
+    const PKCS15CommonKeyAttributes& attributes = record.key;
     takeKeyAttributes(*this, record);
     setEncrypt(boolean(allows(attributes, {PKCS15_USAGE_ENCRYPT, PKCS15_USAGE_WRAP})));
     setVerify(boolean(allows(attributes, {PKCS15_USAGE_VERIFY, PKCS15_USAGE_VERIFY_RECOVER}) ||
@@ -118,7 +117,7 @@ RsaComponents PKCS15PublicKey::readComponents()
 PKCS15PrivateKey::PKCS15PrivateKey(IASToken& token, const PKCS15PrivateKeyObject& record)
     : m_token(token), m_record(record)
 {
-    const PKCS15CommonKeyAttributes& attributes = record.keyAttributes();
+    const PKCS15CommonKeyAttributes& attributes = record.key;
     takeKeyAttributes(*this, record);
     setSign(boolean(allows(attributes, {PKCS15_USAGE_SIGN, PKCS15_USAGE_SIGN_RECOVER}) ||
                     attributes.isForNonRepudiation()));
@@ -131,7 +130,7 @@ PKCS15PrivateKey::PKCS15PrivateKey(IASToken& token, const PKCS15PrivateKeyObject
 
 unsigned char PKCS15PrivateKey::keyReference(const char* where) const
 {
-    const auto reference = m_record.keyAttributes().reference();
+    const auto reference = m_record.key.reference();
     if (!reference)
         throw PKCS11Exception(CKR_DEVICE_ERROR, "", where);
     return *reference;
@@ -149,7 +148,7 @@ int PKCS15PrivateKey::knownSignatureLength()
 
 int PKCS15PrivateKey::lengthOf(const Blob& modulus) const
 {
-    return modulus.empty() ? integerOf(m_record.modulusLength()) / 8 : modulus.size();
+    return modulus.empty() ? integerOf(m_record.modulusLength) / 8 : modulus.size();
 }
 
 std::unique_ptr<Mechanism> PKCS15PrivateKey::createSignMechanism(CK_MECHANISM* /*mechanism*/,
@@ -166,19 +165,19 @@ std::unique_ptr<Mechanism> PKCS15PrivateKey::createDecryptMechanism(CK_MECHANISM
 
 RsaComponents PKCS15PrivateKey::readComponents()
 {
-    return publicKeyOf(m_token, m_record.keyAttributes().reference());
+    return publicKeyOf(m_token, m_record.key.reference());
 }
 
 PKCS15Data::PKCS15Data(IASToken& token, const PKCS15DataObject& record) : m_token(token), m_record(record)
 {
     takeCommonAttributes(*this, record);
-    setApplication(record.applicationName());
-    setObjectIdentifier(record.applicationOID().empty() ? record.objectOID() : record.applicationOID());
+    setApplication(record.applicationName);
+    setObjectIdentifier(record.applicationOID.empty() ? record.objectOID : record.applicationOID);
 }
 
 CardValue PKCS15Data::readValue()
 {
-    return m_token.readValue(m_record, m_record.path());
+    return m_token.readValue(m_record, m_record.path);
 }
 
 } // namespace PKCS11

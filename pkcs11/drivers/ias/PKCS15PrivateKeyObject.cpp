@@ -4,6 +4,8 @@ namespace PKCS11 {
 
 namespace {
 
+using Key = PKCS15PrivateKeyObject;
+
 constexpr char kUnknownType[] = "PKCS15PrivateKeyObject::Import: Unknown Private key type";
 constexpr char kTooFewElements2[] = "PKCS15PrivateKeyObject::Import: coder.getSize() < 2";
 constexpr char kTooFewElements3[] = "PKCS15PrivateKeyObject::Import: coder.getSize() < 3";
@@ -12,100 +14,76 @@ constexpr char kKeyError[] = " PKCS15PrivateKeyObject::ImportKeyAttributes: codi
 
 constexpr int kCommonPrivateKeyAttributes = 0xA0;
 
-constexpr PKCS15Element kCredentialElements[] = {{0x02}, {0x04}};
-constexpr PKCS15Layout kCredentialLayout =
-    pkcs15Layout(kCredentialElements, PKCS15Layout::Others::Skip, nullptr, kKeyError);
+constexpr int kTypeAttributes = 0xA1;
+constexpr int kRSA = 0x30;
 
-// RSA: modulus length, key info, operations. Other keys have no modulus length.
-constexpr PKCS15Element kTypeElements[] = {{0x02}, {0x02}, {0x03}};
-constexpr PKCS15Layout kTypeLayout =
-    pkcs15Layout(kTypeElements, PKCS15Layout::Others::Skip, kKeyError, kKeyError);
-
-/// Where the element A0 { 30 { ... } } with the common private key attributes has its credential identifiers:
-/// the place of the A0 { 30 { ... } } inside the SEQUENCE, or -1.
-int findIdentifiers(const BERCoder& element)
-{
-    const BERCoder* attributes = componentOf(element, 0);
-    if (attributes == nullptr || !hasTag(*attributes, 0x30))
-        return -1;
-    for (int i = 0; i < attributes->getSize(); ++i) {
-        const BERCoder& identifiers = attributes->component(i);
-        const BERCoder* first = componentOf(identifiers, 0);
-        if (hasTag(identifiers, 0xA0) && first != nullptr && hasTag(*first, 0x30))
-            return i;
-    }
-    return -1;
-}
-
-/// The place of the type attributes in a key record.
-int typeAttributesPlace(const BERCoder& record)
-{
-    const BERCoder* third = componentOf(record, 2);
-    return third != nullptr && hasTag(*third, kCommonPrivateKeyAttributes) ? 3 : 2;
-}
+constexpr PKCS15Element<Key> kCredentialElements[] = {{0x02, &Key::keyIdentifierType},
+                                                      {0x04, &Key::keyIdentifierValue}};
+constexpr PKCS15Element<Key> kRSAElements[] = {
+    {0x02, &Key::modulusLength}, {0x02, &Key::keyInfo}, {0x03, &Key::operations}};
+constexpr PKCS15Element<Key> kOtherElements[] = {{0x02, &Key::keyInfo}, {0x03, &Key::operations}};
 
 } // namespace
 
-PKCS15PrivateKeyObject::PKCS15PrivateKeyObject()
-    : PKCS15CommonObjectAttributes(kKeyError),
-      m_credential(kCredentialLayout),
-      m_typeAttributes(kTypeLayout, PKCS15PathSequence::Place::First)
-{
-}
-
-Blob PKCS15PrivateKeyObject::modulusLength() const
-{
-    return isRSA() ? m_typeAttributes.field(0) : Blob();
-}
-
-Blob PKCS15PrivateKeyObject::keyInfo() const
-{
-    return m_typeAttributes.field(isRSA() ? 1 : 0);
-}
+PKCS15PrivateKeyObject::PKCS15PrivateKeyObject() : PKCS15CommonObjectAttributes(kKeyError) {}
 
 void PKCS15PrivateKeyObject::read(const BERCoder& node)
 {
-    m_credential = PKCS15Sequence(kCredentialLayout);
-    readCommon(node, {0x30, 0xA0, 0xA1, 0xA2, 0xA3}, kUnknownType);
+    *this = PKCS15PrivateKeyObject();
+    readCommon(node, {kRSA, 0xA0, 0xA1, 0xA2, 0xA3}, kUnknownType);
     if (node.getSize() < 2)
         throw kTooFewElements2;
-    m_keyAttributes.take(node.component(1));
+    key.read(node.component(1));
     if (node.getSize() < 3)
         throw kTooFewElements3;
-    const int place = typeAttributesPlace(node);
-    if (place == 3) {
-        ImportCommonPrivateKeyAttributes(node.component(2));
-        if (node.getSize() < 4)
-            throw kTooFewElements4;
+    if (!hasTag(node.component(2), kCommonPrivateKeyAttributes)) {
+        ImportKeyAttributes(node.component(2));
+        return;
     }
-    ImportKeyAttributes(node.component(place));
+    ImportCommonPrivateKeyAttributes(node.component(2));
+    if (node.getSize() < 4)
+        throw kTooFewElements4;
+    ImportKeyAttributes(node.component(3));
 }
 
 void PKCS15PrivateKeyObject::ImportCommonPrivateKeyAttributes(const BERCoder& element)
 {
-    const int identifiers = findIdentifiers(element);
-    if (identifiers >= 0)
-        m_credential.take(element.component(0).component(identifiers).component(0));
+    // A0 { 30 { A0 { 30 { type, value } } } }, among other elements of the SEQUENCE.
+    const BERCoder* attributes = componentOf(element, 0);
+    if (attributes == nullptr || !hasTag(*attributes, kPKCS15Sequence))
+        return;
+    for (int i = 0; i < attributes->getSize(); ++i) {
+        const BERCoder* credential = valueOf(attributes->component(i), 0xA0, kPKCS15Sequence);
+        if (credential != nullptr) {
+            readElements(*credential, *this, kCredentialElements);
+            return;
+        }
+    }
 }
 
 void PKCS15PrivateKeyObject::ImportKeyAttributes(const BERCoder& element)
 {
-    const BERCoder* attributes = componentOf(element, 0);
-    if (!hasTag(element, 0xA1) || attributes == nullptr || !hasTag(*attributes, 0x30) ||
-        attributes->getSize() == 0)
+    const BERCoder* attributes = valueOf(element, kTypeAttributes, kPKCS15Sequence);
+    if (attributes == nullptr || attributes->getSize() == 0)
         throw kKeyError;
-    m_typeAttributes.take(*attributes);
+    path.read(attributes->component(0));
+    if (objectType == kRSA)
+        readElements(*attributes, *this, kRSAElements, PKCS15Others::Skip, 1);
+    else
+        readElements(*attributes, *this, kOtherElements, PKCS15Others::Skip, 1);
 }
 
-void PKCS15PrivateKeyObject::write(BERCoder& node) const
+BERCoder PKCS15PrivateKeyObject::node() const
 {
-    writeCommon(node);
-    putComponent(node, 1, m_keyAttributes.node());
-    const int place = typeAttributesPlace(node);
-    const BERCoder* old = componentOf(node, place);
-    BERCoder typeAttributes = old != nullptr ? *old : BERCoder(0xA1);
-    putComponent(typeAttributes, 0, m_typeAttributes.node());
-    putComponent(node, place, typeAttributes);
+    BERCoder record = elementOf(objectType, {PKCS15CommonObjectAttributes::node(), key.node()});
+    if (!keyIdentifierType.empty() || !keyIdentifierValue.empty()) {
+        const BERCoder credential = elementOf(0xA0, {sequenceOf(*this, kCredentialElements)});
+        record.append(elementOf(kCommonPrivateKeyAttributes, {elementOf(kPKCS15Sequence, {credential})}));
+    }
+    record.append(
+        elementOf(kTypeAttributes, {objectType == kRSA ? sequenceOf(*this, kRSAElements, {path.node()})
+                                                       : sequenceOf(*this, kOtherElements, {path.node()})}));
+    return record;
 }
 
 } // namespace PKCS11

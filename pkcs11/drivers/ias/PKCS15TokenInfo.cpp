@@ -4,13 +4,25 @@ namespace PKCS11 {
 
 namespace {
 
-constexpr PKCS15Element kElements[] = {{0x02}, {0x04}, {0x0C}, {0x80},      {0x03},
-                                       {0x13}, {0x83}, {0x84}, {0xA5, 0x18}};
-constexpr PKCS15Layout kLayout =
-    pkcs15Layout(kElements, PKCS15Layout::Others::End, "PKCS15TokenInfo::Import: wrong first tag", nullptr);
+using Info = PKCS15TokenInfo;
+
+constexpr PKCS15Element<Info> kElements[] = {
+    {0x02, &Info::version},  {0x04, &Info::serialNumber}, {0x0C, &Info::manufacturerID},
+    {0x80, &Info::label},    {0x03, &Info::tokenflags},   {0x13, &Info::preferredLanguage},
+    {0x83, &Info::issuerId}, {0x84, &Info::holderId},     {0xA5, &Info::lastUpdate, 0x18}};
 
 } // namespace
 
-PKCS15TokenInfo::PKCS15TokenInfo() : PKCS15Sequence(kLayout) {}
+void PKCS15TokenInfo::read(const BERCoder& node)
+{
+    requireSequence(node, "PKCS15TokenInfo::Import: wrong first tag");
+    *this = PKCS15TokenInfo();
+    readElements(node, *this, kElements, PKCS15Others::End);
+}
+
+BERCoder PKCS15TokenInfo::node() const
+{
+    return sequenceOf(*this, kElements);
+}
 
 } // namespace PKCS11
