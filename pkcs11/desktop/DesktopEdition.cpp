@@ -2,6 +2,7 @@
 
 #include "pkcs11/desktop/BlockSign.h"
 #include "pkcs11/desktop/DesktopCardOSToken.h"
+#include "pkcs11/desktop/DesktopPIVToken.h"
 #include "pkcs11/desktop/SignInParts.h"
 #include "pkcs11/drivers/common/CardObjects.h"
 
@@ -30,6 +31,8 @@ std::unique_ptr<Token> DesktopEdition::createDriver(const Blob& cardType, PCSCSl
 {
     if (cardType == Blob("CARDOS_CARD"))
         return std::make_unique<DesktopCardOSToken>(&slot);
+    if (cardType == Blob("PIV_CARD"))
+        return std::make_unique<DesktopPIVToken>(&slot);
     return nullptr;
 }
 

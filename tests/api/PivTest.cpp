@@ -106,8 +106,8 @@ TEST_F(PivTest, SignaturesStandUpAndMessagesAreRead)
         EXPECT_EQ(vcard::RsaKey::publicOperation(attribute(key, CKA_MODULUS).bytes, {1, 0, 1}, raw), block);
         fakepcsc::clearCalls();
         EXPECT_EQ(sign(key, CKM_RSA_PKCS, Bytes(254, 1)).rv, CKR_DATA_LEN_RANGE);
-        EXPECT_EQ(sign(key, CKM_RSA_X_509, data).rv, CKR_MECHANISM_INVALID);
         EXPECT_EQ(fakepcsc::callCount("SCardTransmit"), 0);
+        EXPECT_EQ(sign(key, CKM_RSA_X_509, data).rv, isDesktop() ? CKR_OK : CKR_MECHANISM_INVALID);
         C_Finalize(nullptr);
     }
 }

@@ -5,8 +5,6 @@
 #include "pkcs11/drivers/common/PKCS1.h"
 #include "pkcs11/drivers/piv/PIVJavaPrivateKey.h"
 #include "pkcs11/drivers/piv/PIVJavaToken.h"
-#include "pkcs11/frontend/trace/Logger.h"
-#include "pkcs11/token/BERCoder.h"
 
 #include <algorithm>
 
@@ -15,32 +13,6 @@ namespace PKCS11 {
 namespace {
 
 constexpr unsigned char kSignatureBlock = 0x01;
-/// What is reported for a decrypted text or an encrypted one, whatever the key.
-constexpr int kReportedLength = 256;
-
-/// The first element of the answer to GENERAL AUTHENTICATE, the response (82). A card's error is an empty
-/// result, deliberately.
-Blob authResult(const Blob& answer)
-{
-    try {
-        BERCoder node;
-        node.import(answer, 0);
-        return node.component(0).getValue();
-    } catch (const PKCS11Exception&) {
-        Logger::Log(Logger::kFailure, "GENERAL AUTHENTICATE gave no result");
-        return {};
-    }
-}
-
-/// GENERAL AUTHENTICATE behind the cached PIN.
-Blob authenticated(PIVJavaPrivateKey& key, const Blob& data)
-{
-    PIVJavaToken& token = key.token();
-    return token.whole([&] {
-        token.replayUserPin();
-        return authResult(token.GeneralAuth(key.word(), data));
-    });
-}
 
 /// The block to sign; padded for every mechanism, CKM_RSA_X_509 too.
 Blob signatureBlock(const Blob& data, int size)
@@ -64,16 +36,16 @@ void PIVJavaMechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, C
     // Of longer data the first bytes are signed.
     const CK_ULONG used = std::min(dataLen, static_cast<CK_ULONG>(size));
     const Blob block = signatureBlock(inputOf(data, used), size);
-    deliver(authenticated(m_key, block), out, outLen);
+    deliver(m_key.authenticate(block), out, outLen);
 }
 
 void PIVJavaMechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
 {
-    if (answersLength(out, outLen, kReportedLength))
+    if (answersLength(out, outLen, m_reportedLength))
         return;
     // The PIN counts here, not the login.
     m_key.token().requireUserPin("PIVJavaMechanismDecrypt::decrypt");
-    const Blob block = authenticated(m_key, inputOf(data, dataLen));
+    const Blob block = m_key.authenticate(inputOf(data, dataLen));
     deliver(m_type == CKM_RSA_PKCS ? stripPKCS1Block(block) : block, out, outLen);
 }
 
@@ -85,7 +57,7 @@ PIVJavaMechanismEncrypt::PIVJavaMechanismEncrypt(PIVJavaToken& token) : m_token(
 
 void PIVJavaMechanismEncrypt::encrypt(CK_BYTE* /*data*/, CK_ULONG /*dataLen*/, CK_BYTE* out, CK_ULONG* outLen)
 {
-    if (answersLength(out, outLen, kReportedLength))
+    if (answersLength(out, outLen, kPIVReportedLength))
         return;
     m_token.requireUserPin("PIVJavaMechanismEncrypt::encrypt");
     m_token.replayUserPin();

@@ -9,6 +9,9 @@ namespace PKCS11 {
 class PIVJavaPrivateKey;
 class PIVJavaToken;
 
+/// What is reported for a decrypted text or an encrypted one, whatever the key.
+constexpr int kPIVReportedLength = 256;
+
 class PIVJavaMechanismSign final : public Mechanism {
 public:
     explicit PIVJavaMechanismSign(PIVJavaPrivateKey& key) : m_key(key) {}
@@ -23,7 +26,11 @@ private:
 
 class PIVJavaMechanismDecrypt final : public Mechanism {
 public:
-    PIVJavaMechanismDecrypt(PIVJavaPrivateKey& key, CK_MECHANISM_TYPE type) : m_key(key), m_type(type) {}
+    PIVJavaMechanismDecrypt(PIVJavaPrivateKey& key, CK_MECHANISM_TYPE type,
+                            int reportedLength = kPIVReportedLength)
+        : m_key(key), m_type(type), m_reportedLength(reportedLength)
+    {
+    }
 
     /// An error of the card can end as an empty text, without an exception.
     void decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen) override;
@@ -31,6 +38,7 @@ public:
 private:
     PIVJavaPrivateKey& m_key;
     CK_MECHANISM_TYPE m_type;
+    int m_reportedLength;
 };
 
 /// Computes nothing.

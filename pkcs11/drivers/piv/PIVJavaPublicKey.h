@@ -8,7 +8,7 @@ class PIVJavaToken;
 
 /// The public key of a container's certificate. Its operations exist, but no mechanism of the token leads to
 /// them: CKA_ENCRYPT and CKA_VERIFY are false.
-class PIVJavaPublicKey final : public CardPublicKey {
+class PIVJavaPublicKey : public CardPublicKey {
 public:
     PIVJavaPublicKey(PIVJavaToken& token, unsigned short word);
 

@@ -37,9 +37,8 @@ constexpr unsigned char kPinFill = 0xFF;
 constexpr int kAuthTemplate = 0x7C;
 constexpr int kAuthChallenge = 0x81;
 constexpr int kAuthResponse = 0x82;
-/// A template of this length or more goes in two pieces.
-constexpr int kTwoPieces = 250;
-constexpr int kFirstPiece = 249;
+/// A longer template goes in pieces of this length and a last one, which may be longer.
+constexpr int kPiece = 249;
 constexpr int kMaxLc = 255;
 constexpr unsigned char kChained = 0x10;
 
@@ -69,15 +68,23 @@ Blob changeBlock(const Blob& oldPin, const Blob& newPin)
     return pinBlock(oldPin) + pinBlock(newPin);
 }
 
+PIVKeyPair makeKeyPair(PIVJavaToken& token, unsigned short word, const Blob& /*certificate*/)
+{
+    return {std::make_unique<PIVJavaPublicKey>(token, word),
+            std::make_unique<PIVJavaPrivateKey>(token, word)};
+}
+
 } // namespace
 
-PIVJavaToken::PIVJavaToken(PCSCSlot* slot) : CardToken(slot)
+PIVJavaToken::PIVJavaToken(PCSCSlot* slot) : PIVJavaToken(slot, makeKeyPair) {}
+
+PIVJavaToken::PIVJavaToken(PCSCSlot* slot, KeyFactory makeKeys) : CardToken(slot)
 {
     m_info.setLabel(Blob("PIV Profile"));
     getID();
     selectApplication();
     for (const PIVContainer& container : kPIVContainers)
-        addContainer(container.tag);
+        addContainer(container.tag, makeKeys);
 }
 
 Blob PIVJavaToken::getID()
@@ -117,7 +124,7 @@ Blob PIVJavaToken::readContainerData(unsigned char tag)
     return cutContainer(answer);
 }
 
-void PIVJavaToken::addContainer(unsigned char tag)
+void PIVJavaToken::addContainer(unsigned char tag, KeyFactory makeKeys)
 {
     const PIVPublicInfo info = readPublicInfo(readContainerData(tag));
     if (info.certificate.empty())
@@ -135,8 +142,7 @@ void PIVJavaToken::addContainer(unsigned char tag)
 
     auto certificate = std::make_unique<PIVJavaCertificate>(*this, word);
     certificate->setValue(info.certificate);
-    auto publicKey = std::make_unique<PIVJavaPublicKey>(*this, word);
-    auto privateKey = std::make_unique<PIVJavaPrivateKey>(*this, word);
+    auto [publicKey, privateKey] = makeKeys(*this, word, info.certificate);
     if (!info.label.empty()) {
         certificate->setLabel(info.label);
         publicKey->setLabel(info.label);
@@ -191,7 +197,7 @@ Blob PIVJavaToken::GeneralAuth(unsigned short word, const Blob& data)
     request.Export(field);
 
     Blob answer;
-    if (field.size() < kTwoPieces) {
+    if (field.size() <= kPiece) {
         const int sw = card().SendCmdChained(framed(header, field), answer);
         // Not an error here: an empty answer ends as an empty result.
         if (!isAccepted(sw))
@@ -200,15 +206,18 @@ Blob PIVJavaToken::GeneralAuth(unsigned short word, const Blob& data)
         return answer;
     }
 
-    const Blob last = field.slice(kFirstPiece);
-    if (last.size() > kMaxLc)
+    if (field.size() > kPiece + kMaxLc && !takesLongChains())
         throw PKCS11Exception(CKR_DATA_LEN_RANGE, "", "PIVJavaToken::GeneralAuth");
     header.at(0) = kChained;
-    if (!isAccepted(card().Send(header, field.slice(0, kFirstPiece))))
-        throw PKCS11Exception(CKR_DEVICE_ERROR, "GENERAL AUTHENTICATE first command failed",
-                              "PIVJavaToken::GeneralAuth");
+    int sent = 0;
+    do {
+        if (!isAccepted(card().Send(header, field.slice(sent, kPiece))))
+            throw PKCS11Exception(CKR_DEVICE_ERROR, "GENERAL AUTHENTICATE first command failed",
+                                  "PIVJavaToken::GeneralAuth");
+        sent += kPiece;
+    } while (field.size() - sent > kMaxLc);
     header.at(0) = 0x00;
-    if (!isAccepted(card().SendCmdChained(framed(header, last), answer)))
+    if (!isAccepted(card().SendCmdChained(framed(header, field.slice(sent)), answer)))
         throw PKCS11Exception(CKR_DEVICE_ERROR, "GENERAL AUTHENTICATE last command failed",
                               "PIVJavaToken::GeneralAuth");
     return answer;

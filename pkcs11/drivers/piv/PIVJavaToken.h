@@ -5,6 +5,15 @@
 
 namespace PKCS11 {
 
+class PIVJavaPrivateKey;
+class PIVJavaPublicKey;
+
+/// The keys of a container.
+struct PIVKeyPair {
+    std::unique_ptr<PIVJavaPublicKey> publicKey;
+    std::unique_ptr<PIVJavaPrivateKey> privateKey;
+};
+
 /// Driver of PIV cards (NIST SP 800-73-4). Shows a certificate, a public and a private key for each of the
 /// four certificate containers that holds a certificate. The card is read only for this driver.
 class PIVJavaToken : public CardToken {
@@ -40,21 +49,30 @@ public:
     Blob readContainerData(unsigned char tag);
     /// GENERAL AUTHENTICATE with the key of the word on the data, which the key works on as they are. Returns
     /// the answer of the card, the template 7C; an error status gives an empty one where the command fits in
-    /// one piece, and CKR_DEVICE_ERROR where it takes two. Throws CKR_DATA_LEN_RANGE for more than two pieces
-    /// hold.
+    /// one piece, and CKR_DEVICE_ERROR where it takes more. Throws CKR_DATA_LEN_RANGE for more than two
+    /// pieces hold, unless takesLongChains().
     Blob GeneralAuth(unsigned short word, const Blob& data);
 
     /// Throws CKR_USER_NOT_LOGGED_IN (0x101) when no user PIN is cached.
     void requireUserPin(const char* where) const;
 
 protected:
+    /// Makes the keys that belong to the certificate and the key reference word. What its container says of
+    /// them is set afterwards: their names, their type, the components of RSA keys.
+    using KeyFactory = PIVKeyPair (*)(PIVJavaToken& token, unsigned short word, const Blob& certificate);
+
+    /// For derived drivers, whose virtual operations do not count yet while the objects are built.
+    PIVJavaToken(PCSCSlot* slot, KeyFactory makeKeys);
+
     void selectApplication() override;
+    /// Whether a command may go in more than two pieces.
+    virtual bool takesLongChains() const { return false; }
 
 private:
     /// VERIFY with the padded PIN. Throws CKR_PIN_LEN_RANGE, CKR_PIN_LOCKED, CKR_PIN_INCORRECT.
     void verify(const char* header, const Blob& pin);
     /// Puts certificate, public and private key of a container into the object list, unless it is empty.
-    void addContainer(unsigned char tag);
+    void addContainer(unsigned char tag, KeyFactory makeKeys);
 
     TokenInfo m_info;
     /// Empty until the reader has told the ATR.

@@ -1,0 +1,35 @@
+#include "pkcs11/desktop/DesktopPIVToken.h"
+
+#include "pkcs11/desktop/DesktopPIVKeys.h"
+
+namespace PKCS11 {
+
+namespace {
+
+// Key sizes in bits (SP 800-78-5, table 9).
+constexpr CK_ULONG kMinRsa = 1024;
+constexpr CK_ULONG kMaxRsa = 4096;
+constexpr CK_ULONG kMinField = 256;
+constexpr CK_ULONG kMaxField = 384;
+
+PIVKeyPair makeKeys(PIVJavaToken& token, unsigned short word, const Blob& certificate)
+{
+    const PIVAlgorithm algorithm = PIVAlgorithm::of(certificate);
+    return {std::make_unique<DesktopPIVPublicKey>(token, word, algorithm),
+            std::make_unique<DesktopPIVPrivateKey>(token, word, algorithm)};
+}
+
+} // namespace
+
+DesktopPIVToken::DesktopPIVToken(PCSCSlot* slot) : PIVJavaToken(slot, makeKeys) {}
+
+void DesktopPIVToken::initMechanismList()
+{
+    mechanisms().add(CKM_RSA_PKCS, kMinRsa, kMaxRsa, CKF_HW | CKF_DECRYPT | CKF_SIGN);
+    mechanisms().add(CKM_RSA_X_509, kMinRsa, kMaxRsa, CKF_HW | CKF_DECRYPT | CKF_SIGN);
+    mechanisms().add(CKM_RSA_PKCS_PSS, kMinRsa, kMaxRsa, CKF_HW | CKF_SIGN);
+    mechanisms().add(CKM_ECDSA, kMinField, kMaxField,
+                     CKF_HW | CKF_SIGN | CKF_EC_F_P | CKF_EC_NAMEDCURVE | CKF_EC_UNCOMPRESS);
+}
+
+} // namespace PKCS11
