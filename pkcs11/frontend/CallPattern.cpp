@@ -181,12 +181,6 @@ void logResults(Arguments results)
     logArguments(results);
 }
 
-void requirePointer(const void* pointer)
-{
-    if (pointer == nullptr)
-        throw PKCS11Exception(CKR_ARGUMENTS_BAD);
-}
-
 CK_RV outcomeOf(Action<CK_RV()> action, Action<void(const PKCS11Exception&)> onFailure)
 {
     try {

@@ -81,9 +81,6 @@ void logArguments(Arguments arguments);
 /// "[result]" and the results; nothing when there are none.
 void logResults(Arguments results);
 
-/// Throws CKR_ARGUMENTS_BAD (7) for null.
-void requirePointer(const void* pointer);
-
 /// What the action returns, or the code of the failure that it throws: that of a PKCS11Exception, which is
 /// logged and passed on, and CKR_FUNCTION_FAILED (6) for every other.
 CK_RV outcomeOf(Action<CK_RV()> action, Action<void(const PKCS11Exception&)> onFailure);

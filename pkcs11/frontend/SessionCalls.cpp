@@ -1,5 +1,6 @@
 #include "pkcs11/frontend/PKCS11Wrapper.h"
 
+#include "pkcs11/core/Arguments.h"
 #include "pkcs11/core/Session.h"
 #include "pkcs11/frontend/CallPattern.h"
 

@@ -1,6 +1,7 @@
 #include "pkcs11/frontend/PKCS11Wrapper.h"
 
 #include "pkcs11/Edition.h"
+#include "pkcs11/core/Arguments.h"
 #include "pkcs11/core/MechanismList.h"
 #include "pkcs11/core/Session.h"
 #include "pkcs11/frontend/CallPattern.h"
