@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds with warnings as errors, checks formatting and clang-tidy, and runs all tests: plain, and under
-# AddressSanitizer and UndefinedBehaviorSanitizer. What was built and checked before is not done again.
+# AddressSanitizer and UndefinedBehaviorSanitizer; those that cross threads under ThreadSanitizer too. What was built and checked before is not done again.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -20,7 +20,7 @@ announce() {
 announce "Formatting"
 git ls-files -z '*.h' '*.cpp' | xargs -0 clang-format-14 --dry-run --Werror
 
-for preset in debug asan; do
+for preset in debug asan tsan; do
     announce "Build and tests: $preset"
     cmake --preset $preset >/dev/null
     cmake --build --preset $preset

@@ -5,22 +5,33 @@
 #include "pkcs11/frontend/FunctionList.h"
 #include "pkcs11/frontend/trace/CallTrace.h"
 #include "pkcs11/frontend/trace/Logger.h"
+#include "pkcs11/pcsc/SlotWaits.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace PKCS11 {
+
+std::atomic<bool> PKCS11Wrapper::s_ended{false};
 
 PKCS11Wrapper::PKCS11Wrapper() = default;
 
 PKCS11Wrapper::~PKCS11Wrapper()
 {
+    s_ended = true;
+    // However often it was initialised.
+    m_initialiseCount = std::min(m_initialiseCount, 1);
     Finalize(nullptr);
+    // A wait that was refused may still write its trace.
+    SlotWaits::awaitEnd();
     if (m_hasLogger)
         Logger::FreeLogger();
 }
 
 CK_RV PKCS11Wrapper::Initialize(void* pInitArgs)
 {
+    if (s_ended)
+        return CKR_CRYPTOKI_NOT_INITIALIZED;
     InitLogger();
     CK_RV rv = CKR_OK;
     const MethodLogger scope("C_Initialize", rv);
@@ -70,13 +81,14 @@ CK_RV PKCS11Wrapper::Finalize(void* /*pReserved*/)
         return logged;
 
     if (m_initialiseCount <= 0) {
+        // First of all, so that waits that begin from now on stay outside.
+        m_initialised = false;
         logged = outcomeOf( // NOLINT(clang-analyzer-deadcode.DeadStores): the scope reads it
             [&] {
                 tearDown();
                 return CKR_OK;
             },
             [](const PKCS11Exception&) {});
-        m_initialised = false;
     }
     // A failed teardown shows in the trace only, on purpose.
     return CKR_OK;
@@ -93,7 +105,8 @@ void PKCS11Wrapper::tearDown()
 CK_RV PKCS11Wrapper::GetFunctionList(CK_FUNCTION_LIST_PTR_PTR ppFunctionList)
 {
     set_function_list(m_functionList);
-    InitLogger();
+    if (!s_ended)
+        InitLogger();
     CK_RV rv = CKR_OK;
     const MethodLogger scope("C_GetFunctionList", rv);
     logArguments({pointer("ppFunctionList", ppFunctionList)});

@@ -5,6 +5,7 @@
 #include "pkcs11/core/SessionList.h"
 #include "pkcs11/pcsc/SlotList.h"
 
+#include <atomic>
 #include <initializer_list>
 #include <memory>
 
@@ -19,8 +20,9 @@ class Action;
 /// The library object: function table, initialised state, slots, sessions and trace, and one method for each
 /// exported function. A method never throws: it traces the call and turns every failure into a CK_RV.
 ///
-/// Nothing here is locked. Calls come from one thread at a time, but for Finalize, which may end a
-/// WaitForSlotEvent that blocks in another.
+/// Nothing here is locked. Calls come from one thread at a time, but for WaitForSlotEvent: any number of
+/// threads may be in it, whatever the others do, and Finalize ends it in all of them. After the destructor,
+/// which other exit functions may still outlive, every call answers CKR_CRYPTOKI_NOT_INITIALIZED (0x190).
 class PKCS11Wrapper : public ReferenceCounter {
 public:
     PKCS11Wrapper();
@@ -186,8 +188,10 @@ private:
     CK_FUNCTION_LIST m_functionList{};
     std::unique_ptr<SessionList> m_sessions;
     bool m_pauseOnRemoval = true;
-    bool m_initialised = false;
+    std::atomic<bool> m_initialised{false};
     int m_initialiseCount = 0;
+    /// Set by the destructor; outlives the object.
+    static std::atomic<bool> s_ended;
 };
 
 } // namespace PKCS11

@@ -5,6 +5,7 @@
 #include "pkcs11/core/MechanismList.h"
 #include "pkcs11/core/Session.h"
 #include "pkcs11/frontend/CallPattern.h"
+#include "pkcs11/pcsc/SlotWaits.h"
 #include "pkcs11/token/Token.h"
 
 namespace PKCS11 {
@@ -163,10 +164,13 @@ CK_RV PKCS11Wrapper::SetPIN(CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldPin,
 
 CK_RV PKCS11Wrapper::WaitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID_PTR pSlot, void* pReserved)
 {
+    // From here to the end, trace included, nothing that this call uses goes away.
+    const SlotWaits::Wait wait;
+    if (s_ended)
+        return CKR_CRYPTOKI_NOT_INITIALIZED;
     return plainCall({"C_WaitForSlotEvent", pSlot}, {number("flags", flags), address("pSlot", pSlot)}, [&] {
-        // When Finalize cancelled the wait, the slot list may be gone by now: nothing below touches it.
         if (!m_slots->waitForSlotEvent(flags, pSlot, pReserved))
-            return CKR_CRYPTOKI_NOT_INITIALIZED;
+            return CKR_CRYPTOKI_NOT_INITIALIZED; // Finalize cancelled it
         logResults({pointee("pSlot", pSlot)});
         return CKR_OK;
     });

@@ -92,12 +92,12 @@ bool PCSCSlot::CreateChannel()
 
 bool PCSCSlot::CloseChannel()
 {
-    if (isConnected()) {
+    if (isConnected() && !m_system->isInherited()) {
         Edition::current().leaveCard(*this);
         const long result = SCardDisconnect(m_card, SCARD_LEAVE_CARD);
-        m_card = 0;
         traceCall("SCardDisconnect", result);
     }
+    m_card = 0;
     return true;
 }
 

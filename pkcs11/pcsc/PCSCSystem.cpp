@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <type_traits>
+#include <unistd.h>
 #include <winscard.h>
 
 namespace PKCS11 {
@@ -25,7 +26,7 @@ constexpr std::size_t kReaderListSize = 4096;
 
 } // namespace
 
-PCSCSystem::PCSCSystem()
+PCSCSystem::PCSCSystem() : m_process(getpid())
 {
     Logger::Log(Logger::kTrace, "initialize PCSCSystem BEGIN");
     try {
@@ -52,12 +53,19 @@ PCSCSystem::PCSCSystem()
 
 PCSCSystem::~PCSCSystem()
 {
+    if (isInherited())
+        return;
     Logger::Log(Logger::kTrace, "........~PCSCSystem begin");
     const long result = SCardReleaseContext(m_context);
     traceCall("SCardReleaseContext", result, Logger::kFailure);
     if (result != SCARD_S_SUCCESS)
         SCardReleaseContext(m_context);
     Logger::Log(Logger::kTrace, "........~PCSCSystem end");
+}
+
+bool PCSCSystem::isInherited() const
+{
+    return m_process != getpid();
 }
 
 std::vector<std::string> PCSCSystem::listReaders() const

@@ -3,6 +3,7 @@
 #include "pkcs11/Cryptoki.h"
 #include "pkcs11/pcsc/PCSCSystem.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -77,8 +78,9 @@ private:
     };
     SessionCounts countSessions() const;
 
-    bool m_eventPending = true;
-    PCSCWord m_readerState = 0;
+    // Several waits may look at a slot at the same time.
+    std::atomic<bool> m_eventPending{true};
+    std::atomic<PCSCWord> m_readerState{0};
     std::unique_ptr<Token> m_token;
     PKCS11Wrapper* m_wrapper;
 };

@@ -2,10 +2,11 @@
 
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/pcsc/SCardCall.h"
-#include "pkcs11/token/ByteOrder.h"
+#include "pkcs11/pcsc/SlotWaits.h"
 
 #include <algorithm>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 #include <winscard.h>
 
@@ -13,8 +14,6 @@ namespace PKCS11 {
 namespace {
 
 constexpr char kWhere[] = "SlotList::waitForSlotEvent";
-/// Pause between two cancels of a wait, in milliseconds.
-constexpr long kCancelInterval = 1;
 
 bool has(DWORD state, DWORD bits)
 {
@@ -80,10 +79,48 @@ struct SlotList::ReaderStates {
     std::vector<SCARD_READERSTATE> states;
 };
 
+/// One wait and its context. Once the wait is abandoned, the list that it came from may be gone.
+class SlotList::WaitContext {
+public:
+    explicit WaitContext(SlotList& list) : m_context(list.m_context.exchange(0))
+    {
+        if (m_context == 0 &&
+            SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &m_context) != SCARD_S_SUCCESS)
+            throw PKCS11Exception(CKR_FUNCTION_FAILED, "Cannot establish PCSC context!", kWhere);
+        m_wait.setContext(m_context);
+    }
+    ~WaitContext() { release(); }
+    WaitContext(const WaitContext&) = delete;
+    WaitContext& operator=(const WaitContext&) = delete;
+
+    /// The PC/SC result.
+    long release()
+    {
+        m_wait.setContext(0);
+        const PCSCContext context = std::exchange(m_context, 0);
+        return context != 0 ? SCardReleaseContext(context) : SCARD_S_SUCCESS;
+    }
+    /// Leaves the context to the next wait.
+    void giveBack(SlotList& list)
+    {
+        PCSCContext none = 0;
+        if (list.m_context.compare_exchange_strong(none, m_context))
+            m_context = 0;
+    }
+    PCSCContext context() const { return m_context; }
+    bool isAbandoned() const { return m_wait.isAbandoned(); }
+
+private:
+    SlotWaits::Wait m_wait;
+    PCSCContext m_context;
+};
+
+SlotList::SlotList() : m_process(getpid()) {}
+
 SlotList::~SlotList()
 {
-    cancelWaiters();
-    releaseWaitContext();
+    if (m_context != 0 && m_process == getpid())
+        SCardReleaseContext(m_context);
     for (CK_SLOT_ID id = 1; id <= highWater(); ++id)
         const std::unique_ptr<Slot> slot(static_cast<Slot*>(delEntry(id)));
 }
@@ -110,49 +147,16 @@ void SlotList::getIDList(CK_BBOOL tokenPresent, CK_SLOT_ID* list, CK_ULONG* coun
         std::copy(found.begin(), found.end(), list);
 }
 
-SlotList::Waiter::Waiter(SlotList& list) : m_list(list)
-{
-    const int process = getpid();
-    if (m_list.m_waitersProcess.exchange(process) != process)
-        m_list.m_waiters = 0;
-    ++m_list.m_waiters;
-}
-
-SlotList::Waiter::~Waiter()
-{
-    // The list may be gone as soon as the count is 0.
-    --m_list.m_waiters;
-}
-
-PCSCContext SlotList::waitContext()
-{
-    PCSCContext context = m_context;
-    if (context == 0) {
-        if (SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &context) != SCARD_S_SUCCESS)
-            throw PKCS11Exception(CKR_FUNCTION_FAILED, "Cannot establish PCSC context!", kWhere);
-        m_context = context;
-    }
-    return context;
-}
-
-long SlotList::releaseWaitContext()
-{
-    const PCSCContext context = m_context.exchange(0);
-    return context != 0 ? SCardReleaseContext(context) : SCARD_S_SUCCESS;
-}
-
 bool SlotList::waitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* /*reserved*/)
 {
-    const Waiter waiter(*this);
     if (highWater() == 0)
         throw PKCS11Exception(CKR_NO_EVENT);
 
-    const PCSCContext context = waitContext();
+    WaitContext wait(*this);
     ReaderStates states(*this);
-    long result = states.getStatusChange(context, 0);
+    long result = states.getStatusChange(wait.context(), 0);
     if (result != SCARD_S_SUCCESS) {
         traceCode(result);
-        releaseWaitContext();
         throw PKCS11Exception(CKR_FUNCTION_FAILED,
                               "SCardGetStatusChange failed with getting initial slot status!", kWhere);
     }
@@ -160,14 +164,13 @@ bool SlotList::waitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* /*reserv
     const bool block = (flags & CKF_DONT_BLOCK) == 0;
     for (;;) {
         // The states still ask for the present state here, so the first call returns at once.
-        result = states.getStatusChange(context, block ? INFINITE : 0);
-        if (result == SCARD_E_CANCELLED) {
+        result = states.getStatusChange(wait.context(), block ? INFINITE : 0);
+        if (result == SCARD_E_CANCELLED || wait.isAbandoned()) {
             Logger::Log(Logger::kTrace, "SCardGetStatusChange was canceled by application, so just return");
-            releaseWaitContext();
             return false;
         }
         if (result != SCARD_S_SUCCESS) {
-            traceCode(releaseWaitContext());
+            traceCode(wait.release());
             throw PKCS11Exception(CKR_FUNCTION_FAILED, "SCardGetStatusChange failed with catching slot event",
                                   kWhere);
         }
@@ -175,11 +178,12 @@ bool SlotList::waitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* /*reserv
         const CK_SLOT_ID event = block ? findEvent(states) : findFlagged(states);
         if (event != 0) {
             *slot = event;
-            releaseWaitContext();
             return true;
         }
-        if (!block)
+        if (!block) {
+            wait.giveBack(*this);
             throw PKCS11Exception(CKR_NO_EVENT);
+        }
     }
 }
 
@@ -230,21 +234,11 @@ CK_SLOT_ID SlotList::findFlagged(const ReaderStates& states)
 
 void SlotList::stopWaitForSlotEvent()
 {
-    const PCSCContext context = m_context;
-    if (context != 0 && SCardCancel(context) == SCARD_S_SUCCESS)
+    const PCSCContext idle = m_process == getpid() ? m_context.load() : 0;
+    const bool cancelledIdle = idle != 0 && SCardCancel(idle) == SCARD_S_SUCCESS;
+    if (SlotWaits::cancel() || cancelledIdle)
         Logger::Log(Logger::kTrace, "SlotList::stopWaitForSlotEvent: C_Finalize SCardCancel() succeed.");
-    cancelWaiters();
-}
-
-/// PC/SC forgets a cancel that comes before the thread blocks, so it is repeated until the thread has left.
-void SlotList::cancelWaiters()
-{
-    while (m_waiters > 0 && m_waitersProcess == getpid()) {
-        const PCSCContext context = m_context;
-        if (context != 0)
-            SCardCancel(context);
-        Sleep(kCancelInterval);
-    }
+    SlotWaits::awaitEnd();
 }
 
 } // namespace PKCS11

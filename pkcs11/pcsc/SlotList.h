@@ -11,7 +11,7 @@ namespace PKCS11 {
 /// The slots of the library under IDs 1 to n, and the wait for slot events. Owns its slots.
 class SlotList : public Table {
 public:
-    SlotList() = default;
+    SlotList();
     ~SlotList() override;
 
     virtual void addSlot(std::unique_ptr<Slot> slot);
@@ -22,38 +22,23 @@ public:
     /// As C_WaitForSlotEvent. Throws CKR_NO_EVENT (8) and CKR_FUNCTION_FAILED (6). Returns false when the
     /// wait was cancelled; *slot is then left alone.
     bool waitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* reserved);
-    /// Cancels a wait that blocks in another thread, and returns when that thread has left the list.
+    /// Cancels the waits of other threads and returns when they have left the list. A wait of this thread,
+    /// which a signal handler has interrupted, does not touch the list again.
     void stopWaitForSlotEvent();
 
 private:
     struct ReaderStates;
+    class WaitContext;
 
-    /// Takes part in the wait from construction to destruction.
-    class Waiter {
-    public:
-        explicit Waiter(SlotList& list);
-        ~Waiter();
-        Waiter(const Waiter&) = delete;
-        Waiter& operator=(const Waiter&) = delete;
-
-    private:
-        SlotList& m_list;
-    };
-
-    PCSCContext waitContext();
-    /// The PC/SC result.
-    long releaseWaitContext();
     void refreshReported(const ReaderStates& states);
     CK_SLOT_ID findEvent(ReaderStates& states) const;
     CK_SLOT_ID findFlagged(const ReaderStates& states);
-    void cancelWaiters();
 
-    /// Context of its own, so that a blocked wait does not hold up the other calls; 0 from every release on.
-    /// A poll that found nothing keeps it.
+    /// Of the last poll that found nothing, for the next wait; 0 when there is none. A wait that finds
+    /// another one under way establishes its own, so that no wait holds up another one or the other calls.
     std::atomic<PCSCContext> m_context{0};
-    std::atomic<int> m_waiters{0};
-    /// The process of the waiters: after a fork their threads do not exist in the child.
-    std::atomic<int> m_waitersProcess{0};
+    /// After a fork the context belongs to the parent alone.
+    const int m_process;
 };
 
 } // namespace PKCS11

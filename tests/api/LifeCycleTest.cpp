@@ -11,7 +11,6 @@
 #include <map>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
 
 namespace {
 
@@ -231,20 +230,6 @@ TEST_F(LifeCycleTest, EscapedExceptionDropsTheOperation)
     EXPECT_EQ(C_SignInit(m_session, &mechanism, key), CKR_OK);
     PKCS11::Logger::SetLogger(new PKCS11::FileLogger(SystemWrapper::s_logPath, 98));
     PKCS11::Logger::SetLoglevel(99);
-}
-
-TEST_F(LifeCycleTest, FinalizeEndsABlockedWait)
-{
-    fakepcsc::addReader("Reader 0");
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
-    CK_SLOT_ID slot = 99;
-    CK_RV result = CKR_OK;
-    std::thread waiter([&] { result = C_WaitForSlotEvent(0, &slot, nullptr); });
-    fakepcsc::awaitBlockedWait();
-    EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
-    waiter.join();
-    EXPECT_EQ(result, CKR_CRYPTOKI_NOT_INITIALIZED);
-    EXPECT_EQ(slot, 99U);
 }
 
 TEST_F(LifeCycleTest, ProcessMayExitWithAnOpenSession)

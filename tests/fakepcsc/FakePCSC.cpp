@@ -7,6 +7,8 @@
 #include <list>
 #include <map>
 #include <mutex>
+#include <sys/eventfd.h>
+#include <unistd.h>
 #include <utility>
 #include <winscard.h>
 
@@ -28,8 +30,11 @@ struct Reader {
         return !attached ? SCARD_STATE_UNKNOWN : card ? SCARD_STATE_PRESENT : SCARD_STATE_EMPTY;
     }
 };
+/// A wait blocks in a descriptor of its own, as with the real service: a signal handler that interrupts it
+/// may call whatever it likes.
 struct Context {
     bool waiting = false, cancelled = false;
+    int wake = -1;
 };
 /// A connected card: `then` is what the reader looked like.
 struct Handle {
@@ -63,11 +68,18 @@ struct Unlocked {
     Unlocked() { mutex.unlock(); }
     ~Unlocked() { mutex.lock(); }
 };
+void wakeAll()
+{
+    changed.notify_all();
+    for (const auto& context : s.contexts)
+        if (context.second.waiting)
+            eventfd_write(context.second.wake, 1);
+}
 template <class Action>
 auto locked(Action action)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    changed.notify_all();
+    wakeAll();
     return action();
 }
 void change(int reader, const std::function<void(Reader&)>& action)
@@ -237,11 +249,12 @@ void replaceAnswer(const Bytes& answer, int nth)
 {
     locked([&] { s.plans.push_back({"answer", 0, answer, nth - 1, 1}); });
 }
-void awaitBlockedWait()
+void awaitBlockedWaits(int count, const std::function<void()>& action)
 {
     std::unique_lock<std::mutex> lock(mutex);
     const auto waits = [](auto& context) { return context.second.waiting; };
-    changed.wait(lock, [&] { return std::any_of(s.contexts.begin(), s.contexts.end(), waits); });
+    changed.wait(lock, [&] { return std::count_if(s.contexts.begin(), s.contexts.end(), waits) >= count; });
+    action();
 }
 int openContexts()
 {
@@ -371,11 +384,14 @@ LONG SCardGetStatusChange(SCARDCONTEXT context, DWORD timeout, SCARD_READERSTATE
         if (timeout == 0)
             return SCARD_E_TIMEOUT;
         // A cancel that came before this is lost, as in the real service.
-        Context& own = s.contexts[context] = {true, false};
-        changed.notify_all();
-        std::unique_lock<std::mutex> lock(mutex, std::adopt_lock);
-        changed.wait(lock, [&] { return own.cancelled || refresh(states, count); });
-        lock.release();
+        Context& own = s.contexts[context] = {true, false, eventfd(0, EFD_CLOEXEC)};
+        wakeAll();
+        while (!own.cancelled && !refresh(states, count)) {
+            const Unlocked unlocked;
+            eventfd_t changes = 0;
+            eventfd_read(own.wake, &changes);
+        }
+        close(own.wake);
         own.waiting = false;
         return own.cancelled ? SCARD_E_CANCELLED : SCARD_S_SUCCESS;
     });
@@ -386,7 +402,7 @@ LONG SCardCancel(SCARDCONTEXT context)
         if (s.contexts.count(context) == 0)
             return SCARD_E_INVALID_HANDLE;
         s.contexts[context].cancelled = true;
-        changed.notify_all();
+        wakeAll();
         return SCARD_S_SUCCESS;
     });
 }

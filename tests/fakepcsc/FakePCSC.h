@@ -54,8 +54,10 @@ void replaceAnswer(const Bytes& answer, int nth = 1);
 /// the name is empty.
 void beforeCall(const std::string& name, int nth, std::function<void()> action);
 
-/// Blocks until a thread waits inside SCardGetStatusChange with a timeout.
-void awaitBlockedWait();
+/// Blocks until that many threads wait inside SCardGetStatusChange with a timeout; none of them goes on
+/// before the action is done.
+void awaitBlockedWaits(
+    int count, const std::function<void()>& action = [] {});
 /// Contexts and card handles that are open now; both 0 when nothing leaked.
 int openContexts();
 int openHandles();

@@ -15,12 +15,10 @@ public:
     {
         static const std::string path = "/proc/self/fd/" + std::to_string(memfd_create("trace", 0));
         SystemWrapper::s_logPath = path.c_str();
-        C_GetFunctionList(nullptr); // opens the trace, if no call did
-        if (!PKCS11::Logger::LogInit()) {
-            // Another test of this process has taken the library's trace away.
-            PKCS11::Logger::SetLogger(new PKCS11::FileLogger(path.c_str(), 98));
-            PKCS11::Logger::SetLoglevel(99);
-        }
+        C_GetFunctionList(nullptr); // the library has its trace and opens none later
+        PKCS11::Logger::FreeLogger();
+        PKCS11::Logger::SetLogger(new PKCS11::FileLogger(path.c_str(), 98));
+        PKCS11::Logger::SetLoglevel(99);
         m_begin = std::ifstream(path, std::ios::ate).tellg();
     }
     /// The lines since then, without their time stamps.

@@ -3,6 +3,7 @@
 #include "pkcs11/PKCS11Exception.h"
 
 #include <cstring>
+#include <unistd.h>
 
 namespace PKCS11 {
 
@@ -15,7 +16,8 @@ constexpr long kNanosecondsPerMillisecond = 1000000;
 
 } // namespace
 
-FileLogger::FileLogger(const char* path, unsigned char options) : m_options(options), m_path(path)
+FileLogger::FileLogger(const char* path, unsigned char options)
+    : m_options(options), m_path(path), m_process(getpid())
 {
     m_file.reset(std::fopen(m_path, has(kAppend) ? "ae" : "we"));
     if (!m_file)
@@ -28,7 +30,7 @@ FileLogger::FileLogger(const char* path, unsigned char options) : m_options(opti
 
 FileLogger::~FileLogger()
 {
-    if (!has(kBanner))
+    if (!has(kBanner) || m_process != getpid())
         return;
     Stamp stamp;
     formatTime(stamp);
@@ -39,7 +41,7 @@ FileLogger::~FileLogger()
 
 void FileLogger::doLog(short level, const char* text)
 {
-    if (level > m_level)
+    if (level > m_level || m_process != getpid())
         return;
     if (!has(kTimePrefix)) {
         writeLine(text);

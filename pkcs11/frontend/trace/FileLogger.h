@@ -12,6 +12,7 @@
 namespace PKCS11 {
 
 /// The trace in a text file, one record a line. Two threads may log at the same time: their lines interleave.
+/// It is the trace of the process that opened it; a forked child writes nothing.
 class FileLogger final : public Logger {
 public:
     enum Option : unsigned char {
@@ -46,9 +47,10 @@ private:
     void formatSeconds(std::time_t second, char* out, std::size_t size) const;
     void writeLine(const char* first, const char* second = "");
 
-    short m_level = kFailure;
+    std::atomic<short> m_level{kFailure};
     unsigned char m_options;
     const char* m_path;
+    const int m_process;
     std::unique_ptr<std::FILE, FileCloser> m_file;
 
     /// Set while a thread uses the text below; another one then formats its own.

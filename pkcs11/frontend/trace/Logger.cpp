@@ -8,14 +8,12 @@
 
 namespace PKCS11 {
 
-Logger* Logger::s_pLogger = nullptr;
+std::atomic<Logger*> Logger::s_pLogger{nullptr};
 
 void Logger::SetLogger(Logger* logger)
 {
-    if (logger == s_pLogger)
-        return;
-    delete s_pLogger;
-    s_pLogger = logger;
+    if (logger != s_pLogger)
+        delete s_pLogger.exchange(logger);
 }
 
 void Logger::FreeLogger()
@@ -25,14 +23,14 @@ void Logger::FreeLogger()
 
 void Logger::SetLoglevel(short level)
 {
-    if (LogInit())
-        s_pLogger->doSetLoglevel(level);
+    if (Logger* installed = logger())
+        installed->doSetLoglevel(level);
 }
 
 void Logger::Log(short level, const char* text)
 {
-    if (LogInit())
-        s_pLogger->doLog(level, text);
+    if (Logger* installed = logger())
+        installed->doLog(level, text);
 }
 
 void Logger::Log(short level, const Blob& data)

@@ -2,6 +2,8 @@
 
 #include "pkcs11/token/Blob.h"
 
+#include <atomic>
+
 namespace PKCS11 {
 
 /// The process-wide trace. One logger is installed at a time; without one every operation here does nothing.
@@ -19,7 +21,7 @@ public:
     virtual void doSetLoglevel(short level) = 0;
 
     /// True when a logger is installed. Callers test it before they format a line.
-    static bool LogInit() noexcept { return s_pLogger != nullptr; }
+    static bool LogInit() noexcept { return logger() != nullptr; }
     /// Deletes the installed logger and installs this one, which it then owns.
     static void SetLogger(Logger* logger);
     static void FreeLogger();
@@ -34,7 +36,9 @@ public:
     static void LogFormat(short level, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 private:
-    static Logger* s_pLogger;
+    static Logger* logger() noexcept { return s_pLogger.load(std::memory_order_acquire); }
+
+    static std::atomic<Logger*> s_pLogger;
 };
 
 } // namespace PKCS11

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "pkcs11/pcsc/PCSCSystem.h"
+
+namespace PKCS11 {
+
+/// The waits for slot events that are under way in this process, whoever began them.
+///
+/// They belong to no library object and no slot list, so that whoever deletes one of these can first see the
+/// waits out. It takes no lock: a signal handler may interrupt a wait anywhere and end the library or the
+/// process.
+class SlotWaits {
+    struct Entry;
+    struct Block;
+
+public:
+    /// Takes part from construction to destruction.
+    class Wait {
+    public:
+        Wait();
+        ~Wait();
+        Wait(const Wait&) = delete;
+        Wait& operator=(const Wait&) = delete;
+
+        /// The PC/SC context that the wait may block in; 0 when it has left it.
+        void setContext(PCSCContext context);
+        /// True when awaitEnd() did not wait for this one: what it waits on may be gone.
+        bool isAbandoned() const;
+
+    private:
+        Entry& m_entry;
+    };
+
+    /// Cancels each wait that may block now. True when PC/SC took one of the cancels.
+    static bool cancel();
+    /// Cancels the waits until all that had begun are over, but for those of the calling thread: a signal
+    /// handler that interrupted its own wait abandons it. Waits that begin meanwhile are not awaited; whoever
+    /// calls this has first put up what they look at before they touch anything.
+    static void awaitEnd();
+
+private:
+    static Entry& claimEntry();
+    static Block s_blocks;
+};
+
+} // namespace PKCS11
