@@ -3,54 +3,16 @@
 #include "pkcs11/PKCS11Exception.h"
 
 #include <algorithm>
-#include <cstdint>
 
 namespace PKCS11 {
 
 namespace {
 
-constexpr unsigned char kLongTag = 0x1F;
-constexpr unsigned char kMoreFollows = 0x80;
 constexpr unsigned char kLongLength = 0x80;
-constexpr int kMaxLengthBytes = 4;
 
-/// A length field: its value, or the indefinite form, and the position behind it.
-struct Length {
-    std::uint32_t value = 0;
-    bool definite = true;
-    int end = 0;
-};
-
-Length readLength(const Blob& in, int pos)
+bool endOfContents(const ByteReader& reader)
 {
-    const unsigned char first = in.at(pos++);
-    if (first < kLongLength)
-        return {first, true, pos};
-    if (first == kLongLength)
-        return {0, false, pos};
-    const int count = first & 0x7F;
-    if (count > kMaxLengthBytes)
-        throw PKCS11Exception(CKR_DATA_INVALID);
-    std::uint32_t value = 0;
-    for (int i = 0; i < count; ++i)
-        value = value << 8 | in.at(pos++);
-    return {value, value != 0xFFFFFFFFU, pos};
-}
-
-bool endOfContents(const Blob& in, int pos)
-{
-    return in.at(pos) == 0 && in.at(pos + 1) == 0;
-}
-
-/// Length bytes that follow the first one.
-int extraLengthBytes(int length)
-{
-    if (length < kLongLength)
-        return 0;
-    int count = 0;
-    for (auto rest = static_cast<unsigned int>(length); rest != 0; rest >>= 8)
-        ++count;
-    return count;
+    return reader.peek(0) == 0 && reader.peek(1) == 0;
 }
 
 void checkIndex(int i)
@@ -136,28 +98,33 @@ void BERCoder::eraseComponent(int i)
 int BERCoder::import(const Blob& in, int pos)
 {
     require(!in.empty());
-    return importNode(in, pos, 0);
+    ByteReader reader(in, pos);
+    importNode(reader, 0);
+    return reader.position();
 }
 
-int BERCoder::importNode(const Blob& in, int pos, int depth)
+void BERCoder::importNode(ByteReader& reader, int depth)
 {
-    setTag(GetMultiTagFromBlob(in, pos));
-    const Length length = readLength(in, pos);
-    m_sizeDefinable = length.definite;
-    pos = length.end;
-    return m_tag.IsConstructed() ? importComponents(in, pos, length.definite, length.value, depth)
-                                 : importValue(in, pos, length.definite, length.value);
+    setTag(reader.tag());
+    const std::optional<std::uint32_t> length = reader.length();
+    m_sizeDefinable = length.has_value();
+    if (m_tag.IsConstructed())
+        importComponents(reader, length, depth);
+    else
+        importValue(reader, length);
+    if (!length)
+        reader.skip(2);
 }
 
-int BERCoder::importComponents(const Blob& in, int pos, bool definite, std::uint32_t length, int depth)
+void BERCoder::importComponents(ByteReader& reader, std::optional<std::uint32_t> length, int depth)
 {
     m_components.clear();
     require(depth < kMaxNesting);
-    const std::int64_t end = std::int64_t{pos} + length;
-    while (definite ? pos < end : !endOfContents(in, pos)) {
+    const std::int64_t end = std::int64_t{reader.position()} + length.value_or(0);
+    while (length ? reader.position() < end : !endOfContents(reader)) {
         m_components.emplace_back();
         try {
-            pos = m_components.back().importNode(in, pos, depth + 1);
+            m_components.back().importNode(reader, depth + 1);
         } catch (const PKCS11Exception&) {
             // What was decoded before the break stays.
             if (m_components.back().getSize() == 0)
@@ -165,22 +132,18 @@ int BERCoder::importComponents(const Blob& in, int pos, bool definite, std::uint
             throw;
         }
     }
-    return definite ? pos : pos + 2;
 }
 
-int BERCoder::importValue(const Blob& in, int pos, bool definite, std::uint32_t length)
+void BERCoder::importValue(ByteReader& reader, std::optional<std::uint32_t> length)
 {
     m_value.clear();
-    if (definite) {
-        require(length <= static_cast<std::uint32_t>(in.size() - pos));
-        m_value = in.slice(pos, static_cast<int>(length));
-        return pos + static_cast<int>(length);
+    if (length) {
+        require(*length <= static_cast<std::uint32_t>(reader.left()));
+        m_value = reader.take(static_cast<int>(*length));
+        return;
     }
-    int end = pos;
-    while (!endOfContents(in, end))
-        ++end;
-    m_value = in.slice(pos, end - pos);
-    return end + 2;
+    while (!endOfContents(reader))
+        m_value.push_back(reader.byte());
 }
 
 int BERCoder::getInnerSize() const
@@ -196,17 +159,14 @@ int BERCoder::getInnerSize() const
 int BERCoder::getEncodeSize() const
 {
     const int inner = getInnerSize();
-    return m_tag.size() + 1 + extraLengthBytes(inner) + inner;
+    return m_tag.size() + encodedLength(inner).size() + inner;
 }
 
 int BERCoder::exportToMem(unsigned char* out) const
 {
     unsigned char* next = std::copy(m_tag.begin(), m_tag.end(), out);
-    const int inner = getInnerSize();
-    const int extra = extraLengthBytes(inner);
-    *next++ = static_cast<unsigned char>(extra == 0 ? inner : kLongLength | extra);
-    for (int shift = 8 * (extra - 1); shift >= 0; shift -= 8)
-        *next++ = static_cast<unsigned char>(static_cast<unsigned int>(inner) >> shift);
+    const Blob length = encodedLength(getInnerSize());
+    next = std::copy(length.begin(), length.end(), next);
     if (m_tag.IsConstructed()) {
         for (const BERCoder& node : m_components)
             next += node.exportToMem(next);
@@ -225,13 +185,21 @@ void BERCoder::Export(Blob& out) const
 
 MultiTag BERCoder::GetMultiTagFromBlob(const Blob& in, int& pos)
 {
-    const int first = pos;
-    if ((in.at(pos++) & kLongTag) == kLongTag) {
-        do
-            require(pos < in.size());
-        while ((in[pos++] & kMoreFollows) != 0);
-    }
-    return MultiTag(in.slice(first, pos - first));
+    ByteReader reader(in, pos);
+    MultiTag tag = reader.tag();
+    pos = reader.position();
+    return tag;
+}
+
+Blob BERCoder::encodedLength(int length)
+{
+    if (length < kLongLength)
+        return {1, static_cast<unsigned char>(length)};
+    Blob bytes;
+    for (auto rest = static_cast<unsigned int>(length); rest != 0; rest >>= 8)
+        bytes.insert(bytes.begin(), static_cast<unsigned char>(rest));
+    bytes.insert(bytes.begin(), static_cast<unsigned char>(kLongLength | bytes.size()));
+    return bytes;
 }
 
 } // namespace PKCS11

@@ -1,9 +1,7 @@
 #pragma once
 
-#include "pkcs11/token/Blob.h"
-#include "pkcs11/token/MultiTag.h"
+#include "pkcs11/token/ByteReader.h"
 
-#include <cstdint>
 #include <vector>
 
 namespace PKCS11 {
@@ -68,11 +66,13 @@ public:
 
     /// Reads the tag at pos and moves pos behind it. Throws CKR_DATA_INVALID for a malformed or cut tag.
     static MultiTag GetMultiTagFromBlob(const Blob& in, int& pos);
+    /// The minimal definite length field.
+    static Blob encodedLength(int length);
 
 private:
-    int importNode(const Blob& in, int pos, int depth);
-    int importComponents(const Blob& in, int pos, bool definite, std::uint32_t length, int depth);
-    int importValue(const Blob& in, int pos, bool definite, std::uint32_t length);
+    void importNode(ByteReader& reader, int depth);
+    void importComponents(ByteReader& reader, std::optional<std::uint32_t> length, int depth);
+    void importValue(ByteReader& reader, std::optional<std::uint32_t> length);
 
     MultiTag m_tag;
     Blob m_value;

@@ -1,14 +1,28 @@
 #pragma once
 
-#include "pkcs11/token/Blob.h"
+#include "pkcs11/token/MultiTag.h"
+
+#include <cstdint>
+#include <optional>
 
 namespace PKCS11 {
 
+/// A TLV element (X.690) that is not looked into.
+struct TlvElement {
+    MultiTag tag;
+    Blob value;
+    /// The element as it stands, tag and length included.
+    Blob encoded;
+};
+
 /// A bounded look at bytes that someone else owns: every step is checked, nothing is copied until taken. The
 /// bytes must outlive the reader.
+///
+/// For fields of fixed size and for elements that are cut out whole, be they BER inside or not. BERCoder
+/// stands on it and decodes whole trees; asn1_read_tag and asn1_find_tag look at DER in plain memory.
 class ByteReader {
 public:
-    explicit ByteReader(const Blob& bytes) : m_bytes(bytes) {}
+    explicit ByteReader(const Blob& bytes, int position = 0) : m_bytes(bytes), m_position(position) {}
 
     int position() const { return m_position; }
     int left() const { return m_bytes.size() - m_position; }
@@ -32,9 +46,17 @@ public:
     /// All that is left.
     Blob rest() { return take(left()); }
 
+    /// The bytes of a tag. Throws CKR_DATA_INVALID (0x20) where the input ends within it.
+    MultiTag tag();
+    /// A length field; nothing for the indefinite form, as which FFFFFFFF counts too. Throws CKR_DATA_INVALID
+    /// for more than 4 bytes.
+    std::optional<std::uint32_t> length();
+    /// The next element of definite length; nothing, and no step, where none stands whole.
+    std::optional<TlvElement> element();
+
 private:
     const Blob& m_bytes;
-    int m_position = 0;
+    int m_position;
 };
 
 } // namespace PKCS11

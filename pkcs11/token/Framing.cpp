@@ -16,7 +16,6 @@ namespace PKCS11 {
 
 namespace {
 
-constexpr int kOctetString = 0x04;
 constexpr int kMaxExtendedData = 0xFFFF;
 constexpr std::array<unsigned char, 8> kMACKey = {0x5A, 0x17, 0xC3, 0xE0, 0x8B, 0x4D, 0x2F, 0x96};
 
@@ -49,14 +48,8 @@ int wholeTLVSize(const Blob& in, int pos)
 
 Blob MakeBERCoded(int tag, const Blob& value)
 {
-    // The value of a constructed tag stands here encoded already, so it is framed as an OCTET STRING and gets
-    // its tag after that.
-    Blob framed;
-    BERCoder(kOctetString, value).Export(framed);
-    const MultiTag bytes(tag);
-    Blob result(bytes.begin(), bytes.end());
-    result.insert(result.end(), framed.begin() + 1, framed.end());
-    return result;
+    Blob result = MultiTag(tag);
+    return std::move(result.append(BERCoder::encodedLength(value.size())).append(value));
 }
 
 Blob MakeTLVCoded(const Blob& in)

@@ -65,16 +65,11 @@ bool contains(const Blob& label, const char* word)
 /// What the answer to GET DATA holds under 70, BF A0 0n.
 Blob cutPublicKey(const Blob& answer, unsigned char number)
 {
-    ByteReader reader(answer);
-    if (reader.byte() != 0x70)
+    const auto object = ByteReader(answer).element();
+    if (!object || object->tag != 0x70)
         return {};
-    readBERLength(reader);
-    for (const unsigned char tagByte :
-         {static_cast<unsigned char>(0xBF), static_cast<unsigned char>(0xA0), number}) {
-        if (reader.byte() != tagByte)
-            return {};
-    }
-    return reader.take(readBERLength(reader));
+    const auto key = ByteReader(object->value).element();
+    return key && key->tag == (0xBFA000 | number) ? key->value : Blob();
 }
 
 } // namespace

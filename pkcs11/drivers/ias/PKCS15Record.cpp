@@ -8,28 +8,6 @@
 
 namespace PKCS11 {
 
-namespace {
-
-constexpr unsigned char kIndefiniteLength = 0x80;
-constexpr int kMaxLengthBytes = 4;
-
-/// The position behind the element that starts at pos.
-int endOfElement(const Blob& content, int pos)
-{
-    int end = pos;
-    BERCoder::GetMultiTagFromBlob(content, end);
-    // Only decoding finds the end of an indefinite length.
-    if (content.at(end) == kIndefiniteLength)
-        return BERCoder().import(content, pos);
-    ByteReader reader(content);
-    reader.skip(end);
-    const int length = readBERLength(reader);
-    reader.skip(length);
-    return reader.position();
-}
-
-} // namespace
-
 void PKCS15Record::Import(const Blob& encoded)
 {
     BERCoder node;
@@ -101,33 +79,21 @@ void requireSequence(const BERCoder& node, const char* text)
         throw text;
 }
 
-int readBERLength(ByteReader& reader)
-{
-    const int first = reader.byte();
-    if (first <= kIndefiniteLength)
-        return first & 0x7F;
-    const int count = first & 0x7F;
-    std::int64_t length = count > kMaxLengthBytes ? std::numeric_limits<std::int64_t>::max() : 0;
-    for (int i = 0; i < count && count <= kMaxLengthBytes; ++i)
-        length = length << 8 | reader.byte();
-    if (length > reader.left())
-        throw PKCS11Exception(CKR_DATA_INVALID);
-    return static_cast<int>(length);
-}
-
 std::vector<Blob> splitElements(const Blob& content)
 {
     std::vector<Blob> elements;
-    int pos = 0;
+    ByteReader reader(content);
     try {
-        while (pos < content.size()) {
-            if (content[pos] == 0x00 || content[pos] == 0xFF) {
-                ++pos;
-                continue;
+        while (reader.left() > 0) {
+            if (reader.peek() == 0x00 || reader.peek() == 0xFF) {
+                reader.skip(1);
+            } else if (auto element = reader.element()) {
+                elements.push_back(std::move(element->encoded));
+            } else {
+                // Only decoding finds the end of an indefinite length.
+                const int end = BERCoder().import(content, reader.position());
+                elements.push_back(reader.take(end - reader.position()));
             }
-            const int end = endOfElement(content, pos);
-            elements.push_back(content.slice(pos, end - pos));
-            pos = end;
         }
     } catch (const PKCS11Exception&) {
         // The file breaks off here.

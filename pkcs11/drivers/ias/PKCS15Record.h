@@ -3,7 +3,6 @@
 #pragma once
 
 #include "pkcs11/token/BERCoder.h"
-#include "pkcs11/token/ByteReader.h"
 
 #include <vector>
 
@@ -105,10 +104,6 @@ BERCoder sequenceOf(const Record& record, const PKCS15Element<Record> (&elements
     }
     return sequence;
 }
-
-/// Reads a BER length; 80 counts as 0. Throws CKR_BUFFER_TOO_SMALL (0x150) at the end of the input and
-/// CKR_DATA_INVALID (0x20) for more than the input can hold.
-int readBERLength(ByteReader& reader);
 
 /// The TLV elements that follow one another in a file. Padding between and behind them (00 and FF bytes) is
 /// left out; the first element that is not whole ends the list.

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
-#include <optional>
 #include <zlib.h>
 
 namespace PKCS11 {
@@ -59,42 +58,6 @@ Blob cutByHand(const Blob& answer)
         length = static_cast<std::int16_t>(count);
     }
     return reader.take(std::clamp(length, 0, reader.left()));
-}
-
-struct Element {
-    int tag = 0;
-    Blob value;
-    /// The element as it stands, tag and length included.
-    Blob encoded;
-};
-
-/// The next whole element with a tag of one or two bytes. BERCoder would take the certificate apart, and a
-/// compressed one is no BER.
-std::optional<Element> nextElement(ByteReader& reader, const Blob& container)
-{
-    const int start = reader.position();
-    if (!reader.has(2))
-        return {};
-    Element element;
-    element.tag = reader.byte();
-    if ((element.tag & 0x1F) == 0x1F)
-        element.tag = element.tag << 8 | reader.byte();
-    if (!reader.has(1))
-        return {};
-    int length = reader.byte();
-    if (length >= 0x80) {
-        const int lengthBytes = length & 0x7F;
-        if (lengthBytes < 1 || lengthBytes > 3 || !reader.has(lengthBytes))
-            return {};
-        length = 0;
-        for (int i = 0; i < lengthBytes; ++i)
-            length = length << 8 | reader.byte();
-    }
-    if (!reader.has(length))
-        return {};
-    element.value = reader.take(length);
-    element.encoded = container.slice(start, reader.position() - start);
-    return element;
 }
 
 void readTemplate(const Blob& encoded, PIVPublicInfo& info)
@@ -195,8 +158,9 @@ PIVPublicInfo readPublicInfo(const Blob& container)
     PIVPublicInfo info;
     if (container.size() < 2 || container[0] != kCertificate || container[1] == 0)
         return info;
+    // BERCoder would take the certificate apart, and a compressed one is no BER.
     ByteReader reader(container);
-    while (const auto element = nextElement(reader, container)) {
+    while (const auto element = reader.element()) {
         if (element->tag == kCertificate && info.certificate.empty())
             info.certificate = element->value;
         else if (element->tag == kPublicKey)
