@@ -125,6 +125,8 @@ public:
 
 private:
     int fetchAnswer(unsigned char le, char* resp, int* respLen);
+    /// Appends answers as long as the status announces more, and returns the last status.
+    int collect(int sw, Blob& data);
     /// Selects the applications in turn, then the two PKCS#15 files below the last; false when one is
     /// missing.
     bool selectsPKCS15(const std::vector<Blob>& applications);

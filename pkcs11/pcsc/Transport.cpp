@@ -92,21 +92,6 @@ const char* chars(const Blob& bytes)
     return reinterpret_cast<const char*>(bytes.data());
 }
 
-/// Appends answers as long as the status announces more, and returns the last status.
-template <class FetchAnswer>
-int collect(int sw, Blob& data, FetchAnswer fetchAnswer)
-{
-    while (hasMoreData(sw) && data.size() < kChainLimit) {
-        WipedBuffer<kAnswerSize> answer;
-        int length = 0;
-        sw = fetchAnswer(sw2(sw), answer.bytes.data(), &length);
-        if (length == 0)
-            break;
-        data.insert(data.end(), answer.bytes.data(), answer.bytes.data() + length);
-    }
-    return sw;
-}
-
 } // namespace
 
 int PCSCSlot::SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLen)
@@ -198,12 +183,22 @@ int PCSCSlot::SendCmd(const Blob& cmd)
     return SendCmd(cmd, discarded);
 }
 
+int PCSCSlot::collect(int sw, Blob& data)
+{
+    while (hasMoreData(sw) && data.size() < kChainLimit) {
+        WipedBuffer<kAnswerSize> answer;
+        int length = 0;
+        sw = fetchAnswer(sw2(sw), answer.bytes.data(), &length);
+        if (length == 0)
+            break;
+        data.insert(data.end(), answer.bytes.data(), answer.bytes.data() + length);
+    }
+    return sw;
+}
+
 int PCSCSlot::SendCmdChained(const Blob& cmd, Blob& resp)
 {
-    const int sw = SendCmd(cmd, resp);
-    return collect(sw, resp, [this](unsigned char le, char* answer, int* length) {
-        return fetchAnswer(le, answer, length);
-    });
+    return collect(SendCmd(cmd, resp), resp);
 }
 
 int PCSCSlot::Send(const Blob& header, const Blob& data, unsigned char le, Blob& resp)
@@ -231,9 +226,7 @@ Blob PCSCSlot::SendCard(const Blob& header, const Blob& data)
     // Without the rule for a wrong Le: the command has none.
     const int sw = SendCmdIntern(chars(command), command.size(), answer.bytes.data(), &length);
     Blob result(answer.bytes.data(), answer.bytes.data() + length);
-    collect(sw, result, [this](unsigned char le, char* more, int* moreLength) {
-        return fetchAnswer(le, more, moreLength);
-    });
+    collect(sw, result);
     return result;
 }
 
