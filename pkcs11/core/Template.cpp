@@ -61,7 +61,8 @@ bool findAttributeValue(CK_ATTRIBUTE_TYPE type, const CK_ATTRIBUTE* attributes, 
 bool findObjectClass(const CK_ATTRIBUTE* attributes, CK_ULONG count, CK_OBJECT_CLASS& objectClass)
 {
     const CK_ATTRIBUTE* found = findAttribute(CKA_CLASS, attributes, count);
-    if (found == nullptr || found->pValue == nullptr || found->ulValueLen < sizeof objectClass)
+    if (found == nullptr || found->pValue == nullptr || found->ulValueLen < sizeof objectClass ||
+        found->ulValueLen == CK_UNAVAILABLE_INFORMATION)
         return false;
     std::memcpy(&objectClass, found->pValue, sizeof objectClass);
     return true;

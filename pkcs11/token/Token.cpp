@@ -2,10 +2,10 @@
 
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/core/Mechanism.h"
+#include "pkcs11/core/Template.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace PKCS11 {
 namespace {
@@ -119,16 +119,9 @@ Object* Token::getObject(CK_OBJECT_HANDLE handle)
 
 std::unique_ptr<Object> Token::createObject(CK_ATTRIBUTE* attributes, CK_ULONG count)
 {
-    const CK_ATTRIBUTE* const end = attributes != nullptr ? attributes + count : attributes;
-    const CK_ATTRIBUTE* const found =
-        std::find_if(static_cast<const CK_ATTRIBUTE*>(attributes), end,
-                     [](const CK_ATTRIBUTE& attribute) { return attribute.type == CKA_CLASS; });
-    if (found == end || found->pValue == nullptr || found->ulValueLen < sizeof(CK_OBJECT_CLASS) ||
-        found->ulValueLen == CK_UNAVAILABLE_INFORMATION)
-        throw PKCS11Exception(CKR_ATTRIBUTE_VALUE_INVALID);
-
     CK_OBJECT_CLASS objectClass = 0;
-    std::memcpy(&objectClass, found->pValue, sizeof objectClass);
+    if (!findObjectClass(attributes, count, objectClass))
+        throw PKCS11Exception(CKR_ATTRIBUTE_VALUE_INVALID);
     switch (objectClass) {
     case CKO_DATA:
         return createData(attributes, count);
