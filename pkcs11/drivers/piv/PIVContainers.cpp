@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <iterator>
 #include <zlib.h>
 
 namespace PKCS11 {
@@ -24,18 +23,6 @@ constexpr int kKeyReference = 0x83;
 constexpr int kMaxUnpacked = 64 * 1024;
 
 constexpr unsigned char kRSA1024 = 0x06;
-/// RSA 1024 and 2048, ECC P-256 and P-384 (SP 800-78-4, table 6-2).
-constexpr unsigned char kAlgorithms[] = {kRSA1024, 0x07, 0x11, 0x14};
-
-unsigned char highByte(unsigned short word)
-{
-    return static_cast<unsigned char>(word >> 8);
-}
-
-unsigned char lowByte(unsigned short word)
-{
-    return static_cast<unsigned char>(word & 0xFF);
-}
 
 /// For the answers that BER decoding refuses, those under the constructed tag 7E among them.
 Blob cutByHand(const Blob& answer)
@@ -60,21 +47,14 @@ Blob cutByHand(const Blob& answer)
     return reader.take(std::clamp(length, 0, reader.left()));
 }
 
-void readTemplate(const Blob& encoded, PIVPublicInfo& info)
+void readTemplate(const Blob& names, PIVPublicInfo& info)
 {
-    try {
-        BERCoder node;
-        node.import(encoded, 0);
-        for (int i = 0; i < node.getSize(); ++i) {
-            const BERCoder& part = node.component(i);
-            if (part.getTag() == kLabel)
-                info.label = part.getValue();
-            else if (part.getTag() == kKeyReference)
-                info.id = part.getValue();
-        }
-    } catch (const PKCS11Exception&) {
-        // A template that cannot be read names nothing.
-        return;
+    ByteReader reader(names);
+    while (const auto part = reader.element()) {
+        if (part->tag == kLabel)
+            info.label = part->value;
+        else if (part->tag == kKeyReference)
+            info.id = part->value;
     }
 }
 
@@ -120,24 +100,6 @@ Blob getKeyID(unsigned short word)
     return PKCS11_short2blob(word);
 }
 
-Blob getPIVKeyLabel(unsigned short word)
-{
-    const bool known =
-        std::find(std::begin(kAlgorithms), std::end(kAlgorithms), lowByte(word)) != std::end(kAlgorithms);
-    for (const PIVContainer& container : kPIVContainers)
-        if (known && container.keyReference == highByte(word))
-            return Blob(container.keyLabel);
-    return Blob("RSA Key");
-}
-
-Blob getPIVCertificateLabel(unsigned char tag)
-{
-    for (const PIVContainer& container : kPIVContainers)
-        if (container.tag == tag)
-            return Blob(container.certificateLabel);
-    return Blob("User Certificate");
-}
-
 Blob cutContainer(const Blob& answer)
 {
     if (answer.empty())
@@ -164,7 +126,7 @@ PIVPublicInfo readPublicInfo(const Blob& container)
         if (element->tag == kCertificate && info.certificate.empty())
             info.certificate = element->value;
         else if (element->tag == kPublicKey)
-            readTemplate(element->encoded, info);
+            readTemplate(element->value, info);
         // Certificate information (71), error detection code (FE) and whatever else stands there is dropped:
         // cards differ in how the information tells of compression.
     }

@@ -27,10 +27,6 @@ constexpr PIVContainer kPIVContainers[] = {
 unsigned short getKeyRef(unsigned char tag, int modulusBits);
 /// The two bytes of the word.
 Blob getKeyID(unsigned short word);
-/// "RSA Key" for a word that names no key of the table with an algorithm of PIV.
-Blob getPIVKeyLabel(unsigned short word);
-/// "User Certificate" for a byte that is no container tag.
-Blob getPIVCertificateLabel(unsigned char tag);
 
 /// The content of the answer to GET DATA: the value under tag 53 or 7E. Empty for any other answer. A value
 /// that BER decoding refuses is cut out by hand, at most as much as there is.

@@ -12,6 +12,9 @@
 #include "pkcs11/token/ASN1.h"
 #include "pkcs11/token/Hex.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace PKCS11 {
 
 namespace {
@@ -29,6 +32,9 @@ constexpr char kVerifyPuk[] = "00200081";
 constexpr char kChangePin[] = "00240080";
 constexpr char kChangePuk[] = "00240081";
 constexpr char kResetSecurity[] = "80A3000000";
+
+/// RSA 1024 and 2048, ECC P-256 and P-384 (SP 800-78-4, table 6-2).
+constexpr unsigned char kAlgorithms[] = {0x06, 0x07, 0x11, 0x14};
 
 constexpr int kPinWidth = 8;
 constexpr unsigned char kPinFill = 0xFF;
@@ -176,12 +182,22 @@ void PIVJavaToken::initMechanismList()
 
 Blob PIVJavaToken::getCertLabel(unsigned char tag)
 {
-    return getPIVCertificateLabel(tag);
+    for (const PIVContainer& container : kPIVContainers) {
+        if (container.tag == tag)
+            return Blob(container.certificateLabel);
+    }
+    return Blob("User Certificate");
 }
 
 Blob PIVJavaToken::getKeyLabel(unsigned short word)
 {
-    return getPIVKeyLabel(word);
+    const bool isKnown =
+        std::find(std::begin(kAlgorithms), std::end(kAlgorithms), word & 0xFF) != std::end(kAlgorithms);
+    for (const PIVContainer& container : kPIVContainers) {
+        if (isKnown && container.keyReference == word >> 8)
+            return Blob(container.keyLabel);
+    }
+    return Blob("RSA Key");
 }
 
 Blob PIVJavaToken::GeneralAuth(unsigned short word, const Blob& data)

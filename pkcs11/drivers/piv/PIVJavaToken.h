@@ -38,9 +38,10 @@ public:
     Blob getSerialNumber() override { return m_info.getSerialNumber(); }
     void initMechanismList() override;
 
-    /// Label of a certificate from a container's tag byte.
+    /// Label of a certificate from a container's tag byte; "User Certificate" for any other byte.
     virtual Blob getCertLabel(unsigned char tag);
-    /// Label of a key from its key reference word.
+    /// Label of a key from its key reference word; "RSA Key" for a word that names no key of the table with
+    /// an algorithm of PIV.
     virtual Blob getKeyLabel(unsigned short word);
 
     /// SELECT by name. Throws CKR_DEVICE_ERROR.
