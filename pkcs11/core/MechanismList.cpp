@@ -13,11 +13,11 @@ MechanismList::~MechanismList()
     }
 }
 
-void MechanismList::add(CK_MECHANISM_TYPE type, CK_ULONG minKeySize, CK_ULONG maxKeySize, CK_FLAGS flags)
+void MechanismList::add(const MechanismInfo& info)
 {
-    auto info = std::make_unique<MechanismInfo>(type, maxKeySize, minKeySize, flags);
-    putEntry(info.get());
-    static_cast<void>(info.release()); // the table holds it now
+    auto entry = std::make_unique<MechanismInfo>(info);
+    putEntry(entry.get());
+    static_cast<void>(entry.release()); // the table holds it now
 }
 
 MechanismInfo* MechanismList::getMechanism(const CK_MECHANISM* mechanism)

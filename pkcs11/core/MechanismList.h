@@ -11,8 +11,7 @@ public:
     MechanismList() = default;
     ~MechanismList() override;
 
-    /// Key sizes in bits.
-    void add(CK_MECHANISM_TYPE type, CK_ULONG minKeySize, CK_ULONG maxKeySize, CK_FLAGS flags);
+    void add(const MechanismInfo& info);
 
     /// The first entry of the type; throws CKR_MECHANISM_INVALID (0x70) when there is none, and
     /// CKR_ARGUMENTS_BAD for a null mechanism.

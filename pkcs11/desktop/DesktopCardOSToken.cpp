@@ -6,7 +6,7 @@ void DesktopCardOSToken::initMechanismList()
 {
     CardOSToken::initMechanismList();
     const CK_MECHANISM_INFO raw = mechanisms().getMechanism(CKM_RSA_X_509)->getInfo();
-    mechanisms().add(CKM_RSA_PKCS_PSS, raw.ulMinKeySize, raw.ulMaxKeySize, CKF_HW | CKF_SIGN);
+    mechanisms().add({CKM_RSA_PKCS_PSS, raw.ulMaxKeySize, raw.ulMinKeySize, CKF_HW | CKF_SIGN});
 }
 
 } // namespace PKCS11

@@ -25,11 +25,11 @@ DesktopPIVToken::DesktopPIVToken(PCSCSlot* slot) : PIVJavaToken(slot, makeKeys) 
 
 void DesktopPIVToken::initMechanismList()
 {
-    mechanisms().add(CKM_RSA_PKCS, kMinRsa, kMaxRsa, CKF_HW | CKF_DECRYPT | CKF_SIGN);
-    mechanisms().add(CKM_RSA_X_509, kMinRsa, kMaxRsa, CKF_HW | CKF_DECRYPT | CKF_SIGN);
-    mechanisms().add(CKM_RSA_PKCS_PSS, kMinRsa, kMaxRsa, CKF_HW | CKF_SIGN);
-    mechanisms().add(CKM_ECDSA, kMinField, kMaxField,
-                     CKF_HW | CKF_SIGN | CKF_EC_F_P | CKF_EC_NAMEDCURVE | CKF_EC_UNCOMPRESS);
+    mechanisms().add({CKM_RSA_PKCS, kMaxRsa, kMinRsa, CKF_HW | CKF_DECRYPT | CKF_SIGN});
+    mechanisms().add({CKM_RSA_X_509, kMaxRsa, kMinRsa, CKF_HW | CKF_DECRYPT | CKF_SIGN});
+    mechanisms().add({CKM_RSA_PKCS_PSS, kMaxRsa, kMinRsa, CKF_HW | CKF_SIGN});
+    mechanisms().add({CKM_ECDSA, kMaxField, kMinField,
+                      CKF_HW | CKF_SIGN | CKF_EC_F_P | CKF_EC_NAMEDCURVE | CKF_EC_UNCOMPRESS});
 }
 
 } // namespace PKCS11

@@ -98,7 +98,7 @@ Blob AcosTRUSTToken::getSerialNumber()
 
 void AcosTRUSTToken::initMechanismList()
 {
-    mechanisms().add(CKM_RSA_PKCS, kKeySize, kKeySize, CKF_HW | CKF_ENCRYPT | CKF_DECRYPT | CKF_SIGN);
+    mechanisms().add({CKM_RSA_PKCS, kKeySize, kKeySize, CKF_HW | CKF_ENCRYPT | CKF_DECRYPT | CKF_SIGN});
 }
 
 void AcosTRUSTToken::SelectDF_DECAppl()

@@ -170,8 +170,8 @@ void CardOSToken::initMechanismList()
     constexpr CK_ULONG minSize = 512;
     constexpr CK_FLAGS flags = CKF_HW | CKF_ENCRYPT | CKF_DECRYPT | CKF_SIGN | CKF_VERIFY;
     const CK_ULONG maxSize = isV50() ? 4096 : Is_RSA2048loaded() ? 2048 : 1024;
-    mechanisms().add(CKM_RSA_PKCS, minSize, maxSize, flags);
-    mechanisms().add(CKM_RSA_X_509, minSize, maxSize, flags);
+    mechanisms().add({CKM_RSA_PKCS, maxSize, minSize, flags});
+    mechanisms().add({CKM_RSA_X_509, maxSize, minSize, flags});
 }
 
 bool CardOSToken::Is_RSA2048loaded()

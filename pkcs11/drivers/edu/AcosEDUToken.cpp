@@ -108,7 +108,7 @@ Blob AcosEDUToken::getID()
 
 void AcosEDUToken::initMechanismList()
 {
-    mechanisms().add(CKM_RSA_PKCS, kMinKeySize, kMaxKeySize, CKF_HW | CKF_DECRYPT | CKF_SIGN);
+    mechanisms().add({CKM_RSA_PKCS, kMaxKeySize, kMinKeySize, CKF_HW | CKF_DECRYPT | CKF_SIGN});
 }
 
 int AcosEDUToken::selectFile(unsigned short fid)

@@ -164,7 +164,7 @@ void IASToken::takePinRules(const PKCS15PinAttributes& attributes)
 
 void IASToken::initMechanismList()
 {
-    mechanisms().add(CKM_RSA_PKCS, 512, 2048, CKF_HW | CKF_ENCRYPT | CKF_DECRYPT | CKF_SIGN | CKF_VERIFY);
+    mechanisms().add({CKM_RSA_PKCS, 2048, 512, CKF_HW | CKF_ENCRYPT | CKF_DECRYPT | CKF_SIGN | CKF_VERIFY});
 }
 
 // --- Files ---------------------------------------------------------------------------------------

@@ -176,8 +176,8 @@ void PIVJavaToken::addContainer(unsigned char tag, KeyFactory makeKeys)
 
 void PIVJavaToken::initMechanismList()
 {
-    mechanisms().add(CKM_RSA_PKCS, 512, 2048, CKF_HW | CKF_DECRYPT | CKF_SIGN);
-    mechanisms().add(CKM_RSA_X_509, 512, 2048, CKF_HW | CKF_DECRYPT);
+    mechanisms().add({CKM_RSA_PKCS, 2048, 512, CKF_HW | CKF_DECRYPT | CKF_SIGN});
+    mechanisms().add({CKM_RSA_X_509, 2048, 512, CKF_HW | CKF_DECRYPT});
 }
 
 Blob PIVJavaToken::getCertLabel(unsigned char tag)

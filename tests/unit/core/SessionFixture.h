@@ -21,9 +21,9 @@ protected:
         script = Script();
         openAs(CKF_SERIAL_SESSION | CKF_RW_SESSION);
         auto& mechanisms = *session.getToken()->getMechanismList();
-        mechanisms.add(CKM_RSA_PKCS, 512, 2048, ~0UL);
-        mechanisms.add(CKM_SHA256_RSA_PKCS, 512, 2048, ~0UL);
-        mechanisms.add(CKM_RSA_X9_31, 512, 2048, 0);
+        mechanisms.add({CKM_RSA_PKCS, 2048, 512, ~0UL});
+        mechanisms.add({CKM_SHA256_RSA_PKCS, 2048, 512, ~0UL});
+        mechanisms.add({CKM_RSA_X9_31, 2048, 512, 0});
         objects().put(std::make_unique<FakePrivateKey>());
         objects().put(std::make_unique<FakePublicKey>());
         objects().put(std::make_unique<FakeSecretKey>());

@@ -116,7 +116,7 @@ TEST_F(SessionTest, OperationsStartWithTheRightKey)
         script.yields = true;
     }
     const auto signsWith = [&](CK_KEY_TYPE keyType, CK_MECHANISM_TYPE type) {
-        session.getToken()->getMechanismList()->add(type, 0, 0, CKF_SIGN);
+        session.getToken()->getMechanismList()->add({type, 0, 0, CKF_SIGN});
         static_cast<FakePrivateKey*>(object(kPrivate))->type = keyType;
         CK_MECHANISM with = {type, nullptr, 0};
         session.cleanMechanism();

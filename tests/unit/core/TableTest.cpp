@@ -37,9 +37,9 @@ TEST(Table, HandsOutTheLowestFreeHandle)
 TEST(MechanismList, FindsTheFirstOfAType)
 {
     MechanismList list;
-    list.add(CKM_MD5, 1, 1, CKF_DIGEST);
-    list.add(CKM_RSA_PKCS, 512, 2048, CKF_HW | CKF_ENCRYPT | CKF_SIGN | CKF_VERIFY);
-    list.add(CKM_RSA_PKCS, 1, 1, CKF_DIGEST);
+    list.add({CKM_MD5, 1, 1, CKF_DIGEST});
+    list.add({CKM_RSA_PKCS, 2048, 512, CKF_HW | CKF_ENCRYPT | CKF_SIGN | CKF_VERIFY});
+    list.add({CKM_RSA_PKCS, 1, 1, CKF_DIGEST});
     const std::unique_ptr<MechanismInfo> removed(list.at(1));
     list.delEntry(1UL);
     const MechanismInfo* info = list.getMechanism(CKM_RSA_PKCS);
