@@ -1,6 +1,7 @@
 #include "pkcs11/desktop/DesktopPIVToken.h"
 
 #include "pkcs11/desktop/DesktopPIVKeys.h"
+#include "pkcs11/desktop/HostDigest.h"
 
 namespace PKCS11 {
 
@@ -30,6 +31,12 @@ void DesktopPIVToken::initMechanismList()
     mechanisms().add({CKM_RSA_PKCS_PSS, kMaxRsa, kMinRsa, CKF_HW | CKF_SIGN});
     mechanisms().add({CKM_ECDSA, kMaxField, kMinField,
                       CKF_HW | CKF_SIGN | CKF_EC_F_P | CKF_EC_NAMEDCURVE | CKF_EC_UNCOMPRESS});
+    addHostDigests(mechanisms());
+}
+
+std::unique_ptr<Mechanism> DesktopPIVToken::createMechanismDigest(CK_MECHANISM* mechanism)
+{
+    return createHostDigest(mechanism->mechanism);
 }
 
 } // namespace PKCS11

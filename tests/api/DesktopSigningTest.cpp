@@ -63,6 +63,19 @@ protected:
         EXPECT_EQ(login("123456"), CKR_OK);
         return card;
     }
+    static std::vector<CK_MECHANISM_TYPE> mechanisms()
+    {
+        std::vector<CK_MECHANISM_TYPE> types(20);
+        CK_ULONG count = types.size();
+        EXPECT_EQ(C_GetMechanismList(1, types.data(), &count), CKR_OK);
+        types.resize(count);
+        return types;
+    }
+    static std::vector<CK_MECHANISM_TYPE> withDigests(std::vector<CK_MECHANISM_TYPE> types)
+    {
+        types.insert(types.end(), {CKM_SHA_1, CKM_SHA224, CKM_SHA256, CKM_SHA384, CKM_SHA512});
+        return types;
+    }
     void beginParts(CK_OBJECT_HANDLE key, CK_MECHANISM mechanism)
     {
         ASSERT_EQ(C_SignInit(m_session, &mechanism, key), CKR_OK);
@@ -79,10 +92,7 @@ TEST_F(DesktopSigning, CardOSSignsWithPSS)
         const auto card = std::make_shared<vcard::CardOSCard>(options);
         start(card);
         ASSERT_EQ(login("123456"), CKR_OK);
-        CK_MECHANISM_TYPE types[3];
-        CK_ULONG count = 3;
-        ASSERT_EQ(C_GetMechanismList(1, types, &count), CKR_OK);
-        EXPECT_EQ(Bytes(types, types + count), (Bytes{CKM_RSA_PKCS, CKM_RSA_X_509, CKM_RSA_PKCS_PSS}));
+        EXPECT_EQ(mechanisms(), withDigests({CKM_RSA_PKCS, CKM_RSA_X_509, CKM_RSA_PKCS_PSS}));
         CK_MECHANISM_INFO raw{};
         CK_MECHANISM_INFO info{};
         ASSERT_EQ(C_GetMechanismInfo(1, CKM_RSA_X_509, &raw), CKR_OK);
@@ -196,13 +206,48 @@ TEST_F(DesktopSigning, CardsThatPadThemselvesSignInPartsToo)
     EXPECT_EQ(sign(key, CKM_RSA_PKCS_PSS, digest).rv, CKR_MECHANISM_INVALID);
 }
 
+TEST_F(DesktopSigning, TokensThatTakePSSKnowItsHashes)
+{
+    startPiv({{0x9E, 0}});
+    Bytes data = vcard::fromText("what is to be hashed");
+    for (const Hash& hash : {kSha1, kSha224, kSha256, kSha384, kSha512}) {
+        CK_MECHANISM_INFO info{};
+        EXPECT_EQ(C_GetMechanismInfo(1, hash.mechanism, &info), CKR_OK);
+        EXPECT_EQ(info.flags, CKF_DIGEST);
+        Bytes expected(hash.length);
+        EVP_Digest(data.data(), data.size(), expected.data(), nullptr, hash.digest, nullptr);
+        CK_MECHANISM mechanism{hash.mechanism, nullptr, 0};
+        ASSERT_EQ(C_DigestInit(m_session, &mechanism), CKR_OK);
+        CK_ULONG length = 0;
+        EXPECT_EQ(C_Digest(m_session, data.data(), data.size(), nullptr, &length), CKR_OK);
+        ASSERT_EQ(length, hash.length);
+        Bytes digest(length);
+        EXPECT_EQ(C_Digest(m_session, data.data(), data.size(), digest.data(), &length), CKR_OK);
+        EXPECT_EQ(digest, expected);
+
+        ASSERT_EQ(C_DigestInit(m_session, &mechanism), CKR_OK);
+        EXPECT_EQ(C_DigestUpdate(m_session, data.data(), 5), CKR_OK);
+        EXPECT_EQ(C_DigestUpdate(m_session, data.data() + 5, data.size() - 5), CKR_OK);
+        EXPECT_EQ(C_DigestFinal(m_session, nullptr, &length), CKR_OK);
+        digest.assign(length, 0);
+        EXPECT_EQ(C_DigestFinal(m_session, digest.data(), &length), CKR_OK);
+        EXPECT_EQ(digest, expected);
+        // Each of these ends the operation.
+        ASSERT_EQ(C_DigestInit(m_session, &mechanism), CKR_OK);
+        EXPECT_EQ(C_DigestUpdate(m_session, data.data(), 5), CKR_OK);
+        EXPECT_EQ(C_Digest(m_session, data.data(), 5, digest.data(), &length), CKR_OPERATION_ACTIVE);
+        ASSERT_EQ(C_DigestInit(m_session, &mechanism), CKR_OK);
+        length = hash.length - 1;
+        EXPECT_EQ(C_Digest(m_session, data.data(), 5, digest.data(), &length), CKR_BUFFER_TOO_SMALL);
+        EXPECT_EQ(length, hash.length);
+    }
+    CK_MECHANISM mechanism{CKM_MD5, nullptr, 0};
+    EXPECT_EQ(C_DigestInit(m_session, &mechanism), CKR_MECHANISM_INVALID);
+}
+
 TEST_F(DesktopSigning, PIVListsWhatItDoesWithItsKeySizes)
 {
     startPiv({{0x9A, 1024}});
-    CK_MECHANISM_TYPE types[9];
-    CK_ULONG count = 9;
-    ASSERT_EQ(C_GetMechanismList(1, types, &count), CKR_OK);
-    const std::vector<CK_MECHANISM_TYPE> found(types, types + count);
     const struct {
         CK_MECHANISM_TYPE type;
         CK_ULONG least, most;
@@ -220,7 +265,7 @@ TEST_F(DesktopSigning, PIVListsWhatItDoesWithItsKeySizes)
         EXPECT_EQ(std::tuple(info.ulMinKeySize, info.ulMaxKeySize, info.flags),
                   std::tuple(row.least, row.most, row.flags));
     }
-    EXPECT_EQ(found, wanted);
+    EXPECT_EQ(mechanisms(), withDigests(wanted));
 }
 
 TEST_F(DesktopSigning, PIVKeysOfEverySizeSignAndDecrypt)
