@@ -39,7 +39,7 @@ TEST(ModuleTest, ExportsTheFunctionsAndNothingElse)
     const CK_FUNCTION_LIST* list = functions(module);
     EXPECT_EQ(list->version.major * 100 + list->version.minor, 211);
     EXPECT_EQ(functions(module), list);
-#define EXPECT_EXPORTED(name, count, onEscape)                                                               \
+#define EXPECT_EXPORTED(name)                                                                                \
     EXPECT_EQ(reinterpret_cast<void*>(list->C_##name), dlsym(module.get(), "C_" #name)) << #name;            \
     EXPECT_EQ(exported.erase("C_" #name), 1U) << #name;
     QUARVEL_CRYPTOKI_FUNCTIONS(EXPECT_EXPORTED)
