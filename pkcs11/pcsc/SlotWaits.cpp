@@ -1,6 +1,6 @@
 #include "pkcs11/pcsc/SlotWaits.h"
 
-#include "pkcs11/token/ByteOrder.h"
+#include "pkcs11/token/Sleep.h"
 
 #include <atomic>
 #include <cstdint>

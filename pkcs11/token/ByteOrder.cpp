@@ -2,9 +2,7 @@
 
 #include "pkcs11/PKCS11Exception.h"
 
-#include <chrono>
 #include <cstdint>
-#include <thread>
 
 namespace PKCS11 {
 
@@ -76,11 +74,6 @@ unsigned long PKCS11_memLI2long(const Blob& bytes)
     for (int i = 3; i >= 0; --i)
         value = value << 8 | bytes.at(i);
     return value;
-}
-
-void Sleep(long ms)
-{
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
 }
 
 } // namespace PKCS11

@@ -6,9 +6,6 @@
 
 namespace PKCS11 {
 
-/// Sleeps for so many milliseconds.
-void Sleep(long ms);
-
 /// 4 bytes.
 Blob long2blob(unsigned long value);
 /// The inverse; throws CKR_DATA_INVALID (0x20) unless the size is exactly 4.

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdio>
 #include <string>
 
 namespace PKCS11 {
@@ -35,9 +34,8 @@ std::string valueText(const CK_ATTRIBUTE& attribute)
 
 } // namespace
 
-MethodLogger::MethodLogger(const char* name, const unsigned long& rv) : m_rv(rv)
+MethodLogger::MethodLogger(const char* name, const unsigned long& rv) : m_name(name), m_rv(rv)
 {
-    std::snprintf(m_name, sizeof(m_name), "%s", name);
     Logger::Log(Logger::kTrace, kDashes);
     Logger::Log(Logger::kTrace, m_name);
 }

@@ -9,14 +9,14 @@ namespace PKCS11 {
 /// result on every way out, then an empty line.
 class MethodLogger {
 public:
-    /// The result must outlive the scope; its value at the end is what is logged.
+    /// Name and result must outlive the scope; the result's value at the end is what is logged.
     MethodLogger(const char* name, const unsigned long& rv);
     ~MethodLogger();
     MethodLogger(const MethodLogger&) = delete;
     MethodLogger& operator=(const MethodLogger&) = delete;
 
 private:
-    char m_name[128];
+    const char* m_name;
     const unsigned long& m_rv;
 };
 

@@ -3,6 +3,7 @@
 #include "pkcs11/PKCS11Exception.h"
 
 #include <cstring>
+#include <ctime>
 #include <unistd.h>
 
 namespace PKCS11 {
@@ -64,36 +65,18 @@ void FileLogger::formatTime(Stamp& out) const
 {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
-    formatSeconds(now.tv_sec, out, sizeof(out));
+    std::tm parts{};
+    if (has(kUTC))
+        gmtime_r(&now.tv_sec, &parts);
+    else
+        localtime_r(&now.tv_sec, &parts);
+    const std::size_t length = std::strftime(out, sizeof(out), "%m/%d/%Y %H:%M:%S", &parts);
     if (has(kMilliseconds)) {
-        const std::size_t length = std::strlen(out);
         const int milliseconds = static_cast<int>(now.tv_nsec / kNanosecondsPerMillisecond);
         std::snprintf(out + length, sizeof(out) - length, ",%03d", milliseconds);
     }
     if (has(kUTC))
         std::strncat(out, " UTC", sizeof(out) - std::strlen(out) - 1);
-}
-
-void FileLogger::formatSeconds(std::time_t second, char* out, std::size_t size) const
-{
-    const bool mayCache = !m_cacheInUse.test_and_set(std::memory_order_acquire);
-    if (mayCache && second == m_cachedSecond) {
-        std::memcpy(out, m_cachedText, sizeof(m_cachedText));
-    } else {
-        std::tm parts{};
-        if (has(kUTC))
-            gmtime_r(&second, &parts);
-        else
-            localtime_r(&second, &parts);
-        std::snprintf(out, size, "%02d/%02d/%04d %02d:%02d:%02d", parts.tm_mon + 1, parts.tm_mday,
-                      parts.tm_year + 1900, parts.tm_hour, parts.tm_min, parts.tm_sec);
-        if (mayCache) {
-            m_cachedSecond = second;
-            std::snprintf(m_cachedText, sizeof(m_cachedText), "%s", out);
-        }
-    }
-    if (mayCache)
-        m_cacheInUse.clear(std::memory_order_release);
 }
 
 void FileLogger::writeLine(const char* first, const char* second)

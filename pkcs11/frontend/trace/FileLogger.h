@@ -3,9 +3,7 @@
 #include "pkcs11/frontend/trace/Logger.h"
 
 #include <atomic>
-#include <cstddef>
 #include <cstdio>
-#include <ctime>
 #include <memory>
 #include <string>
 
@@ -43,8 +41,6 @@ private:
 
     bool has(Option option) const { return (m_options & option) != 0; }
     void formatTime(Stamp& out) const;
-    /// The date and time down to the second; broken down once a second only.
-    void formatSeconds(std::time_t second, char* out, std::size_t size) const;
     void writeLine(const char* first, const char* second = "");
 
     std::atomic<short> m_level{kFailure};
@@ -52,11 +48,6 @@ private:
     const char* m_path;
     const int m_process;
     std::unique_ptr<std::FILE, FileCloser> m_file;
-
-    /// Set while a thread uses the text below; another one then formats its own.
-    mutable std::atomic_flag m_cacheInUse = ATOMIC_FLAG_INIT;
-    mutable std::time_t m_cachedSecond = -1;
-    mutable char m_cachedText[80] = "";
 };
 
 } // namespace PKCS11
