@@ -11,9 +11,6 @@ namespace {
 constexpr int kSequence = 0x30;
 constexpr int kOctetString = 0x04;
 
-constexpr int kLabel = 0;
-constexpr int kID = 1;
-constexpr int kApplication = 1;
 constexpr int kFirstByteOfTokenInfo = 2;
 constexpr int kFieldsOfTokenInfo = 5;
 
@@ -24,19 +21,7 @@ std::size_t checkedField(int i, std::size_t count)
     return static_cast<std::size_t>(i);
 }
 
-/// The attribute of the set, or the field where the set lacks it.
-Blob attributeOrField(const InfoRecord& record, CK_ATTRIBUTE_TYPE type, int field)
-{
-    Blob value;
-    record.GetParam(type, value);
-    return value.empty() ? record.field(field) : value;
-}
-
 } // namespace
-
-InfoRecord::InfoRecord(int fields) : m_fields(static_cast<std::size_t>(fields)) {}
-
-InfoRecord::InfoRecord(std::initializer_list<Blob> fields) : m_fields(fields) {}
 
 const Blob& InfoRecord::field(int i) const
 {
@@ -77,6 +62,13 @@ void InfoRecord::importRecord(const Blob& encoded)
     SetAttrs(attributes);
 }
 
+Blob InfoRecord::attributeOrField(CK_ATTRIBUTE_TYPE type, int field) const
+{
+    Blob value;
+    GetParam(type, value);
+    return value.empty() ? this->field(field) : value;
+}
+
 TokenInfo::TokenInfo() : InfoRecord({{}, {}, Blob(1, 10), Blob(1, 6), Blob(1, 15)}) {}
 
 TokenInfo::TokenInfo(const Blob& encoded) : TokenInfo()
@@ -87,33 +79,13 @@ TokenInfo::TokenInfo(const Blob& encoded) : TokenInfo()
         setField(i, field(i).empty() ? defaults.field(i) : field(i).slice(0, 1));
 }
 
-Blob TokenInfo::getLabel() const
-{
-    return attributeOrField(*this, CKA_LABEL, kLabel);
-}
-
 void TokenInfo::setLabel(const Blob& label)
 {
-    setField(kLabel, label);
+    setField(0, label);
     Blob attribute;
     GetParam(CKA_LABEL, attribute);
     if (!attribute.empty())
         SetParam(CKA_LABEL, label);
-}
-
-Blob ObjectInfo::getLabel() const
-{
-    return attributeOrField(*this, CKA_LABEL, kLabel);
-}
-
-Blob ObjectInfo::getID() const
-{
-    return attributeOrField(*this, CKA_ID, kID);
-}
-
-Blob DataInfo::getApplication() const
-{
-    return attributeOrField(*this, CKA_APPLICATION, kApplication);
 }
 
 } // namespace PKCS11

@@ -8,7 +8,7 @@
 
 namespace PKCS11 {
 
-/// What the records share: their fields as byte strings, import and export.
+/// What the records share: the attribute set, their fields as byte strings, import and export.
 class InfoRecord : public PKCS11Attrs {
 public:
     /// The encoded record. Belongs to the interface; nothing in the library calls it.
@@ -19,13 +19,17 @@ public:
     const Blob& field(int i) const;
     void setField(int i, const Blob& value);
 
+    /// CKA_LABEL of the attribute set, or the first field where the set lacks it.
+    Blob getLabel() const { return attributeOrField(CKA_LABEL, 0); }
+
 protected:
-    explicit InfoRecord(int fields);
-    InfoRecord(std::initializer_list<Blob> fields);
+    explicit InfoRecord(int fields) : m_fields(static_cast<std::size_t>(fields)) {}
+    InfoRecord(std::initializer_list<Blob> fields) : m_fields(fields) {}
     /// Takes the fields and the attribute set from the OCTET STRINGs of an encoded record. A record with
     /// fewer of them fills what it has, the last one counting as the attribute set. Throws what
     /// BERCoder::import throws.
     void importRecord(const Blob& encoded);
+    Blob attributeOrField(CK_ATTRIBUTE_TYPE type, int field) const;
 
 private:
     std::vector<Blob> m_fields;
@@ -37,55 +41,33 @@ public:
     TokenInfo();
     explicit TokenInfo(const Blob& encoded);
 
-    /// From the attribute set (CKA_LABEL), or the first field where the set lacks it.
-    Blob getLabel() const;
+    /// The first field, and the attribute where the set has it.
     void setLabel(const Blob& label);
     /// The second field.
     const Blob& getSerialNumber() const { return field(1); }
     void setSerialNumber(const Blob& serialNumber) { setField(1, serialNumber); }
 };
 
-/// Records of the objects: label first, then ID (or application) where the attribute set lacks them.
+/// The record of an object, with so many fields of its own: label and ID (or application), then what nobody
+/// here reads.
+template <int Fields>
 class ObjectInfo : public InfoRecord {
 public:
-    /// CKA_LABEL of the attribute set, or the first field.
-    Blob getLabel() const;
+    ObjectInfo() : InfoRecord(Fields) {}
+    explicit ObjectInfo(const Blob& encoded) : InfoRecord(Fields) { importRecord(encoded); }
+
     /// CKA_ID of the attribute set, or the second field.
-    Blob getID() const;
-
-protected:
-    using InfoRecord::InfoRecord;
-};
-
-/// An ObjectInfo with so many fields of its own.
-template <int Fields>
-class ObjectInfoOf : public ObjectInfo {
-public:
-    ObjectInfoOf() : ObjectInfo(Fields) {}
-    explicit ObjectInfoOf(const Blob& encoded) : ObjectInfo(Fields) { importRecord(encoded); }
-};
-
-class PrivateKeyInfo : public ObjectInfoOf<3> {
-    using ObjectInfoOf::ObjectInfoOf;
-};
-class PublicKeyInfo : public ObjectInfoOf<3> {
-    using ObjectInfoOf::ObjectInfoOf;
-};
-class CertificateInfo : public ObjectInfoOf<4> {
-    using ObjectInfoOf::ObjectInfoOf;
-};
-class DataInfo : public ObjectInfoOf<2> {
-public:
-    using ObjectInfoOf::ObjectInfoOf;
-
+    Blob getID() const { return attributeOrField(CKA_ID, 1); }
     /// CKA_APPLICATION of the attribute set, or the second field.
-    Blob getApplication() const;
+    Blob getApplication() const { return attributeOrField(CKA_APPLICATION, 1); }
 };
-class ContainerInfo : public ObjectInfoOf<6> {
-    using ObjectInfoOf::ObjectInfoOf;
-};
-class BlockCipherKeyInfo : public ObjectInfoOf<3> {
-    using ObjectInfoOf::ObjectInfoOf;
-};
+
+using PrivateKeyInfo = ObjectInfo<3>;
+using PublicKeyInfo = ObjectInfo<3>;
+using CertificateInfo = ObjectInfo<4>;
+using DataInfo = ObjectInfo<2>;
+// Records that no driver here reads.
+using ContainerInfo = ObjectInfo<6>;
+using BlockCipherKeyInfo = ObjectInfo<3>;
 
 } // namespace PKCS11

@@ -22,7 +22,8 @@ public:
     int keyLength() { return stripSignByte(this->getModulus()).size(); }
 
 protected:
-    CardOSKey(CardOSToken& token, int index, const ObjectInfo& info) : m_token(token), m_index(index)
+    template <class Info>
+    CardOSKey(CardOSToken& token, int index, const Info& info) : m_token(token), m_index(index)
     {
         Base::setLabel(info.getLabel());
         Base::setID(info.getID());
