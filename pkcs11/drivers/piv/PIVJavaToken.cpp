@@ -76,8 +76,10 @@ Blob changeBlock(const Blob& oldPin, const Blob& newPin)
 
 PIVKeyPair makeKeyPair(PIVJavaToken& token, unsigned short word, const Blob& /*certificate*/)
 {
-    return {std::make_unique<PIVJavaPublicKey>(token, word),
-            std::make_unique<PIVJavaPrivateKey>(token, word)};
+    PIVKeyPair keys;
+    keys.publicKey = std::make_unique<PIVJavaPublicKey>(token, word);
+    keys.privateKey = std::make_unique<PIVJavaPrivateKey>(token, word);
+    return keys;
 }
 
 } // namespace
@@ -87,8 +89,8 @@ PIVJavaToken::PIVJavaToken(PCSCSlot* slot) : PIVJavaToken(slot, makeKeyPair) {}
 PIVJavaToken::PIVJavaToken(PCSCSlot* slot, KeyFactory makeKeys) : CardToken(slot)
 {
     m_info.setLabel(Blob("PIV Profile"));
-    getID();
-    selectApplication();
+    PIVJavaToken::getID();
+    PIVJavaToken::selectApplication();
     for (const PIVContainer& container : kPIVContainers)
         addContainer(container.tag, makeKeys);
 }
@@ -148,30 +150,30 @@ void PIVJavaToken::addContainer(unsigned char tag, KeyFactory makeKeys)
 
     auto certificate = std::make_unique<PIVJavaCertificate>(*this, word);
     certificate->setValue(info.certificate);
-    auto [publicKey, privateKey] = makeKeys(*this, word, info.certificate);
+    PIVKeyPair keys = makeKeys(*this, word, info.certificate);
     if (!info.label.empty()) {
         certificate->setLabel(info.label);
-        publicKey->setLabel(info.label);
-        privateKey->setLabel(info.label);
+        keys.publicKey->setLabel(info.label);
+        keys.privateKey->setLabel(info.label);
     }
     if (!info.id.empty()) {
         certificate->setID(info.id);
-        publicKey->setID(info.id);
-        privateKey->setID(info.id);
+        keys.publicKey->setID(info.id);
+        keys.privateKey->setID(info.id);
     }
     if (exponent.empty()) {
         // No RSA key in the certificate.
-        publicKey->initKeyType(CKK_EC);
-        privateKey->initKeyType(CKK_EC);
+        keys.publicKey->initKeyType(CKK_EC);
+        keys.privateKey->initKeyType(CKK_EC);
     } else {
-        publicKey->setModulus(modulus);
-        publicKey->setPublicExponent(exponent);
-        privateKey->setModulus(modulus);
-        privateKey->setPublicExponent(exponent);
+        keys.publicKey->setModulus(modulus);
+        keys.publicKey->setPublicExponent(exponent);
+        keys.privateKey->setModulus(modulus);
+        keys.privateKey->setPublicExponent(exponent);
     }
     add(std::move(certificate));
-    add(std::move(publicKey));
-    add(std::move(privateKey));
+    add(std::move(keys.publicKey));
+    add(std::move(keys.privateKey));
 }
 
 void PIVJavaToken::initMechanismList()
