@@ -43,6 +43,18 @@ bool matches(Object& object, const AttributeRow& row, const CK_ATTRIBUTE& entry)
            std::memcmp(entry.pValue, value.data(), static_cast<std::size_t>(value.size())) == 0;
 }
 
+/// Answers one entry of the template, a null value with the length only. False for too little room.
+bool insert(const Blob& value, CK_ATTRIBUTE& entry)
+{
+    const auto length = static_cast<CK_ULONG>(value.size());
+    if (entry.pValue != nullptr && entry.ulValueLen < length)
+        return false;
+    if (entry.pValue != nullptr && length != 0)
+        std::memcpy(entry.pValue, value.data(), length);
+    entry.ulValueLen = length;
+    return true;
+}
+
 } // namespace
 
 const AttributeTable Object::kAttributes = attributeTableOf(kRows, nullptr);
@@ -60,15 +72,7 @@ void Object::getAttribute(CK_ATTRIBUTE* attributes, CK_ULONG count)
     std::vector<bool> answered(count, false);
     forEachRow(attributeTable(), attributes, count, [&](const AttributeRow& row, const CK_ATTRIBUTE& found) {
         const auto index = static_cast<std::size_t>(&found - attributes);
-        CK_ATTRIBUTE& entry = attributes[index];
-        const Blob value = row.get(*this);
-        const auto length = static_cast<CK_ULONG>(value.size());
-        if (entry.pValue != nullptr && entry.ulValueLen < length)
-            return;
-        if (entry.pValue != nullptr && length != 0)
-            std::memcpy(entry.pValue, value.data(), length);
-        entry.ulValueLen = length;
-        answered[index] = true;
+        answered[index] = insert(row.get(*this), attributes[index]);
     });
 
     bool complete = true;
