@@ -34,7 +34,8 @@ struct SlotWaits::Entry {
     /// How many waits have taken the place.
     std::atomic<unsigned> uses{0};
     std::atomic<PCSCContext> context{0};
-    std::atomic<bool> abandoned{false};
+    /// The number of the last wait that was abandoned.
+    std::atomic<unsigned> abandoned{0};
 
     bool take()
     {
@@ -42,7 +43,6 @@ struct SlotWaits::Entry {
         if (isThisProcess(holder) || !thread.compare_exchange_strong(holder, thisThread()))
             return false;
         context = 0;
-        abandoned = false;
         ++uses;
         return true;
     }
@@ -94,7 +94,7 @@ void SlotWaits::Wait::setContext(PCSCContext context)
 
 bool SlotWaits::Wait::isAbandoned() const
 {
-    return m_entry.abandoned;
+    return m_entry.abandoned == m_entry.uses;
 }
 
 bool SlotWaits::cancel()
@@ -110,14 +110,13 @@ bool SlotWaits::cancel()
 
 void SlotWaits::awaitEnd()
 {
-    s_blocks.forEach([&](Entry& entry) {
+    s_blocks.forEach([](Entry& entry) { entry.abandoned = entry.uses.load(); });
+    s_blocks.forEach([](Entry& entry) {
         const unsigned uses = entry.uses;
         for (std::uint64_t thread = entry.thread; isThisProcess(thread) && entry.uses == uses;
              thread = entry.thread) {
-            if (thread == thisThread()) {
-                entry.abandoned = true;
+            if (thread == thisThread())
                 break;
-            }
             // PC/SC forgets a cancel that comes before the thread blocks, so it is repeated.
             cancel();
             Sleep(kCancelInterval);

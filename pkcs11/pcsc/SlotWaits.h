@@ -24,7 +24,7 @@ public:
 
         /// The PC/SC context that the wait may block in; 0 when it has left it.
         void setContext(PCSCContext context);
-        /// True when awaitEnd() did not wait for this one: what it waits on may be gone.
+        /// True when awaitEnd() has come for this one: it is to return, and to touch nothing on the way.
         bool isAbandoned() const;
 
     private:
@@ -33,9 +33,9 @@ public:
 
     /// Cancels each wait that may block now. True when PC/SC took one of the cancels.
     static bool cancel();
-    /// Cancels the waits until all that had begun are over, but for those of the calling thread: a signal
-    /// handler that interrupted its own wait abandons it. Waits that begin meanwhile are not awaited; whoever
-    /// calls this has first put up what they look at before they touch anything.
+    /// Abandons all waits that have begun, and cancels them until they are over, but for those of the calling
+    /// thread, which a signal handler may have interrupted. Waits that begin meanwhile are not awaited;
+    /// whoever calls this has first put up what they look at before they touch anything.
     static void awaitEnd();
 
 private:
