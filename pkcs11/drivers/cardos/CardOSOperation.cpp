@@ -127,13 +127,33 @@ void CardOSPublicKeyOperation::prepare() const
     const Blob exponent = m_key.getPublicExponent();
     if (modulus.empty())
         throw PKCS11Exception(CKR_DEVICE_ERROR, "", where());
+    token().showLostUserPin();
     selectKeyDF();
-    require(send(kBracketLoading));
-    loadComponent(kModulusObject, modulus);
-    loadComponent(kExponentObject, exponent);
-    require(send(kBracketLoading));
+    loadKey(modulus, exponent);
     require(send(kRestoreEnvironment));
     require(send(kUseLoadedKey));
+}
+
+void CardOSPublicKeyOperation::loadKey(const Blob& modulus, const Blob& exponent) const
+{
+    const PCSCSlot& card = token().card();
+    const PCSCSlot::CardMark before = card.cardMark();
+    require(send(kBracketLoading));
+    const PCSCSlot::CardMark opened = card.cardMark();
+    const auto isOpen = [&] { return card.isUndisturbedSince(opened); };
+    try {
+        loadComponent(kModulusObject, modulus);
+        loadComponent(kExponentObject, exponent);
+        require(send(kBracketLoading));
+    } catch (const PKCS11Exception& failure) {
+        // A card that stays open computes nothing; only one that refuses to load is left so.
+        if (isOpen() && (failure.value() == CKR_GENERAL_ERROR || !card.isUndisturbedSince(before)))
+            send(kBracketLoading);
+        throw PKCS11Exception(failure);
+    }
+    // A reset closes too: the command that was repeated behind it has opened.
+    if (!isOpen())
+        send(kBracketLoading);
 }
 
 void CardOSPublicKeyOperation::loadComponent(const char* objectTemplate, const Blob& value) const

@@ -79,6 +79,8 @@ protected:
 
 private:
     void prepare() const;
+    /// Closes the loading when the reader fails in the middle of it.
+    void loadKey(const Blob& modulus, const Blob& exponent) const;
     void loadComponent(const char* objectTemplate, const Blob& value) const;
 
     CardOSPublicKey& m_key;

@@ -25,7 +25,10 @@ void fill(CK_UTF8CHAR (&field)[Width], const Blob& text)
 
 } // namespace
 
-CardToken::CardToken(PCSCSlot* slot) : Token(slot), m_selectedAt(slot != nullptr ? slot->cardMark() : 0) {}
+CardToken::CardToken(PCSCSlot* slot)
+    : Token(slot), m_selectedAt(slot != nullptr ? slot->cardMark() : 0), m_pinShownAt(m_selectedAt)
+{
+}
 
 CK_TOKEN_INFO CardToken::getInfo()
 {
@@ -125,6 +128,12 @@ void CardToken::replayUserPin()
         VerifyPIN(pin);
 }
 
+void CardToken::showLostUserPin()
+{
+    if (!card().isUndisturbedSince(m_pinShownAt))
+        replayUserPin();
+}
+
 void CardToken::requireChannel()
 {
     if (slot() == nullptr || !slot()->CreateChannel())
@@ -169,6 +178,9 @@ void CardToken::runWhole(const std::function<void()>& work)
             throw PKCS11Exception(CKR_DEVICE_REMOVED);
     } catch (const PKCS11Exception& failure) {
         const bool isPinRefusal = failure.value() == CKR_PIN_INCORRECT || failure.value() == CKR_PIN_LOCKED;
+        // What another card refuses says nothing about this one; a failure of the reader stays what it is.
+        if (card().isCardExchanged() && failure.value() != CKR_GENERAL_ERROR)
+            throw PKCS11Exception(CKR_DEVICE_REMOVED);
         if (card().isUndisturbedSince(mark) || card().isCardExchanged() || isPinRefusal)
             throw;
     }
@@ -184,13 +196,15 @@ int CardToken::sendVerify(const Blob& header, const Blob& data)
     requireApplication();
     PCSCSlot::CardMark mark = card().cardMark();
     int sw = card().Send(header, data);
-    if (card().isUndisturbedSince(mark) || isPinRefused(sw))
-        return sw;
-    makeCurrent();
-    mark = card().cardMark();
-    sw = card().Send(header, data);
-    if (!card().isUndisturbedSince(mark) && !isPinRefused(sw))
-        throw PKCS11Exception(CKR_DEVICE_ERROR);
+    if (!card().isUndisturbedSince(mark) && !isPinRefused(sw)) {
+        makeCurrent();
+        mark = card().cardMark();
+        sw = card().Send(header, data);
+        if (!card().isUndisturbedSince(mark) && !isPinRefused(sw))
+            throw PKCS11Exception(CKR_DEVICE_ERROR);
+    }
+    if (sw == SW_SUCCESS)
+        m_pinShownAt = mark;
     return sw;
 }
 

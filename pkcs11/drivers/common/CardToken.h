@@ -52,6 +52,8 @@ public:
     /// Verifies the cached user PIN again, if there is one: the card may have been reset or used by others
     /// since.
     void replayUserPin();
+    /// The same, unless the card has not been disturbed since it accepted a PIN.
+    void showLostUserPin();
     /// The channel to the card.
     PCSCSlot& card() const { return *slot(); }
 
@@ -101,6 +103,8 @@ private:
     bool m_mechanismsBuilt = false;
     /// PCSCSlot::CardMark of the last selection of the application.
     int m_selectedAt;
+    /// The same of the last PIN that was accepted.
+    int m_pinShownAt;
 };
 
 /// Throws CKR_DEVICE_ERROR (0x30) with these texts unless the status is 9000.
