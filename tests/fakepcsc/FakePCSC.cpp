@@ -92,7 +92,8 @@ bool due(const std::string& name, Plan& out)
 {
     Plan* found = nullptr;
     for (Plan& plan : s.plans)
-        if (!plan.action && plan.name == name && plan.times > 0 && plan.skip-- <= 0)
+        if (!plan.action && (plan.name == name || (plan.name.empty() && name != "answer")) &&
+            plan.times > 0 && plan.skip-- <= 0)
             found = found == nullptr ? &plan : found;
     if (found == nullptr)
         return false;
@@ -244,6 +245,10 @@ void failCall(const std::string& name, long result, int nth, int times)
 void beforeCall(const std::string& name, int nth, std::function<void()> action)
 {
     locked([&] { s.plans.push_back({name, 0, {}, nth - 1, 1, std::move(action)}); });
+}
+void forgetPlans()
+{
+    locked([] { s.plans.clear(); });
 }
 void replaceAnswer(const Bytes& answer, int nth)
 {

@@ -45,7 +45,7 @@ std::vector<std::string> sentAPDUs();
 int callCount(const std::string& name);
 
 /// Makes the call of that function number `nth` from now (1 is the next) and the `times - 1` calls behind it
-/// return this result.
+/// return this result; calls of any function when the name is empty.
 void failCall(const std::string& name, long result, int nth = 1, int times = 1);
 /// Makes the answer of SCardTransmit number `nth` from now come out as these bytes, the card not being asked.
 void replaceAnswer(const Bytes& answer, int nth = 1);
@@ -53,6 +53,8 @@ void replaceAnswer(const Bytes& answer, int nth = 1);
 /// Runs the action once, right before the call number `nth` from now of that function, of any function when
 /// the name is empty.
 void beforeCall(const std::string& name, int nth, std::function<void()> action);
+/// What was to happen at later calls does not.
+void forgetPlans();
 
 /// Blocks until that many threads wait inside SCardGetStatusChange with a timeout; none of them goes on
 /// before the action is done.

@@ -1,0 +1,357 @@
+// One life of an application on a card of each family, disturbed at each of its PC/SC calls.
+#include "pkcs11/frontend/SystemWrapper.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
+#include "tests/support/CryptokiFixture.h"
+#include "tools/vcard/Families.h"
+#include "tools/vcard/Keys.h"
+
+#include <map>
+#include <set>
+#include <winscard.h>
+
+namespace {
+
+using vcard::Bytes;
+
+/// A card with the PIN that its holder knows. Counts the tries that were lost.
+class HeldCard final : public vcard::Card {
+public:
+    HeldCard(std::unique_ptr<vcard::Card> card, const char* pin)
+        : m_pin(pin), m_firstPin(pin), m_card(std::move(card))
+    {
+    }
+    Bytes atr() const override { return m_card->atr(); }
+    void reset() override { m_card->reset(); }
+    Bytes transmit(const Bytes& command) override
+    {
+        Bytes answer = m_card->transmit(command);
+        m_lostTries += command.size() > 5 && answer.at(answer.size() - 2) == 0x63 ? 1 : 0;
+        return answer;
+    }
+
+    std::string m_pin;
+    const std::string m_firstPin;
+    int m_lostTries = 0;
+
+private:
+    std::unique_ptr<vcard::Card> m_card;
+};
+
+struct Family {
+    const char* name;
+    int eduVariant;
+};
+constexpr Family kFamilies[] = {{"piv", 0},    {"cardos", 0}, {"cardos-v5", 0}, {"ias", 0},
+                                {"atrust", 0}, {"edu", 0},    {"edu", 1},       {"edu", 2}};
+
+/// What the steps of a life gave, by name: a value or a failure.
+struct Life {
+    std::map<std::string, Bytes> values;
+    std::map<std::string, CK_RV> failures;
+};
+
+/// An application knows from these what to do: try again (the first two), look for a card, open a session,
+/// log in, search, or start the operation anew.
+const std::set<CK_RV> kUsefulCodes = {CKR_GENERAL_ERROR,        CKR_DEVICE_ERROR,
+                                      CKR_DEVICE_REMOVED,       CKR_TOKEN_NOT_PRESENT,
+                                      CKR_TOKEN_NOT_RECOGNIZED, CKR_SESSION_HANDLE_INVALID,
+                                      CKR_USER_NOT_LOGGED_IN,   CKR_OBJECT_HANDLE_INVALID,
+                                      CKR_KEY_HANDLE_INVALID,   CKR_OPERATION_NOT_INITIALIZED};
+
+class SweepTest : public CryptokiFixture, public ::testing::WithParamInterface<Family> {
+protected:
+    using Held = std::shared_ptr<HeldCard>;
+    /// A key as it showed itself in peace.
+    struct KnownKey {
+        CK_OBJECT_HANDLE handle;
+        bool isPrivate;
+        const vcard::RsaKey* pair;
+        Bytes message; ///< for the owner of the private key; empty when it does not decrypt
+        bool encrypts, verifies;
+    };
+
+    static Held make(const char* family, const char* pin)
+    {
+        vcard::CardOptions options;
+        options.pin = pin;
+        options.rsaBits = 1024;
+        return std::make_shared<HeldCard>(vcard::findFamily(family)->make(options), pin);
+    }
+    void SetUp() override
+    {
+        CryptokiFixture::SetUp();
+        m_reader = fakepcsc::addReader("Reader 0");
+        ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+        dynamic_cast<PKCS11::PCSCSlot&>(*wrapper.slots()->getSlot(1)).setEduVariant(GetParam().eduVariant);
+    }
+    void TearDown() override
+    {
+        EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
+        EXPECT_EQ(fakepcsc::openHandles(), m_leaks);
+    }
+    void insert(const Held& card)
+    {
+        m_present = card;
+        fakepcsc::insertCard(m_reader, card);
+    }
+
+    // --- The life ---
+
+    void step(const std::string& name, CK_RV rv, const Bytes& value = {})
+    {
+        if (rv == CKR_OK)
+            m_life.values[name] = value;
+        else
+            m_life.failures[name] = rv;
+    }
+    /// A step that shows the PIN of the card that is in the reader when it begins.
+    template <class Call>
+    void pinStep(const std::string& name, Call call)
+    {
+        const Held card = m_present;
+        const CK_RV rv = call(card != nullptr ? card->m_pin : "123456");
+        // Only where the card was exchanged inside the call another one may have seen that PIN.
+        m_refusedPins += rv == CKR_PIN_INCORRECT && card != m_present ? 1 : 0;
+        if (rv != CKR_PIN_INCORRECT || card == m_present)
+            step(name, rv);
+    }
+    /// To "888888", or back.
+    void changePin(const std::string& name, bool back)
+    {
+        pinStep(name, [&](const std::string& from) {
+            const Held card = m_present;
+            const std::string fresh = back && card != nullptr ? card->m_firstPin : "888888";
+            const CK_RV rv = setPin(from, fresh);
+            if (rv == CKR_OK)
+                card->m_pin = fresh;
+            return rv;
+        });
+    }
+    void search(const std::string& when)
+    {
+        CK_OBJECT_HANDLE objects[40] = {};
+        CK_ULONG count = 0;
+        step("search " + when, C_FindObjectsInit(m_session, nullptr, 0));
+        const CK_RV rv = C_FindObjects(m_session, objects, 40, &count);
+        step("found " + when, rv, Bytes(objects, objects + count));
+        step("end of search " + when, C_FindObjectsFinal(m_session));
+    }
+    void readAll(CK_OBJECT_HANDLE object)
+    {
+        constexpr CK_ATTRIBUTE_TYPE kTypes[] = {
+            CKA_CLASS,           CKA_LABEL, CKA_ID,      CKA_PRIVATE, CKA_KEY_TYPE, CKA_MODULUS,
+            CKA_PUBLIC_EXPONENT, CKA_SIGN,  CKA_DECRYPT, CKA_ENCRYPT, CKA_SUBJECT,  CKA_ISSUER,
+            CKA_SERIAL_NUMBER,   CKA_VALUE};
+        std::vector<Bytes> rooms(std::size(kTypes), Bytes(1024));
+        std::vector<CK_ATTRIBUTE> wanted;
+        for (size_t i = 0; i < rooms.size(); ++i)
+            wanted.push_back({kTypes[i], rooms[i].data(), rooms[i].size()});
+        const CK_RV rv = C_GetAttributeValue(m_session, object, wanted.data(), wanted.size());
+        Bytes all;
+        for (size_t i = 0; i < rooms.size(); ++i) {
+            const bool known = wanted[i].ulValueLen != CK_UNAVAILABLE_INFORMATION;
+            rooms[i].resize(known ? wanted[i].ulValueLen : 0);
+            all = vcard::join({all, {static_cast<unsigned char>(i), known}, rooms[i]});
+        }
+        // No object has them all.
+        step("object " + std::to_string(object), rv == CKR_ATTRIBUTE_TYPE_INVALID ? CKR_OK : rv, all);
+    }
+    void use(const KnownKey& key, const std::string& when)
+    {
+        const std::string name = when + " key " + std::to_string(key.handle);
+        if (key.isPrivate) {
+            const Outcome signature = sign(key.handle, CKM_RSA_PKCS, kData);
+            step(name + " signs", signature.rv, signature.bytes);
+        }
+        if (key.isPrivate && !key.message.empty()) {
+            const Outcome plain = decrypt(key.handle, CKM_RSA_PKCS, key.message);
+            step(name + " decrypts", plain.rv, plain.bytes);
+        }
+        if (key.encrypts) {
+            const Outcome secret = encrypt(key.handle, CKM_RSA_PKCS, kData);
+            const Bytes block = key.pair->privateOperation(secret.bytes);
+            step(name + " encrypts", secret.rv,
+                 Bytes(block.begin() + block.size() - std::min(block.size(), kData.size() + 1), block.end()));
+        }
+        if (key.verifies)
+            step(name + " verifies", verify(key.handle, CKM_RSA_PKCS, kData, m_signature));
+    }
+    Life live()
+    {
+        m_life = {};
+        CK_ULONG count = 1;
+        CK_SLOT_ID slot = 0;
+        CK_TOKEN_INFO info{};
+        CK_RV rv = C_GetSlotList(CK_TRUE, &slot, &count);
+        step("slots", rv, Bytes(count));
+        rv = C_GetTokenInfo(1, &info);
+        step("token", rv, Bytes(info.label, info.label + 96));
+        step("open", open());
+        search("in public");
+        pinStep("login", [&](const std::string& pin) { return login(pin); });
+        search("by the user");
+        for (CK_OBJECT_HANDLE object = 1; object <= m_objects; ++object)
+            readAll(object);
+        for (const KnownKey& key : m_keys)
+            use(key, "first");
+        changePin("new PIN", false);
+        changePin("old PIN", true);
+        if (!m_keys.empty())
+            use(m_keys.front(), "then");
+        step("logout", C_Logout(m_session));
+        step("close", C_CloseSession(m_session));
+        return m_life;
+    }
+    /// What the present card offers.
+    void learn()
+    {
+        ASSERT_EQ(open(), CKR_OK);
+        ASSERT_EQ(login(m_present->m_pin), CKR_OK);
+        m_objects = findAll().size();
+        for (CK_OBJECT_HANDLE object = 1; object <= m_objects; ++object) {
+            const CK_ULONG kind = number(object, CKA_CLASS);
+            const Bytes modulus = attribute(object, CKA_MODULUS).bytes;
+            for (const int number : {0, 1, 2, 0x9A, 0x9C, 0x9D}) {
+                const vcard::RsaKey& pair = vcard::RsaKey::get(1024, number);
+                if (modulus != pair.modulus() || (kind != CKO_PRIVATE_KEY && kind != CKO_PUBLIC_KEY))
+                    continue;
+                KnownKey key{object, kind == CKO_PRIVATE_KEY,
+                             &pair,  encryptFor(publicKeyOf(pair.certificate("Any")), kData),
+                             false,  false};
+                if (key.isPrivate && decrypt(object, CKM_RSA_PKCS, key.message).rv != CKR_OK)
+                    key.message.clear();
+                if (key.isPrivate)
+                    m_signature = sign(object, CKM_RSA_PKCS, kData).bytes;
+                key.encrypts = !key.isPrivate && encrypt(object, CKM_RSA_PKCS, kData).rv == CKR_OK;
+                key.verifies = !key.isPrivate && verify(object, CKM_RSA_PKCS, kData, m_signature) == CKR_OK;
+                m_keys.push_back(key);
+                break;
+            }
+        }
+        ASSERT_EQ(C_CloseSession(m_session), CKR_OK);
+    }
+    /// Values are those of the card that was there or is there now, codes such as an application can act on.
+    void expectRight(const Life& life, const Held& then, const Held& now)
+    {
+        const auto isIn = [](const Life& peace, const std::string& step, const Bytes& value) {
+            const auto found = peace.values.find(step);
+            return found != peace.values.end() && found->second == value;
+        };
+        for (const auto& [step, value] : life.values) {
+            bool right = step == "slots" && m_present == nullptr && value.empty();
+            for (const Held& card : {then, now}) {
+                right = right || isIn(m_peace[card], step, value);
+                // Whether the user is logged in the other calls tell.
+                for (const char* when : {"in public", "by the user"})
+                    right = right || (step.rfind("found", 0) == 0 &&
+                                      isIn(m_peace[card], std::string("found ") + when, value));
+            }
+            EXPECT_TRUE(right) << step << " gave " << vcard::toHex(value);
+        }
+        for (const auto& [step, code] : life.failures)
+            EXPECT_TRUE(kUsefulCodes.count(code) != 0 || m_peace[now].failures.count(step) != 0)
+                << step << " gave " << std::hex << code;
+    }
+    /// The life on this card in peace.
+    Life inPeace(const Held& card)
+    {
+        insert(card);
+        fakepcsc::clearCalls();
+        const Life life = live();
+        m_calls = static_cast<int>(fakepcsc::calls().size());
+        return life;
+    }
+
+    Held m_present;
+    Life m_life;
+    int m_refusedPins = 0;
+    int m_calls = 0;
+    int m_leaks = 0; ///< handles whose disconnection failed
+    CK_ULONG m_objects = 0;
+    std::vector<KnownKey> m_keys;
+    Bytes m_signature;
+    std::map<Held, Life> m_peace;
+    /// SEQUENCE { SEQUENCE { sha256, NULL }, OCTET STRING }
+    const Bytes kData =
+        vcard::join({vcard::fromHex("3031300D060960864801650304020105000420"), Bytes(32, 0x5A)});
+};
+
+} // namespace
+
+TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
+{
+    const Held own = make(GetParam().name, "123456");
+    const Held another = make(GetParam().name, "654321");
+    const Held stranger = make(GetParam().name == std::string("piv") ? "ias" : "piv", "654321");
+    insert(own);
+    ASSERT_NO_FATAL_FAILURE(learn());
+    m_peace = {{stranger, inPeace(stranger)}, {another, inPeace(another)}, {own, inPeace(own)}};
+    EXPECT_TRUE(m_peace[own].failures.empty());
+    for (const KnownKey& key : m_keys)
+        EXPECT_TRUE(!key.isPrivate ||
+                    isSignature(publicKeyOf(key.pair->certificate("Any")), kData,
+                                m_peace[own].values["first key " + std::to_string(key.handle) + " signs"]));
+
+    constexpr LONG kCodes[] = {SCARD_F_COMM_ERROR, SCARD_E_NO_SERVICE, SCARD_W_UNPOWERED_CARD,
+                               SCARD_W_RESET_CARD, SCARD_E_INVALID_HANDLE};
+    const auto fail = [&](int nth, int times) { fakepcsc::failCall("", kCodes[nth % 5], nth, times); };
+    const auto before = [](int nth, const std::function<void()>& action) {
+        fakepcsc::beforeCall("", nth, action);
+    };
+    const auto reset = [&] { fakepcsc::resetCard(m_reader); };
+    const auto remove = [&] { m_present = nullptr, fakepcsc::removeCard(m_reader); };
+    const struct {
+        std::string name;
+        int stride;
+        std::function<void(int)> plan;
+    } disturbances[] = {
+        {"one call fails", 1, [&](int nth) { fail(nth, 1); }},
+        {"the reader fails", 1, [&](int nth) { before(nth, reset), fail(nth, 5); }},
+        {"reset", 1, [&](int nth) { before(nth, reset); }},
+        {"removed", 1, [&](int nth) { before(nth, remove); }},
+        {"another PIN", 1, [&](int nth) { before(nth, [&] { insert(another); }); }},
+        {"another family", 3, [&](int nth) { before(nth, [&] { insert(stranger); }); }},
+        {"put in again", 3, [&](int nth) { before(nth, [&] { insert(own); }); }},
+    };
+    const int calls = m_calls;
+    for (const auto& disturbance : disturbances) {
+        for (int nth = 1; nth <= calls && !HasFailure(); nth += disturbance.stride) {
+            insert(own);
+            fakepcsc::clearCalls();
+            disturbance.plan(nth);
+            const Life life = live();
+            fakepcsc::forgetPlans();
+            const std::vector<fakepcsc::Call> made = fakepcsc::calls();
+            const std::string call = made.at(nth - 1).name;
+            SCOPED_TRACE(disturbance.name + " at call " + std::to_string(nth) + ", " + call);
+            for (const fakepcsc::Call& one : made)
+                m_leaks += one.name == "SCardDisconnect" && one.result != 0 ? 1 : 0;
+            expectRight(life, own, m_present == nullptr ? own : m_present);
+            for (const auto& [step, code] : life.failures) // a command with a new PIN is sent once
+                EXPECT_TRUE(disturbance.name != "reset" || call != "SCardTransmit" || step == "new PIN" ||
+                            step == "old PIN")
+                    << step;
+            int lost = 0;
+            for (const Held& card : {own, another, stranger})
+                lost += std::exchange(card->m_lostTries, 0);
+            EXPECT_EQ(lost, std::exchange(m_refusedPins, 0));
+            if (life.failures.empty() && m_present == own)
+                continue;
+
+            if (m_present == nullptr)
+                insert(own);
+            EXPECT_EQ(C_CloseAllSessions(1), CKR_OK);
+            const Life again = live();
+            for (const auto& [step, code] : again.failures)
+                EXPECT_NE(m_peace[m_present].failures.count(step), 0U)
+                    << step << " gave " << std::hex << code << " later";
+            EXPECT_TRUE(again.values == m_peace[m_present].values);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, SweepTest, ::testing::ValuesIn(kFamilies), [](const auto& family) {
+    std::string name = family.param.name;
+    name.erase(std::remove(name.begin(), name.end(), '-'), name.end());
+    return name + (name == "edu" ? std::to_string(family.param.eduVariant) : "");
+});
