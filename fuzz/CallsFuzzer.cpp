@@ -1,0 +1,167 @@
+// A caller that calls C_ functions in any order with any arguments: handles, numbers, null pointers, buffers
+// that are as long as they are said to be.
+#include "fuzz/CardInput.h"
+#include "pkcs11/frontend/FunctionList.h"
+
+#include <cstdlib>
+#include <deque>
+#include <iterator>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+namespace {
+
+using vcard::Bytes;
+
+/// Makes the arguments of one call.
+class Arguments {
+public:
+    explicit Arguments(fuzz::Reader& input) : m_input(input) {}
+
+    template <class T>
+    T make()
+    {
+        using Pointee = std::remove_pointer_t<T>;
+        if constexpr (std::is_same_v<T, CK_ULONG>) {
+            return std::exchange(m_hasCount, false) ? m_count : number();
+        } else if constexpr (std::is_integral_v<T>) {
+            return static_cast<T>(number());
+        } else if constexpr (std::is_function_v<Pointee>) {
+            return nullptr;
+        } else if constexpr (std::is_same_v<Pointee, CK_ULONG>) {
+            if (std::exchange(m_hasCount, false))
+                return values<CK_ULONG>({m_count});
+            return array<CK_ULONG>();
+        } else if constexpr (std::is_same_v<Pointee, CK_ATTRIBUTE>) {
+            return attributes();
+        } else if constexpr (std::is_same_v<Pointee, CK_MECHANISM>) {
+            auto* mechanism = array<CK_MECHANISM>();
+            m_hasCount = false;
+            if (mechanism != nullptr) {
+                CK_BYTE* parameter = array<CK_BYTE>();
+                *mechanism = {number(), parameter, m_count};
+                m_hasCount = false;
+            }
+            return mechanism;
+        } else if constexpr (std::is_void_v<Pointee>) {
+            return nullptr;
+        } else {
+            T made = array<Pointee>();
+            m_hasCount = std::is_same_v<Pointee, CK_BYTE>;
+            return made;
+        }
+    }
+
+private:
+    /// Small ones most often.
+    CK_ULONG number()
+    {
+        const int kind = m_input.byte();
+        return kind < 200   ? static_cast<CK_ULONG>(kind % 16)
+               : kind < 250 ? static_cast<CK_ULONG>(m_input.twoBytes())
+                            : ~static_cast<CK_ULONG>(kind - 250);
+    }
+    /// As long as the following count says, or null with any count.
+    template <class T>
+    T* array()
+    {
+        const int kind = m_input.byte();
+        m_hasCount = true;
+        if (kind == 0) {
+            m_count = number();
+            return nullptr;
+        }
+        m_count =
+            kind < 128 ? static_cast<CK_ULONG>(kind) : static_cast<CK_ULONG>(m_input.twoBytes() % 1024 + 1);
+        Bytes room(m_count * sizeof(T), static_cast<unsigned char>(m_input.byte()));
+        const Bytes given = m_input.bytes(std::min<std::size_t>(room.size(), 8));
+        std::copy(given.begin(), given.end(), room.begin());
+        m_rooms.push_back(std::move(room));
+        return reinterpret_cast<T*>(m_rooms.back().data());
+    }
+    template <class T>
+    T* values(std::initializer_list<T> list)
+    {
+        const auto* first = reinterpret_cast<const unsigned char*>(list.begin());
+        m_rooms.emplace_back(first, first + list.size() * sizeof(T));
+        return reinterpret_cast<T*>(m_rooms.back().data());
+    }
+    CK_ATTRIBUTE* attributes()
+    {
+        static constexpr CK_ATTRIBUTE_TYPE kTypes[] = {
+            CKA_CLASS,    CKA_TOKEN,   CKA_PRIVATE,      CKA_LABEL,   CKA_VALUE,      CKA_ID,
+            CKA_KEY_TYPE, CKA_MODULUS, CKA_MODULUS_BITS, CKA_SUBJECT, CKA_START_DATE, CKA_MODIFIABLE,
+            CKA_SIGN,     CKA_DECRYPT, CKA_APPLICATION,  0xCE534352UL};
+        const int count = m_input.byte() % 8;
+        if (count == 7) {
+            m_count = number();
+            m_hasCount = true;
+            return nullptr;
+        }
+        Bytes room(count * sizeof(CK_ATTRIBUTE));
+        auto* entries = reinterpret_cast<CK_ATTRIBUTE*>(room.data());
+        for (int i = 0; i < count; ++i) {
+            const CK_ATTRIBUTE_TYPE type = kTypes[m_input.byte() % 16];
+            CK_BYTE* value = array<CK_BYTE>();
+            entries[i] = {type, value, m_count};
+        }
+        m_rooms.push_back(std::move(room));
+        m_count = static_cast<CK_ULONG>(count);
+        m_hasCount = true;
+        return reinterpret_cast<CK_ATTRIBUTE*>(m_rooms.back().data());
+    }
+
+    fuzz::Reader& m_input;
+    std::deque<Bytes> m_rooms;
+    CK_ULONG m_count = 0;
+    bool m_hasCount = false;
+};
+
+template <class... Types>
+CK_RV call(CK_RV (*function)(Types...), fuzz::Reader& input)
+{
+    Arguments arguments(input);
+    const std::tuple<Types...> made{arguments.make<Types>()...}; // in the order of the braces
+    return std::apply(function, made);
+}
+
+using Caller = CK_RV (*)(fuzz::Reader&);
+#define QUARVEL_CALLER(name) [](fuzz::Reader& input) { return call(C_##name, input); },
+constexpr Caller kCallers[] = {QUARVEL_CRYPTOKI_FUNCTIONS(QUARVEL_CALLER)};
+#undef QUARVEL_CALLER
+/// All but C_WaitForSlotEvent, the last one, which may wait.
+constexpr std::size_t kCallerCount = std::size(kCallers) - 1;
+
+/// Not initialised, as in a new process.
+void startAnew()
+{
+    CK_ULONG count = 0;
+    C_Initialize(nullptr);
+    while (C_GetSlotList(CK_FALSE, nullptr, &count) != CKR_CRYPTOKI_NOT_INITIALIZED)
+        C_Finalize(nullptr);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
+{
+    fuzz::Reader input(data, size);
+    fuzz::Reader honest(nullptr, 0);
+    const auto families = static_cast<int>(vcard::familiesEnd() - vcard::familiesBegin());
+    const vcard::Family& family = vcard::familiesBegin()[input.byte() % families];
+    fakepcsc::reset();
+    const int reader = fakepcsc::addReader("Reader");
+    fakepcsc::insertCard(reader, std::make_shared<fuzz::LyingCard>(family.name, reader, honest));
+    C_Initialize(nullptr);
+    CK_SESSION_HANDLE session = 0;
+    Bytes pin = vcard::fromText("123456");
+    C_OpenSession(1, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &session);
+    C_Login(session, CKU_USER, pin.data(), pin.size());
+    for (int calls = 0; calls < 64 && !input.atEnd(); ++calls)
+        kCallers[static_cast<std::size_t>(input.byte()) % kCallerCount](input);
+    startAnew();
+    if (fakepcsc::openHandles() != 0)
+        std::abort();
+    return 0;
+}

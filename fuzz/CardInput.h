@@ -1,0 +1,83 @@
+/// The input of a fuzzer as numbers and bytes, and a card that takes its answers from it.
+#pragma once
+
+#include "tests/fakepcsc/FakePCSC.h"
+#include "tools/vcard/Bytes.h"
+#include "tools/vcard/Families.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+
+namespace fuzz {
+
+using vcard::Bytes;
+
+/// Zeros behind the end.
+class Reader {
+public:
+    Reader(const unsigned char* data, std::size_t size) : m_at(data), m_end(data + size) {}
+    bool atEnd() const { return m_at == m_end; }
+    int byte() { return atEnd() ? 0 : *m_at++; }
+    int twoBytes()
+    {
+        const int high = byte();
+        return high << 8 | byte();
+    }
+    Bytes bytes(std::size_t count)
+    {
+        const Bytes taken(m_at, m_at + std::min<std::size_t>(count, m_end - m_at));
+        m_at += taken.size();
+        return taken;
+    }
+
+private:
+    const unsigned char* m_at;
+    const unsigned char* m_end;
+};
+
+/// Answers a command as the next record says: its kind and what belongs to that.
+class LyingCard final : public vcard::Card {
+public:
+    LyingCard(const char* family, int reader, Reader& input) : m_reader(reader), m_input(input)
+    {
+        vcard::CardOptions options;
+        options.rsaBits = 1024;
+        m_card = vcard::findFamily(family)->make(options);
+    }
+    Bytes atr() const override { return m_card->atr(); }
+    void reset() override { m_card->reset(); }
+    Bytes transmit(const Bytes& command) override
+    {
+        const Bytes honest = m_card->transmit(command);
+        const int kind = m_input.atEnd() ? kHonest : m_input.byte() % kKinds;
+        Bytes answer = honest;
+        switch (kind) {
+        case kLiteral:
+            return m_input.bytes(m_input.twoBytes());
+        case kChanged:
+            answer.at(m_input.twoBytes() % answer.size()) ^= static_cast<unsigned char>(m_input.byte());
+            break;
+        case kCut: {
+            const auto length = std::min<std::size_t>(m_input.twoBytes(), answer.size());
+            answer.resize(length);
+            break;
+        }
+        case kReset:
+            fakepcsc::resetCard(m_reader);
+            break;
+        default:
+            break;
+        }
+        return answer;
+    }
+
+private:
+    enum { kHonest, kLiteral, kChanged, kCut, kReset, kKinds };
+
+    int m_reader;
+    Reader& m_input;
+    std::unique_ptr<vcard::Card> m_card;
+};
+
+} // namespace fuzz
