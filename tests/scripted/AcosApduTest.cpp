@@ -185,7 +185,7 @@ TEST_F(AcosApdus, EducationVariantsChooseKeysCertificateAndPins)
     for (const Row& row : {Row{1, "0001", "0003", "81", "83", "85"}, Row{2, "0002", "0004", "82", "84", "86"},
                            Row{0, "", "", "", "84", "86"}}) {
         const std::string keys =
-            "00A4000002" + row.keyFile + "00 00B0000000:C1C200009000 00B0000000:3007020200C1020103009000";
+            "00A4000002" + row.keyFile + "00 00B0000000:C1C200009000 00B0000000:3008020300C1C3020103009000";
         const std::string certificate =
             " 00A4000002" + row.certificateFile + "00 00B00000F1" + record + "9000";
         AcosEDUToken& token = buildEDU(row.variant, row.variant == 0 ? data : keys + data + certificate);
@@ -204,13 +204,14 @@ TEST_F(AcosApdus, EducationVariantsChooseKeysCertificateAndPins)
         EXPECT_EQ(toText(object<CardPublicKey>(1).getLabel()), "DIGSIG" + std::to_string(row.variant));
         EXPECT_EQ(PKCS11_blob2hex(object<CardPublicKey>(1).getModulus()),
                   "C1C2"); // a bare modulus, zero padded
-        EXPECT_EQ(PKCS11_blob2hex(object<CardPrivateKey>(2).getModulus()), "C1"); // the INTEGER of a TLV
+        EXPECT_EQ(PKCS11_blob2hex(object<CardPrivateKey>(2).getModulus()), "C1C3"); // the INTEGER of a TLV
         EXPECT_EQ(toText(object<X509PublicKeyCertificate>(5).getID()), "AP");
         const std::string replay = "002020" + row.userPin + "089876FFFFFFFFFFFF ";
         auto& key = object<PrivateKey>(2);
         expect(replay + "002241A4068401" + row.reference + "800101 0088100002AABB00:11229000");
         EXPECT_EQ(sign(key), "1122");
-        EXPECT_EQ(sign(key, Bytes(256, 1)), "21||"); // would not fit its Lc
+        EXPECT_EQ(sign(key, {0xAA, 0xBB}, 1), "150||"); // the modulus is known: nothing is sent
+        EXPECT_EQ(sign(key, Bytes(256, 1)), "21||");    // would not fit its Lc
         expect(replay + "002281B8038401" + row.reference + " 002A80860200CC00:6985");
         EXPECT_EQ(decrypt(key), "30||AcosEDUMechanismDecrypt::decrypt");
     }

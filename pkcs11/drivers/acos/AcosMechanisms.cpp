@@ -51,6 +51,7 @@ void AcosMechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_U
         return;
     m_token.requireLogin(m_access.loginWhere);
     const Blob input = m_access.signWrapsLc ? inputOf(data, dataLen) : inputOf(data, dataLen, kMaxShortData);
+    requireRoom(outLen, m_knownLength);
     deliver(compute(m_token, m_access, kMseSetSignature, kInternalAuthenticate, input), out, outLen);
 }
 

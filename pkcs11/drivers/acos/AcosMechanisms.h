@@ -18,8 +18,12 @@ struct AcosKeyAccess {
 /// A null output is answered with 256, whatever the key.
 class AcosMechanismSign : public Mechanism {
 public:
-    /// The token must outlive the operation, as the token's sessions do.
-    AcosMechanismSign(AcosToken& token, const AcosKeyAccess& access) : m_token(token), m_access(access) {}
+    /// The token must outlive the operation, as the token's sessions do. `knownLength` is that of the
+    /// modulus, 0 while it was not read.
+    AcosMechanismSign(AcosToken& token, const AcosKeyAccess& access, int knownLength)
+        : m_token(token), m_access(access), m_knownLength(knownLength)
+    {
+    }
 
     /// Throws CKR_USER_NOT_LOGGED_IN, CKR_DATA_LEN_RANGE, CKR_BUFFER_TOO_SMALL, CKR_DEVICE_ERROR and what the
     /// PIN replay throws.
@@ -28,6 +32,7 @@ public:
 private:
     AcosToken& m_token;
     AcosKeyAccess m_access;
+    int m_knownLength;
 };
 
 /// Decryption with PSO DECIPHER; the card removes the padding. A null output is answered with 256.

@@ -19,7 +19,10 @@ constexpr AcosKeyAccess kAccess = {0x88, "AcosTRUSTMechanismDecrypt::decrypt", "
 
 } // namespace
 
-AcosTRUSTMechanismSign::AcosTRUSTMechanismSign(AcosTRUSTToken& token) : AcosMechanismSign(token, kAccess) {}
+AcosTRUSTMechanismSign::AcosTRUSTMechanismSign(AcosTRUSTToken& token, int knownLength)
+    : AcosMechanismSign(token, kAccess, knownLength)
+{
+}
 
 AcosTRUSTMechanismDecrypt::AcosTRUSTMechanismDecrypt(AcosTRUSTToken& token, unsigned short fid,
                                                      CK_MECHANISM_TYPE type)

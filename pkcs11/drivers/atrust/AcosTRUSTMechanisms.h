@@ -8,7 +8,7 @@ class AcosTRUSTToken;
 
 class AcosTRUSTMechanismSign final : public AcosMechanismSign {
 public:
-    explicit AcosTRUSTMechanismSign(AcosTRUSTToken& token);
+    AcosTRUSTMechanismSign(AcosTRUSTToken& token, int knownLength);
 };
 
 class AcosTRUSTMechanismDecrypt final : public AcosMechanismDecrypt {

@@ -58,7 +58,7 @@ Blob AcosTRUSTPrivateKey::getModulus()
 std::unique_ptr<Mechanism> AcosTRUSTPrivateKey::createSignMechanism(CK_MECHANISM* /*mechanism*/,
                                                                     MechanismInfo* /*info*/)
 {
-    return std::make_unique<AcosTRUSTMechanismSign>(m_token);
+    return std::make_unique<AcosTRUSTMechanismSign>(m_token, m_token.knownModulus().size());
 }
 
 std::unique_ptr<Mechanism> AcosTRUSTPrivateKey::createDecryptMechanism(CK_MECHANISM* mechanism,

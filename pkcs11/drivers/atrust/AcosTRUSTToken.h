@@ -45,6 +45,8 @@ public:
     CardValue readFile(unsigned short fid);
     /// The modulus of the key pair, read from the card on first use; empty when it cannot be read.
     Blob getModulus();
+    /// The same as far as it was read.
+    const Blob& knownModulus() const { return m_modulus; }
 
     static Blob PadPin(const Blob& pin);
     /// Label of a data file, empty for any other.

@@ -14,8 +14,8 @@ constexpr AcosKeyAccess accessTo(int keyNumber)
 
 } // namespace
 
-AcosEDUMechanismSign::AcosEDUMechanismSign(AcosToken& token, int keyNumber)
-    : AcosMechanismSign(token, accessTo(keyNumber))
+AcosEDUMechanismSign::AcosEDUMechanismSign(AcosToken& token, int keyNumber, int knownLength)
+    : AcosMechanismSign(token, accessTo(keyNumber), knownLength)
 {
 }
 

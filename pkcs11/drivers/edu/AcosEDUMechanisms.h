@@ -7,7 +7,7 @@ namespace PKCS11 {
 /// Operations with key 1 or 2 of an education card.
 class AcosEDUMechanismSign final : public AcosMechanismSign {
 public:
-    AcosEDUMechanismSign(AcosToken& token, int keyNumber);
+    AcosEDUMechanismSign(AcosToken& token, int keyNumber, int knownLength);
 };
 
 class AcosEDUMechanismDecrypt final : public AcosMechanismDecrypt {

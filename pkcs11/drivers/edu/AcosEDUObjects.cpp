@@ -102,7 +102,7 @@ AcosEDUPrivateKey::AcosEDUPrivateKey(AcosEDUToken& token, int number) : m_token(
 std::unique_ptr<Mechanism> AcosEDUPrivateKey::createSignMechanism(CK_MECHANISM* /*mechanism*/,
                                                                   MechanismInfo* /*info*/)
 {
-    return std::make_unique<AcosEDUMechanismSign>(m_token, m_number);
+    return std::make_unique<AcosEDUMechanismSign>(m_token, m_number, getModulus().size());
 }
 
 std::unique_ptr<Mechanism> AcosEDUPrivateKey::createDecryptMechanism(CK_MECHANISM* mechanism,
