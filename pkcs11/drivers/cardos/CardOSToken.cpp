@@ -206,7 +206,7 @@ int CardOSToken::selectEF(unsigned short fid)
 
 void CardOSToken::openDriverDF()
 {
-    selectApplication();
+    CardOSToken::selectApplication();
     requireSuccess(selectDF(kDriverDF));
 }
 

@@ -20,6 +20,8 @@ class LazyRsaKey : public Base {
 public:
     Blob getModulus() override { return hasComponents() ? Base::getModulus() : Blob(); }
     Blob getPublicExponent() override { return hasComponents() ? Base::getPublicExponent() : Blob(); }
+    /// The modulus as far as it was read or set.
+    Blob knownModulus() { return Base::getModulus(); }
 
 protected:
     /// Reads both components. Throws where the card cannot be asked; then the next request asks again.

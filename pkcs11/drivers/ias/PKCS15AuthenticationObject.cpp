@@ -15,13 +15,13 @@ constexpr char kPinError[] = "PKCS15AuthenticationObject::Import: coding typeAtt
 constexpr int kPinObject = 0x30;
 constexpr int kTypeAttributes = 0xA1;
 
-constexpr PKCS15Element<Pin> kPinElements[] = {{0x03, &Pin::pinFlags},  {0x0A, &Pin::pinType},
-                                               {0x02, &Pin::minLength}, {0x02, &Pin::storedLength},
-                                               {0x02, &Pin::maxLength}, {0x80, &Pin::pinReference},
-                                               {0x04, &Pin::padChar},   {0x18, &Pin::lastPinChange}};
+constexpr PKCS15Element<Pin> kPinElements[] = {{&Pin::pinFlags, 0x03},  {&Pin::pinType, 0x0A},
+                                               {&Pin::minLength, 0x02}, {&Pin::storedLength, 0x02},
+                                               {&Pin::maxLength, 0x02}, {&Pin::pinReference, 0x80},
+                                               {&Pin::padChar, 0x04},   {&Pin::lastPinChange, 0x18}};
 
 constexpr PKCS15Element<PKCS15AuthenticationObject> kClassElements[] = {
-    {0x04, &PKCS15AuthenticationObject::authId}};
+    {&PKCS15AuthenticationObject::authId, 0x04}};
 
 } // namespace
 

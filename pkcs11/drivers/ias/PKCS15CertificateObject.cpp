@@ -13,9 +13,9 @@ constexpr char kTypeError[] = "PKCS15CertificateObject::Import: coding typeAttri
 
 constexpr int kTypeAttributes = 0xA1;
 
-constexpr PKCS15Element<Certificate> kClassElements[] = {{0x04, &Certificate::iD},
-                                                         {0x01, &Certificate::authority}};
-constexpr PKCS15Element<Certificate> kTypeElements[] = {{0x02, &Certificate::serialNumber}};
+constexpr PKCS15Element<Certificate> kClassElements[] = {{&Certificate::iD, 0x04},
+                                                         {&Certificate::authority, 0x01}};
+constexpr PKCS15Element<Certificate> kTypeElements[] = {{&Certificate::serialNumber, 0x02}};
 
 } // namespace
 

@@ -9,8 +9,8 @@ using Key = PKCS15CommonKeyAttributes;
 constexpr char kError[] = "PKCS15CommonKeyAttributes::Import";
 
 constexpr PKCS15Element<Key> kElements[] = {
-    {0x04, &Key::iD},           {0x03, &Key::usage},     {0x03, &Key::accessFlags},  {0x01, &Key::native},
-    {0x02, &Key::keyReference}, {0x18, &Key::startDate}, {0xA0, &Key::endDate, 0x18}};
+    {&Key::iD, 0x04},           {&Key::usage, 0x03},     {&Key::accessFlags, 0x03},  {&Key::native, 0x01},
+    {&Key::keyReference, 0x02}, {&Key::startDate, 0x18}, {&Key::endDate, 0xA0, 0x18}};
 
 constexpr unsigned char kNonRepudiation = 0x40;
 

@@ -10,10 +10,10 @@ using Common = PKCS15CommonObjectAttributes;
 
 constexpr char kCodingError[] = "PKCS15CommonObjectAttributes::Import: coding error";
 
-constexpr PKCS15Element<Common> kElements[] = {{0x0C, &Common::label},
-                                               {0x03, &Common::flags},
-                                               {0x04, &Common::objectAuthId},
-                                               {0x02, &Common::userConsent}};
+constexpr PKCS15Element<Common> kElements[] = {{&Common::label, 0x0C},
+                                               {&Common::flags, 0x03},
+                                               {&Common::objectAuthId, 0x04},
+                                               {&Common::userConsent, 0x02}};
 
 } // namespace
 

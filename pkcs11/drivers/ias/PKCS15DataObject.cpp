@@ -16,9 +16,9 @@ constexpr int kObjectIdentifierData = 0xA1;
 
 constexpr int kTypeAttributes = 0xA1;
 
-constexpr PKCS15Element<Data> kClassElements[] = {{0x0C, &Data::applicationName},
-                                                  {0x06, &Data::applicationOID}};
-constexpr PKCS15Element<Data> kObjectElements[] = {{0x06, &Data::objectOID}};
+constexpr PKCS15Element<Data> kClassElements[] = {{&Data::applicationName, 0x0C},
+                                                  {&Data::applicationOID, 0x06}};
+constexpr PKCS15Element<Data> kObjectElements[] = {{&Data::objectOID, 0x06}};
 
 /// The element whose components are an OID and a Path: the type attributes, or the SEQUENCE in them.
 const BERCoder& identifiedValue(const BERCoder& typeAttributes)

@@ -143,7 +143,7 @@ int PKCS15PrivateKey::signatureLength()
 
 int PKCS15PrivateKey::knownSignatureLength()
 {
-    return lengthOf(CardPrivateKey::getModulus()); // the lazy getter would ask the card
+    return lengthOf(knownModulus());
 }
 
 int PKCS15PrivateKey::lengthOf(const Blob& modulus) const

@@ -5,7 +5,7 @@ namespace PKCS11 {
 namespace {
 
 constexpr PKCS15Element<PKCS15Path> kElements[] = {
-    {0x04, &PKCS15Path::path}, {0x02, &PKCS15Path::index}, {0x80, &PKCS15Path::length}};
+    {&PKCS15Path::path, 0x04}, {&PKCS15Path::index, 0x02}, {&PKCS15Path::length, 0x80}};
 
 } // namespace
 

@@ -17,11 +17,11 @@ constexpr int kCommonPrivateKeyAttributes = 0xA0;
 constexpr int kTypeAttributes = 0xA1;
 constexpr int kRSA = 0x30;
 
-constexpr PKCS15Element<Key> kCredentialElements[] = {{0x02, &Key::keyIdentifierType},
-                                                      {0x04, &Key::keyIdentifierValue}};
+constexpr PKCS15Element<Key> kCredentialElements[] = {{&Key::keyIdentifierType, 0x02},
+                                                      {&Key::keyIdentifierValue, 0x04}};
 constexpr PKCS15Element<Key> kRSAElements[] = {
-    {0x02, &Key::modulusLength}, {0x02, &Key::keyInfo}, {0x03, &Key::operations}};
-constexpr PKCS15Element<Key> kOtherElements[] = {{0x02, &Key::keyInfo}, {0x03, &Key::operations}};
+    {&Key::modulusLength, 0x02}, {&Key::keyInfo, 0x02}, {&Key::operations, 0x03}};
+constexpr PKCS15Element<Key> kOtherElements[] = {{&Key::keyInfo, 0x02}, {&Key::operations, 0x03}};
 
 } // namespace
 

@@ -40,13 +40,13 @@ private:
     int m_recordSize = 0;
 };
 
-/// An element of a SEQUENCE and the member that holds its value; `inner` is the tag of the one element inside
-/// it that is the value, if it is not the value itself. Where tags are compared, the first byte is meant.
-/// Elements with the same tag fill their members one after the other.
+/// A member that holds the value of an element of a SEQUENCE, and the tag of the element; `inner` is the tag
+/// of the one element inside it that is the value, if it is not the value itself. Where tags are compared,
+/// the first byte is meant. Elements with the same tag fill their members one after the other.
 template <class Record>
 struct PKCS15Element {
-    unsigned char tag;
     Blob Record::*value;
+    unsigned char tag;
     unsigned char inner = 0;
 };
 

@@ -7,9 +7,9 @@ namespace {
 using Info = PKCS15TokenInfo;
 
 constexpr PKCS15Element<Info> kElements[] = {
-    {0x02, &Info::version},  {0x04, &Info::serialNumber}, {0x0C, &Info::manufacturerID},
-    {0x80, &Info::label},    {0x03, &Info::tokenflags},   {0x13, &Info::preferredLanguage},
-    {0x83, &Info::issuerId}, {0x84, &Info::holderId},     {0xA5, &Info::lastUpdate, 0x18}};
+    {&Info::version, 0x02},  {&Info::serialNumber, 0x04}, {&Info::manufacturerID, 0x0C},
+    {&Info::label, 0x80},    {&Info::tokenflags, 0x03},   {&Info::preferredLanguage, 0x13},
+    {&Info::issuerId, 0x83}, {&Info::holderId, 0x84},     {&Info::lastUpdate, 0xA5, 0x18}};
 
 } // namespace
 
