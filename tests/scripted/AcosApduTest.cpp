@@ -8,9 +8,6 @@
 #include "pkcs11/token/Hex.h"
 #include "tests/support/ReaderFixture.h"
 
-#include <map>
-#include <sstream>
-
 using namespace PKCS11;
 using vcard::Bytes;
 
@@ -22,16 +19,7 @@ const std::string kMseSign = "002241A406840188800101";
 
 class AcosApdus : public ReaderFixture {
 protected:
-    /// Commands with their answers behind a colon, 9000 where there is none.
-    void expect(const std::string& script)
-    {
-        std::istringstream steps(script);
-        for (std::string step; steps >> step;) {
-            const size_t colon = step.find(':');
-            m_card.expect(step.substr(0, colon),
-                          colon == std::string::npos ? "9000" : step.substr(colon + 1));
-        }
-    }
+    void expect(const std::string& script) { m_card.expectAll(script); }
     /// A card with key, certificate and cardholder file; file C003 is missing.
     AcosTRUSTToken& buildTrust()
     {

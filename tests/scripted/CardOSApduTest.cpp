@@ -2,7 +2,6 @@
 #include "tests/support/ScriptedCard.h"
 
 #include <map>
-#include <sstream>
 
 namespace {
 
@@ -52,14 +51,7 @@ protected:
                kApplication + kDriverDF + " 00A4020002010100" + kRecord + kApplication + kDriverDF +
                " 00A4020002010200" + kRecord;
     }
-    void expect(const std::string& script)
-    {
-        std::istringstream steps(script);
-        for (std::string step; steps >> step;) {
-            const size_t colon = step.find(':');
-            m_card->expect(step.substr(0, colon), colon == step.npos ? "9000" : step.substr(colon + 1));
-        }
-    }
+    void expect(const std::string& script) { m_card->expectAll(script); }
     void begin(const std::string& version, const std::string& script = kVerify)
     {
         expect(kProbe + construction(version) + script);

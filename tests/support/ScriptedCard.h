@@ -9,6 +9,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <numeric>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -44,6 +45,15 @@ public:
     {
         m_script.emplace_back(command, answer);
         return *this;
+    }
+    /// Commands with their answers behind a colon, 9000 where there is none.
+    void expectAll(const std::string& script)
+    {
+        std::istringstream steps(script);
+        for (std::string step; steps >> step;) {
+            const size_t colon = step.find(':');
+            expect(step.substr(0, colon), colon == step.npos ? "9000" : step.substr(colon + 1));
+        }
     }
     int resets() const { return m_resets; }
 
