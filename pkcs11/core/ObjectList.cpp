@@ -1,9 +1,6 @@
 #include "pkcs11/core/ObjectList.h"
 
 #include "pkcs11/core/Storage.h"
-#include "pkcs11/core/Template.h"
-
-#include <utility>
 
 namespace PKCS11 {
 
@@ -38,59 +35,36 @@ void ObjectList::destroy(unsigned long handle)
 
 void ObjectList::findObjectsInit(const CK_ATTRIBUTE* attributes, CK_ULONG count)
 {
-    findObjectsFinal();
-    try {
-        checkTemplate(attributes, count);
-        std::vector<Blob> values;
-        std::vector<CK_ATTRIBUTE> entries;
-        for (CK_ULONG i = 0; i < count; ++i)
-            values.push_back(Blob::fromMemory(attributes[i].pValue, attributes[i].ulValueLen));
-        for (CK_ULONG i = 0; i < count; ++i)
-            entries.push_back(
-                {attributes[i].type, values[i].data(), static_cast<CK_ULONG>(values[i].size())});
-        m_findValues.swap(values);
-        m_findTemplate.swap(entries);
-    } catch (const PKCS11Exception&) {
-        // A search never fails to start; no object has a value that cannot be read or held.
-        m_matchesNothing = true;
-    }
+    m_search.start(attributes, count);
 }
 
 void ObjectList::findObjects(CK_OBJECT_HANDLE* phObject, CK_ULONG max, CK_ULONG* pulCount,
                              bool canAccessPrivate)
 {
-    if (m_matchesNothing)
-        return;
-    // Only a reported object moves the cursor, so that objects added behind it are found by the next call.
-    for (unsigned long handle = m_findNext; handle <= highWater() && *pulCount < max; ++handle) {
-        Object* object = at(handle);
-        if (object != nullptr && isVisible(*object, canAccessPrivate) && matchesSearch(*object)) {
-            phObject[(*pulCount)++] = handle;
-            m_findNext = handle + 1;
-        }
-    }
+    continueSearch(m_search, phObject, max, pulCount, canAccessPrivate);
 }
 
 void ObjectList::findObjectsFinal()
 {
-    m_findNext = 1;
-    m_findTemplate.clear();
-    m_findValues.clear();
-    m_matchesNothing = false;
+    m_search.finish();
+}
+
+void ObjectList::continueSearch(ObjectSearch& search, CK_OBJECT_HANDLE* phObject, CK_ULONG max,
+                                CK_ULONG* pulCount, bool canAccessPrivate)
+{
+    // Only a reported object moves the cursor, so that objects added behind it are found by the next call.
+    for (unsigned long handle = search.next(); handle <= highWater() && *pulCount < max; ++handle) {
+        Object* object = at(handle);
+        if (object != nullptr && isVisible(*object, canAccessPrivate) && search.matches(*object)) {
+            phObject[(*pulCount)++] = handle;
+            search.passed(handle);
+        }
+    }
 }
 
 bool ObjectList::isVisible(Object& object, bool canAccessPrivate)
 {
     return canAccessPrivate || !isPrivate(object);
-}
-
-bool ObjectList::matchesSearch(Object& object) const
-{
-    try {
-        return object.testObject(m_findTemplate.data(), static_cast<CK_ULONG>(m_findTemplate.size()), 0);
-    } catch (const std::exception&) {
-        return false;
-    }
 }
 
 } // namespace PKCS11

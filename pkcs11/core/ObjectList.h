@@ -1,15 +1,14 @@
 #pragma once
 
 #include "pkcs11/core/Object.h"
+#include "pkcs11/core/ObjectSearch.h"
 #include "pkcs11/core/Table.h"
 
 #include <memory>
-#include <vector>
 
 namespace PKCS11 {
 
-/// All objects of a token, owned here, and the one search that runs on them: sessions of a slot share its
-/// cursor.
+/// All objects of a token, owned here, and the search on them whose cursor the sessions of a slot share.
 class ObjectList : public Table {
 public:
     ObjectList() = default;
@@ -23,24 +22,23 @@ public:
     /// Destroys the object and frees its handle.
     void destroy(unsigned long handle);
 
-    /// Copies the template and starts at the first handle. Replaces a running search. A null template with a
-    /// count matches nothing.
+    // The search that the sessions of the token share.
+
+    /// Replaces a running search.
     void findObjectsInit(const CK_ATTRIBUTE* attributes, CK_ULONG count);
-    /// Adds up to max handles, in ascending order, behind the *pulCount that stand there. Objects are tested
-    /// when the search reaches them; one whose attributes cannot be read is passed over.
     void findObjects(CK_OBJECT_HANDLE* phObject, CK_ULONG max, CK_ULONG* pulCount, bool canAccessPrivate);
     void findObjectsFinal();
+
+    /// Adds up to max handles, in ascending order, behind the *pulCount that stand there. Objects are tested
+    /// when the search reaches them; one whose attributes cannot be read is passed over.
+    void continueSearch(ObjectSearch& search, CK_OBJECT_HANDLE* phObject, CK_ULONG max, CK_ULONG* pulCount,
+                        bool canAccessPrivate);
 
 private:
     Object* at(unsigned long handle) const { return static_cast<Object*>(find(handle)); }
     static bool isVisible(Object& object, bool canAccessPrivate);
-    bool matchesSearch(Object& object) const;
 
-    /// The entries point into the values.
-    std::vector<Blob> m_findValues;
-    std::vector<CK_ATTRIBUTE> m_findTemplate;
-    bool m_matchesNothing = false;
-    unsigned long m_findNext = 0;
+    ObjectSearch m_search;
 };
 
 } // namespace PKCS11

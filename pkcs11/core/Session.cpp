@@ -38,6 +38,7 @@ void Session::closeSession()
     if (m_paused)
         return;
     cleanMechanism();
+    m_search.finish();
     m_paused = true;
     m_token = nullptr;
     if (m_slot != nullptr)

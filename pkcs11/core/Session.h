@@ -1,6 +1,7 @@
 #pragma once
 
 #include "pkcs11/core/Mechanism.h"
+#include "pkcs11/core/ObjectSearch.h"
 #include "pkcs11/token/Blob.h"
 
 #include <memory>
@@ -158,6 +159,8 @@ private:
     std::unique_ptr<Mechanism> m_operation;
     bool m_paused = false;
 
+    /// Of an edition whose searches belong to their sessions.
+    ObjectSearch m_search;
     /// The key that the operation works with; only compared, never followed.
     const Object* m_operationObject = nullptr;
     /// The token of the running Cryptoki call; null until it is fetched.

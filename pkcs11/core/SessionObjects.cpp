@@ -1,6 +1,7 @@
 /// The calls on objects, and the search.
 #include "pkcs11/core/Session.h"
 
+#include "pkcs11/Edition.h"
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/core/Arguments.h"
 #include "pkcs11/core/Storage.h"
@@ -118,7 +119,11 @@ void Session::setAttributeValue(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* attribut
 
 void Session::findObjectsInit(CK_ATTRIBUTE* attributes, CK_ULONG count)
 {
-    getToken()->getObjectList()->findObjectsInit(attributes, count);
+    ObjectList* objects = getToken()->getObjectList();
+    if (Edition::current().isSearchPerSession())
+        m_search.start(attributes, count);
+    else
+        objects->findObjectsInit(attributes, count);
 }
 
 void Session::findObjects(CK_OBJECT_HANDLE* phObject, CK_ULONG max, CK_ULONG* pulCount)
@@ -127,12 +132,17 @@ void Session::findObjects(CK_OBJECT_HANDLE* phObject, CK_ULONG max, CK_ULONG* pu
     requirePointer(pulCount);
     *pulCount = 0;
     requireBuffer(phObject, max);
-    token->getObjectList()->findObjects(phObject, max, pulCount, canAccessPrivate());
+    ObjectList* objects = token->getObjectList();
+    if (Edition::current().isSearchPerSession())
+        objects->continueSearch(m_search, phObject, max, pulCount, canAccessPrivate());
+    else
+        objects->findObjects(phObject, max, pulCount, canAccessPrivate());
 }
 
 void Session::findObjectsFinal()
 {
     getToken()->getObjectList()->findObjectsFinal();
+    m_search.finish();
 }
 
 } // namespace PKCS11
