@@ -31,6 +31,10 @@ public:
     /// Around every exported function.
     virtual void beginCall() {}
     virtual void endCall() {}
+    /// Before a call blocks for slot events: lets others run. True when endWait() has to follow.
+    virtual bool beginWait() { return false; }
+    /// False when the library is being finalised: nothing is left that the call could go on with.
+    virtual bool endWait() { return true; }
 
     // --- Cards ---
 
@@ -39,6 +43,8 @@ public:
     virtual bool enterCard(PCSCSlot& slot);
     /// Before the channel to the card is closed.
     virtual void leaveCard(PCSCSlot& /*slot*/) {}
+    /// What the PC/SC result of a status query on the card means; 0 is success.
+    virtual long judgeStatus(PCSCSlot& /*slot*/, long result) { return result; }
 
     // --- Tokens ---
 
@@ -47,7 +53,10 @@ public:
     /// What C_GetTokenInfo reports beside the flags of the driver.
     virtual CK_FLAGS addedTokenFlags() const { return 0; }
 
-    // --- Operations ---
+    // --- Sessions ---
+
+    /// A search belongs to its session; otherwise the sessions of a token share one.
+    virtual bool isSearchPerSession() const { return false; }
 
     /// The key's signature operation.
     virtual std::unique_ptr<Mechanism> createSignMechanism(PrivateKey& key, CK_MECHANISM* mechanism,

@@ -5,6 +5,9 @@
 #include "pkcs11/desktop/DesktopPIVToken.h"
 #include "pkcs11/desktop/SignInParts.h"
 #include "pkcs11/drivers/common/CardObjects.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
+
+#include <winscard.h>
 
 namespace PKCS11 {
 
@@ -20,6 +23,35 @@ std::unique_ptr<Mechanism> createPSSSign(CardPrivateKey& key, const CK_MECHANISM
 }
 
 } // namespace
+
+DesktopEdition::DesktopEdition()
+{
+    pthread_atfork(nullptr, nullptr, afterFork);
+}
+
+void DesktopEdition::afterFork()
+{
+    instance().m_lock.reset();
+    instance().m_transaction.forget();
+}
+
+void DesktopEdition::endCall()
+{
+    if (!m_lock.isInside())
+        return; // its wait was abandoned
+    m_transaction.end();
+    m_lock.leave();
+}
+
+bool DesktopEdition::beginWait()
+{
+    return m_lock.leave();
+}
+
+long DesktopEdition::judgeStatus(PCSCSlot& slot, long result)
+{
+    return result == SCARD_W_RESET_CARD ? slot.RejoinChannel() : result;
+}
 
 DesktopEdition& DesktopEdition::instance()
 {

@@ -1,6 +1,9 @@
 #pragma once
 
 #include "pkcs11/Edition.h"
+#include "pkcs11/desktop/CallLock.h"
+#include "pkcs11/desktop/CardTransaction.h"
+#include "pkcs11/pcsc/SlotWaits.h"
 
 namespace PKCS11 {
 
@@ -9,13 +12,33 @@ class DesktopEdition final : public Edition {
 public:
     static DesktopEdition& instance();
 
+    void beginCall() override { m_lock.enter(); }
+    void endCall() override;
+    bool beginWait() override;
+    bool endWait() override { return m_lock.enterUnless(SlotWaits::isEnding); }
+
+    /// Puts the commands of a call into one transaction.
+    bool enterCard(PCSCSlot& slot) override { return m_transaction.begin(slot); }
+    void leaveCard(PCSCSlot& slot) override { m_transaction.end(slot); }
+    /// A card that another program has reset is the same card.
+    long judgeStatus(PCSCSlot& slot, long result) override;
+
     std::unique_ptr<Token> createDriver(const Blob& cardType, PCSCSlot& slot) override;
     /// Desktop clients pass over a token without CKF_TOKEN_INITIALIZED; the drivers do not report it.
     CK_FLAGS addedTokenFlags() const override { return CKF_TOKEN_INITIALIZED; }
 
+    bool isSearchPerSession() const override { return true; }
+
     /// With RSA-PSS for the tokens that list it, and in parts.
     std::unique_ptr<Mechanism> createSignMechanism(PrivateKey& key, CK_MECHANISM* mechanism,
                                                    MechanismInfo* info) override;
+
+private:
+    DesktopEdition();
+    static void afterFork();
+
+    CallLock m_lock;
+    CardTransaction m_transaction;
 };
 
 } // namespace PKCS11

@@ -114,7 +114,12 @@ void PCSCSlot::ResetChannel()
     }
 }
 
-long PCSCSlot::cardStatus() const
+long PCSCSlot::RejoinChannel()
+{
+    return SCardReconnect(m_card, SCARD_SHARE_SHARED, kProtocols, SCARD_LEAVE_CARD, &m_protocol);
+}
+
+long PCSCSlot::cardStatus()
 {
     if (m_cardExchanged)
         return SCARD_W_REMOVED_CARD;
@@ -125,7 +130,9 @@ long PCSCSlot::cardStatus() const
     DWORD atrLength = atr.size();
     DWORD state = 0;
     DWORD protocol = 0;
-    return SCardStatus(m_card, reader.data(), &readerLength, &state, &protocol, atr.data(), &atrLength);
+    const long result =
+        SCardStatus(m_card, reader.data(), &readerLength, &state, &protocol, atr.data(), &atrLength);
+    return Edition::current().judgeStatus(*this, result);
 }
 
 } // namespace PKCS11

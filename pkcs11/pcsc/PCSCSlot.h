@@ -42,10 +42,12 @@ public:
     bool CloseChannel();
     /// Warm reset of the card: every selection and login on it is lost. Throws CKR_GENERAL_ERROR (5).
     void ResetChannel();
+    /// Reconnects to a card that another program has reset, leaving it as it is. The PC/SC result.
+    long RejoinChannel();
     bool isConnected() const { return m_card != 0; }
     /// The PC/SC result of SCardStatus on the card handle; 0 is success. SCARD_W_REMOVED_CARD for a card that
     /// may have been exchanged.
-    long cardStatus() const;
+    long cardStatus();
     /// PC/SC's handle of the card, 0 while not connected.
     PCSCHandle cardHandle() const { return m_card; }
 
@@ -58,6 +60,12 @@ public:
     CardMark cardMark() const { return m_disturbances; }
     /// True while every exchange since then went to the card without a reset or a removal.
     bool isUndisturbedSince(CardMark mark) const { return mark == m_disturbances; }
+    /// The same for what is selected and verified on the card, which is gone too where other programs may
+    /// have used it since.
+    CardMark selectionMark() const { return m_disturbances + m_visits; }
+    /// Before a piece of work on the card, and before each command: from now on selectionMark() tells whether
+    /// others may have been there. Throws CKR_DEVICE_REMOVED (0x32) where that shows another card.
+    void enter();
     /// True when the channel was rejoined after a removal, so that another card may be there: no PIN goes to
     /// it any more, and its token is dropped at the next use.
     bool isCardExchanged() const { return m_cardExchanged; }
@@ -141,6 +149,8 @@ private:
     PCSCHandle m_card = 0;
     PCSCWord m_protocol = 0;
     CardMark m_disturbances = 0;
+    /// How often others may have used the card between two calls.
+    int m_visits = 0;
     bool m_cardExchanged = false;
     int m_eduVariant = 0;
     Blob m_iasAid;

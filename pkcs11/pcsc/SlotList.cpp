@@ -1,5 +1,6 @@
 #include "pkcs11/pcsc/SlotList.h"
 
+#include "pkcs11/Edition.h"
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/pcsc/SCardCall.h"
 #include "pkcs11/pcsc/SlotWaits.h"
@@ -164,8 +165,10 @@ bool SlotList::waitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* /*reserv
     const bool block = (flags & CKF_DONT_BLOCK) == 0;
     for (;;) {
         // The states still ask for the present state here, so the first call returns at once.
+        const bool others = block && Edition::current().beginWait();
         result = states.getStatusChange(wait.context(), block ? INFINITE : 0);
-        if (result == SCARD_E_CANCELLED || wait.isAbandoned()) {
+        const bool goesOn = !others || Edition::current().endWait();
+        if (result == SCARD_E_CANCELLED || !goesOn || wait.isAbandoned()) {
             Logger::Log(Logger::kTrace, "SCardGetStatusChange was canceled by application, so just return");
             return false;
         }

@@ -13,6 +13,8 @@ namespace {
 
 /// Pause between two cancels of a wait, in milliseconds.
 constexpr long kCancelInterval = 1;
+/// Threads in awaitEnd().
+std::atomic<int> endings{0};
 
 /// Process and thread in one number, never 0. After a fork the parent's threads do not exist in the child.
 std::uint64_t thisThread()
@@ -108,8 +110,14 @@ bool SlotWaits::cancel()
     return taken;
 }
 
+bool SlotWaits::isEnding()
+{
+    return endings > 0;
+}
+
 void SlotWaits::awaitEnd()
 {
+    ++endings;
     s_blocks.forEach([](Entry& entry) { entry.abandoned = entry.uses.load(); });
     s_blocks.forEach([](Entry& entry) {
         const unsigned uses = entry.uses;
@@ -122,6 +130,7 @@ void SlotWaits::awaitEnd()
             Sleep(kCancelInterval);
         }
     });
+    --endings;
 }
 
 } // namespace PKCS11

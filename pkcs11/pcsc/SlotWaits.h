@@ -37,6 +37,8 @@ public:
     /// thread, which a signal handler may have interrupted. Waits that begin meanwhile are not awaited;
     /// whoever calls this has first put up what they look at before they touch anything.
     static void awaitEnd();
+    /// True while a thread is in awaitEnd().
+    static bool isEnding();
 
 private:
     static Entry& claimEntry();

@@ -101,7 +101,7 @@ int PCSCSlot::SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLe
     if (!isKnownProtocol(m_protocol))
         throw PKCS11Exception(CKR_GENERAL_ERROR, "unknown protocol", kWhere);
 
-    Edition::current().enterCard(*this);
+    enter();
     const bool hasPin = carriesPin(cmd, cmdLen);
     Answer answer;
     long result = SCARD_W_REMOVED_CARD;
@@ -129,6 +129,12 @@ int PCSCSlot::SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLe
     *respLen = static_cast<int>(length) - 2;
     std::copy_n(bytes, *respLen, reinterpret_cast<unsigned char*>(resp));
     return bytes[length - 2] << 8 | bytes[length - 1];
+}
+
+void PCSCSlot::enter()
+{
+    if (Edition::current().enterCard(*this))
+        ++m_visits;
 }
 
 void PCSCSlot::recover(long result)

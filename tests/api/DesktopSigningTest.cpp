@@ -337,7 +337,7 @@ TEST_F(DesktopSigning, PIVKeysOnCurvesTellThemAndSign)
         EXPECT_EQ(fakepcsc::callCount("SCardTransmit"), 0);
         const auto answered = [&](const Bytes& response) {
             fakepcsc::replaceAnswer(vcard::join({vcard::tlv(0x7C, vcard::tlv(0x82, response)), {0x90, 0x00}}),
-                                    2);
+                                    3); // behind SELECT and VERIFY
             return sign(key, CKM_ECDSA, Bytes(32));
         };
         const auto sequence = [](const Bytes& r, const Bytes& s) {
@@ -352,7 +352,7 @@ TEST_F(DesktopSigning, PIVKeysOnCurvesTellThemAndSign)
               vcard::tlv(0x31, vcard::join({vcard::tlv(0x02, {1}), vcard::tlv(0x02, {1})})),
               Bytes{0x30, 0x06, 0x02, 0x01, 0x01}})
             EXPECT_EQ(answered(response).rv, CKR_DEVICE_ERROR) << vcard::toHex(response);
-        fakepcsc::replaceAnswer({0x69, 0x82}, 2);
+        fakepcsc::replaceAnswer({0x69, 0x82}, 3);
         EXPECT_EQ(sign(key, CKM_ECDSA, Bytes(32)).rv, CKR_DEVICE_ERROR);
     }
     EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY, 2), CKA_EC_PARAMS).rv, CKR_ATTRIBUTE_TYPE_INVALID);

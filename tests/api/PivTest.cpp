@@ -1,4 +1,3 @@
-#include "pkcs11/Edition.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tools/vcard/PivCard.h"
 
@@ -44,7 +43,7 @@ TEST_F(PivTest, TokenAndObjectsShowWhatTheCardHolds)
     EXPECT_EQ(texts, "PIV Profile" + std::string(21, ' ') + "unknown card" + std::string(20, ' ') + "PIV" +
                          std::string(29, ' '));
     EXPECT_EQ(info.flags, CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED |
-                              PKCS11::Edition::current().addedTokenFlags());
+                              (isDesktop() ? CKF_TOKEN_INITIALIZED : 0));
     EXPECT_EQ(findAll().size(), 8U); // the private keys are hidden
     ASSERT_EQ(login("123456"), CKR_OK);
     ASSERT_EQ(findAll().size(), 12U);
@@ -92,8 +91,10 @@ TEST_F(PivTest, SignaturesStandUpAndMessagesAreRead)
         std::string starts;
         for (const std::string& apdu : fakepcsc::sentAPDUs())
             starts += apdu.substr(0, 10) + " ";
-        EXPECT_EQ(starts, "0020008008 1087079AF9 0087079A11 00C0000000 00C0000008 ");
-        EXPECT_EQ(fakepcsc::calls().size(), 5U + 2 * 2U); // Init and Sign: is a card there, is it the same
+        EXPECT_EQ(starts, (isDesktop() ? "00A404000B " : "") +
+                              std::string("0020008008 1087079AF9 0087079A11 00C0000000 00C0000008 "));
+        // Init and Sign: is a card there, is it the same. The edition has begun and ended a transaction.
+        EXPECT_EQ(fakepcsc::calls().size(), 5U + 2 * 2U + (isDesktop() ? 3U : 0U));
         EXPECT_TRUE(isSignature(publicKeyOf(m_card->certificate(0x9C)), data,
                                 sign(shortKey, CKM_RSA_PKCS, data).bytes));
         const auto owner = publicKeyOf(m_card->certificate(0x9D));
@@ -146,7 +147,13 @@ TEST_F(PivTest, AResetExchangedOrRemovedCardNeedsANewLogin)
             fakepcsc::insertCard(m_reader, std::make_shared<vcard::PivCard>(options));
         CK_BYTE signature[256];
         CK_ULONG length = sizeof signature;
-        EXPECT_NE(C_Sign(m_session, signature, 20, signature, &length), CKR_OK);
+        // To the desktop edition a card that another program has reset is the same card.
+        if (event == std::string("reset") && isDesktop()) {
+            EXPECT_EQ(C_Sign(m_session, signature, 20, signature, &length), CKR_OK);
+            ASSERT_EQ(C_Logout(m_session), CKR_OK);
+        } else {
+            EXPECT_NE(C_Sign(m_session, signature, 20, signature, &length), CKR_OK);
+        }
         EXPECT_EQ(find(CKO_PRIVATE_KEY), 0U);
         ASSERT_EQ(login(pin), CKR_OK);
         EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, Bytes(20)).length, 256U);

@@ -51,6 +51,10 @@ protected:
                kApplication + kDriverDF + " 00A4020002010100" + kRecord + kApplication + kDriverDF +
                " 00A4020002010200" + kRecord;
     }
+    /// Where the product goes on from what is selected and verified, the desktop edition does not trust other
+    /// programs.
+    static std::string reselection() { return isDesktop() ? kApplication : ""; }
+    static std::string reverification() { return isDesktop() ? kVerify : ""; }
     void expect(const std::string& script) { m_card->expectAll(script); }
     void begin(const std::string& version, const std::string& script = kVerify)
     {
@@ -74,7 +78,7 @@ protected:
     Outcome signPkcs() { return sign(kPrivateKey, CKM_RSA_PKCS, m_data); }
     CK_RV verifyBlock(CK_MECHANISM_TYPE type, const std::string& block, const Bytes& data)
     {
-        expect(kLoadKey + " 002A868010" + repeat("77", 16) + "00:" + block + "9000");
+        expect(reverification() + kLoadKey + " 002A868010" + repeat("77", 16) + "00:" + block + "9000");
         return verify(kPublicKey, type, data, Bytes(16, 0x77));
     }
 
@@ -118,10 +122,12 @@ TEST_F(CardOSApduTest, PublicKeyIsLoadedBeforeV50)
     expect(kVerify);
     ASSERT_EQ(login("1234"), CKR_OK);
     const std::string pkcs = kLoadKey + " 002A8680100002" + kFiller + "AABB00:00" + kResult + "9000";
-    expect(kReadKey + pkcs + kLoadKey + " 002A868002AABB00:00" + kResult + "9000");
+    expect(kReadKey + reverification() + pkcs + reverification() + kLoadKey + " 002A868002AABB00:00" +
+           kResult + "9000");
     EXPECT_EQ(encrypt(kPublicKey, CKM_RSA_PKCS, m_data).bytes, scripted::bytes(kResult));
     EXPECT_EQ(encrypt(kPublicKey, CKM_RSA_X_509, m_data).bytes, scripted::bytes(kResult));
-    expectFailures(pkcs, [&] { return encrypt(kPublicKey, CKM_RSA_PKCS, m_data).rv; });
+    expectFailures(reverification() + pkcs, [&] { return encrypt(kPublicKey, CKM_RSA_PKCS, m_data).rv; },
+                   {{kPin, CKR_PIN_INCORRECT}});
 
     EXPECT_EQ(verifyBlock(CKM_RSA_PKCS, "000001" + kFiller + "AABB", m_data), CKR_OK);
     for (const char* end : {"", "AA", "AABBCC", "AABC"})
@@ -141,7 +147,7 @@ TEST_F(CardOSApduTest, V50)
 {
     begin("C901", "");
     // Neither a login nor the modulus.
-    expect(kUseV50 + " 002A868002AABB00:00" + kResult + "9000");
+    expect(reselection() + kUseV50 + " 002A868002AABB00:00" + kResult + "9000");
     EXPECT_EQ(encrypt(kPublicKey, CKM_RSA_X_509, m_data).bytes, scripted::bytes(kResult));
     EXPECT_EQ(signPkcs().rv, CKR_USER_NOT_LOGGED_IN);
     expect(kVerify + kReadKeyV50 + kVerify + kUseV50 + kSignPso + kVerify + kUseV50 + kDecryptPso);
@@ -174,8 +180,8 @@ TEST_F(CardOSApduTest, LongKeys)
 {
     begin("C808");
     expect(kOpenKeyFile + " 00B2010400:10010100" + repeat("C3", 252) + "6104 00C0000004:C3C3C3C39000" +
-           " 00B2020400:100001039000" + kKeyDF + " 80100000 00DA016E1C" + kObject + "020100" +
-           repeat("C3", 256) + ":6700");
+           " 00B2020400:100001039000" + reverification() + kKeyDF + " 80100000 00DA016E1C" + kObject +
+           "020100" + repeat("C3", 256) + ":6700");
     EXPECT_EQ(encrypt(kPublicKey, CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_ERROR);
     expect(kUsePrivate + " 002A808600010100" + repeat("77", 256) + "0000:" + repeat("E7", 256) + "9000" +
            kUsePrivate + " 002A8086F900" + repeat("77", 248) + "00:0002FF00AA9000");

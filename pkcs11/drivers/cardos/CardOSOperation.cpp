@@ -118,6 +118,7 @@ bool CardOSPublicKeyOperation::loadsKey() const
 void CardOSPublicKeyOperation::prepare() const
 {
     if (!loadsKey()) {
+        token().requireApplication();
         selectKeyDF();
         require(send(kUseCipherKeyV50));
         return;
@@ -128,6 +129,7 @@ void CardOSPublicKeyOperation::prepare() const
     if (modulus.empty())
         throw PKCS11Exception(CKR_DEVICE_ERROR, "", where());
     token().showLostUserPin();
+    token().requireApplication();
     selectKeyDF();
     loadKey(modulus, exponent);
     require(send(kRestoreEnvironment));

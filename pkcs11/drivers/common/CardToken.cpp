@@ -1,6 +1,5 @@
 #include "pkcs11/drivers/common/CardToken.h"
 
-#include "pkcs11/Edition.h"
 #include "pkcs11/core/Mechanism.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 
@@ -26,7 +25,7 @@ void fill(CK_UTF8CHAR (&field)[Width], const Blob& text)
 } // namespace
 
 CardToken::CardToken(PCSCSlot* slot)
-    : Token(slot), m_selectedAt(slot != nullptr ? slot->cardMark() : 0), m_pinShownAt(m_selectedAt)
+    : Token(slot), m_selectedAt(slot != nullptr ? slot->selectionMark() : 0), m_pinShownAt(m_selectedAt)
 {
 }
 
@@ -130,7 +129,8 @@ void CardToken::replayUserPin()
 
 void CardToken::showLostUserPin()
 {
-    if (!card().isUndisturbedSince(m_pinShownAt))
+    card().enter();
+    if (card().selectionMark() != m_pinShownAt)
         replayUserPin();
 }
 
@@ -144,7 +144,7 @@ void CardToken::requireChannel()
 
 void CardToken::noteSelection()
 {
-    m_selectedAt = card().cardMark();
+    m_selectedAt = card().selectionMark();
 }
 
 void CardToken::makeCurrent()
@@ -161,14 +161,13 @@ void CardToken::makeCurrent()
 
 void CardToken::requireApplication()
 {
-    const bool mayBeForeign = Edition::current().enterCard(card());
-    if (mayBeForeign || !card().isUndisturbedSince(m_selectedAt))
+    card().enter();
+    if (card().selectionMark() != m_selectedAt)
         makeCurrent();
 }
 
 void CardToken::runWhole(const std::function<void()>& work)
 {
-    requireApplication();
     const PCSCSlot::CardMark mark = card().cardMark();
     try {
         work();
@@ -184,7 +183,6 @@ void CardToken::runWhole(const std::function<void()>& work)
         if (card().isUndisturbedSince(mark) || card().isCardExchanged() || isPinRefusal)
             throw;
     }
-    makeCurrent();
     const PCSCSlot::CardMark again = card().cardMark();
     work();
     if (!card().isUndisturbedSince(again))
@@ -204,7 +202,7 @@ int CardToken::sendVerify(const Blob& header, const Blob& data)
             throw PKCS11Exception(CKR_DEVICE_ERROR);
     }
     if (sw == SW_SUCCESS)
-        m_pinShownAt = mark;
+        m_pinShownAt = card().selectionMark();
     return sw;
 }
 

@@ -57,9 +57,9 @@ public:
     /// The channel to the card.
     PCSCSlot& card() const { return *slot(); }
 
-    /// Runs work that makes sense as a whole only (a file, a key, an operation with its PIN) on the driver's
-    /// application and gives its result. When the card was reset meanwhile, whatever came of it, the
-    /// application is selected and the work done once more; a PIN that the card refused is not sent again.
+    /// Runs work that makes sense as a whole only (a file, a key, an operation with its PIN) and gives its
+    /// result. When the card was reset meanwhile, whatever came of it, the work is done once more; a PIN that
+    /// the card refused is not sent again. The work begins with a selection, a PIN or requireApplication().
     /// Throws what the work throws, CKR_DEVICE_REMOVED (0x32) for a result that may be another card's,
     /// CKR_DEVICE_ERROR (0x30) when the card is reset again.
     template <class Work>
@@ -74,6 +74,9 @@ public:
         }
     }
 
+    /// Selects the application unless it is still the current one as far as anybody can tell.
+    void requireApplication();
+
 protected:
     /// Makes the driver's application the current one and calls noteSelection(). Throws CKR_DEVICE_ERROR.
     virtual void selectApplication() = 0;
@@ -81,8 +84,6 @@ protected:
     void noteSelection();
     /// Selects the application, once more when a reset in the middle of that made it fail.
     void makeCurrent();
-    /// Selects the application unless it is still the current one as far as anybody can tell.
-    void requireApplication();
     /// VERIFY; the status of the card. When the card was reset while it was under way, it met a card without
     /// its application: that is selected and VERIFY sent once more, unless the card has compared the PIN.
     int sendVerify(const Blob& header, const Blob& data);
@@ -101,7 +102,7 @@ private:
 
     MechanismList m_mechanisms;
     bool m_mechanismsBuilt = false;
-    /// PCSCSlot::CardMark of the last selection of the application.
+    /// PCSCSlot::selectionMark() of the last selection of the application.
     int m_selectedAt;
     /// The same of the last PIN that was accepted.
     int m_pinShownAt;

@@ -35,6 +35,8 @@ constexpr char kResetSecurity[] = "80A3000000";
 
 /// RSA 1024 and 2048, ECC P-256 and P-384 (SP 800-78-4, table 6-2).
 constexpr unsigned char kAlgorithms[] = {0x06, 0x07, 0x11, 0x14};
+/// What SendCmdIntern wants to have room for.
+constexpr int kAnswerRoom = 638;
 
 constexpr int kPinWidth = 8;
 constexpr unsigned char kPinFill = 0xFF;
@@ -90,7 +92,8 @@ PIVJavaToken::PIVJavaToken(PCSCSlot* slot, KeyFactory makeKeys) : CardToken(slot
 {
     m_info.setLabel(Blob("PIV Profile"));
     PIVJavaToken::getID();
-    PIVJavaToken::selectApplication();
+    SelectApp(PKCS11_hex2blob(PIV_AID));
+    noteSelection();
     for (const PIVContainer& container : kPIVContainers)
         addContainer(container.tag, makeKeys);
 }
@@ -109,7 +112,14 @@ Blob PIVJavaToken::getID()
 
 void PIVJavaToken::selectApplication()
 {
-    SelectApp(PKCS11_hex2blob(PIV_AID));
+    // Its answer is known: one command is enough where the card is content with it.
+    Blob command = framed(PKCS11_hex2blob(kSelectByName), PKCS11_hex2blob(PIV_AID));
+    Blob answer(kAnswerRoom, 0);
+    int length = 0;
+    const int sw = card().SendCmdIntern(reinterpret_cast<const char*>(command.data()), command.size(),
+                                        reinterpret_cast<char*>(answer.data()), &length);
+    if (!isAccepted(sw))
+        SelectApp(PKCS11_hex2blob(PIV_AID));
     noteSelection();
 }
 

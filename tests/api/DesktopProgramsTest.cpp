@@ -1,0 +1,145 @@
+// What the desktop edition does for programs with many threads, and beside other programs on the same card.
+#include "tests/support/CryptokiFixture.h"
+#include "tools/vcard/PivCard.h"
+
+#include <atomic>
+#include <thread>
+#include <winscard.h>
+
+namespace {
+
+class DesktopPrograms : public CryptokiFixture {
+protected:
+    void startPiv()
+    {
+        m_card = std::make_shared<vcard::PivCard>();
+        start(m_card);
+    }
+    /// Another program that has selected an application of its own, and is done with it.
+    void useCardElsewhere()
+    {
+        SCARDCONTEXT context = 0;
+        SCARDHANDLE handle = 0;
+        DWORD protocol = 0;
+        ASSERT_EQ(SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &context), 0);
+        ASSERT_EQ(
+            SCardConnect(context, "Reader 0", SCARD_SHARE_SHARED, SCARD_PROTOCOL_T1, &handle, &protocol), 0);
+        ASSERT_EQ(SCardBeginTransaction(handle), 0);
+        m_card->reset(); // its application is another one, and its PIN is none of ours
+        ASSERT_EQ(SCardEndTransaction(handle, SCARD_LEAVE_CARD), 0);
+        SCardDisconnect(handle, SCARD_LEAVE_CARD);
+        SCardReleaseContext(context);
+    }
+    std::shared_ptr<vcard::PivCard> m_card;
+    const Bytes m_data = vcard::fromText("a DigestInfo");
+};
+
+TEST_F(DesktopPrograms, ThreadsSearchSignLogInAndWaitBesideEachOther)
+{
+    startPiv();
+    ASSERT_EQ(login("123456"), CKR_OK);
+    const auto owner = publicKeyOf(m_card->certificate(0x9A));
+    std::atomic<int> good{0};
+    std::atomic<bool> failed{false};
+    const auto work = [&](int number) {
+        CK_SESSION_HANDLE session = 0;
+        const auto is = [&](CK_RV rv) { return rv == CKR_OK || !(failed = true); };
+        for (int i = 0; i < 20 && !failed; ++i) {
+            if (!is(C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &session)))
+                return;
+            CK_OBJECT_CLASS kind = number % 2 == 0 ? CKO_PRIVATE_KEY : CKO_CERTIFICATE;
+            CK_ATTRIBUTE wanted{CKA_CLASS, &kind, sizeof kind};
+            CK_OBJECT_HANDLE handle = 0;
+            CK_ULONG count = 0;
+            std::vector<CK_OBJECT_HANDLE> found;
+            is(C_FindObjectsInit(session, &wanted, 1));
+            while (is(C_FindObjects(session, &handle, 1, &count)) && count == 1)
+                found.push_back(handle);
+            is(C_FindObjectsFinal(session));
+            if (found.size() != 4)
+                failed = true;
+            Bytes data = m_data;
+            Bytes signature(256);
+            CK_ULONG length = signature.size();
+            CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
+            if (kind == CKO_PRIVATE_KEY && is(C_SignInit(session, &mechanism, found[0])) &&
+                is(C_Sign(session, data.data(), data.size(), signature.data(), &length)) &&
+                isSignature(owner, m_data, signature))
+                ++good;
+            if (kind == CKO_CERTIFICATE) // is logged in already
+                failed = failed || C_Login(session, CKU_USER, data.data(), 6) != CKR_USER_ALREADY_LOGGED_IN;
+            is(C_CloseSession(session));
+        }
+    };
+    CK_RV waited = CKR_OK;
+    std::thread waiter([&] {
+        CK_SLOT_ID slot = 0;
+        waited = C_WaitForSlotEvent(0, &slot, nullptr);
+    });
+    fakepcsc::awaitBlockedWaits(1);
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 8; ++number)
+        threads.emplace_back(work, number);
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_FALSE(failed);
+    EXPECT_EQ(good, 4 * 20);
+    EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
+    waiter.join();
+    EXPECT_EQ(waited, CKR_CRYPTOKI_NOT_INITIALIZED);
+}
+
+TEST_F(DesktopPrograms, EachCallHasTheCardToItselfAndTrustsNoSelection)
+{
+    startPiv();
+    for (const char* pin : {"123456", "000000"}) {
+        useCardElsewhere();
+        EXPECT_EQ(login(pin), pin[0] == '1' ? CKR_OK : CKR_USER_ALREADY_LOGGED_IN);
+    }
+    const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
+    // Between any two commands of a call another program tries, and has to wait for its end.
+    fakepcsc::clearCalls();
+    std::thread other;
+    fakepcsc::beforeCall("SCardTransmit", 3, [&] { other = std::thread([this] { useCardElsewhere(); }); });
+    EXPECT_TRUE(
+        isSignature(publicKeyOf(m_card->certificate(0x9A)), m_data, sign(key, CKM_RSA_PKCS, m_data).bytes));
+    other.join();
+    EXPECT_TRUE(
+        isSignature(publicKeyOf(m_card->certificate(0x9A)), m_data, sign(key, CKM_RSA_PKCS, m_data).bytes));
+    ASSERT_EQ(C_Logout(m_session), CKR_OK);
+    useCardElsewhere();
+    EXPECT_EQ(setPin("123456", "1234567"), CKR_OK);
+    EXPECT_EQ(setPin("1234567", "123456"), CKR_OK);
+    EXPECT_EQ(m_card->pin().triesLeft(), 3);
+    // From memory alone.
+    fakepcsc::clearCalls();
+    EXPECT_EQ(findAll().size(), 8U);
+    tokenInfo();
+    EXPECT_EQ(fakepcsc::callCount("SCardBeginTransaction"), 0);
+}
+
+TEST_F(DesktopPrograms, ACallGivesTheCardBackWhateverBecomesOfIt)
+{
+    startPiv();
+    ASSERT_EQ(login("123456"), CKR_OK);
+    const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
+    for (const long failure : {SCARD_F_COMM_ERROR, SCARD_W_RESET_CARD}) {
+        fakepcsc::failCall("SCardBeginTransaction", failure);
+        sign(key, CKM_RSA_PKCS, m_data);
+        useCardElsewhere(); // would not return
+        fakepcsc::failCall("SCardTransmit", SCARD_F_COMM_ERROR, 2);
+        EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_GENERAL_ERROR);
+        useCardElsewhere();
+        EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).length, 256U);
+    }
+    fakepcsc::beforeCall("SCardBeginTransaction", 1, [&] {
+        vcard::PivOptions options;
+        options.pin = "654321";
+        fakepcsc::insertCard(m_reader, std::make_shared<vcard::PivCard>(options));
+    });
+    EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_REMOVED);
+    EXPECT_EQ(login("654321"), CKR_OK);
+    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).length, 256U);
+}
+
+} // namespace
