@@ -118,17 +118,29 @@ private:
     bool isOperationActive() const { return m_operation != nullptr && m_operation->isActive(); }
     /// Throws CKR_OPERATION_ACTIVE (0x90).
     void requireNoOperation(const char* where) const;
-    /// Replaces the operation by this active one. Throws CKR_FUNCTION_NOT_SUPPORTED (0x54) when there is
-    /// none.
+    /// Replaces the operation by this one. Throws CKR_FUNCTION_NOT_SUPPORTED (0x54) when there is none.
     void attach(std::unique_ptr<Mechanism> operation, const Object* key, const char* where);
+    void attachActive(std::unique_ptr<Mechanism> operation, const Object* key, const char* where);
     void endOperation();
     template <class KeyClass>
-    void startOperation(const OperationStart<KeyClass>& start, CK_MECHANISM* pMechanism,
-                        CK_OBJECT_HANDLE hKey);
+    void startOperation(const OperationStart<KeyClass>& start, KeyClass* (Session::*lookUp)(CK_OBJECT_HANDLE),
+                        CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey);
+    struct Input {
+        CK_BYTE* bytes;
+        CK_ULONG length;
+    };
+    struct Output {
+        CK_BYTE* bytes;
+        CK_ULONG* length;
+    };
     /// Runs one step of the active operation; what becomes of the operation is the row's business.
-    template <class... Arguments>
-    void runStep(const OperationStep& row, const CK_BYTE* output, void (Mechanism::*step)(Arguments...),
-                 Arguments... arguments);
+    template <class Step>
+    void runStep(const OperationStep& row, const CK_BYTE* output, const Step& step);
+    // The forms that most steps have.
+    void runStep(const OperationStep& row, Input input, void (Mechanism::*step)(CK_BYTE*, CK_ULONG));
+    void runStep(const OperationStep& row, Output output, void (Mechanism::*step)(CK_BYTE*, CK_ULONG*));
+    void runStep(const OperationStep& row, Input input, Output output,
+                 void (Mechanism::*step)(CK_BYTE*, CK_ULONG, CK_BYTE*, CK_ULONG*));
     /// Runs a key generation as the session's operation; ended in any case.
     template <class Operation, class Generate>
     void runKeyGeneration(std::unique_ptr<Operation> operation, const char* where, Generate generate);

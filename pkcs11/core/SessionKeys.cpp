@@ -84,7 +84,7 @@ template <class Operation, class Generate>
 void Session::runKeyGeneration(std::unique_ptr<Operation> operation, const char* where, Generate generate)
 {
     Operation* generator = operation.get();
-    attach(std::move(operation), nullptr, where);
+    attachActive(std::move(operation), nullptr, where);
     try {
         generate(*generator);
     } catch (...) {
@@ -157,7 +157,7 @@ void Session::deriveKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hBaseKey, CK_
     if (base->getDerive() == CK_FALSE)
         throw PKCS11Exception(CKR_KEY_FUNCTION_NOT_PERMITTED, "", kWhere);
     // The operation stays active behind a derivation, deliberately.
-    attach(base->createDeriveMechanism(pMechanism, info), base, kWhere);
+    attachActive(base->createDeriveMechanism(pMechanism, info), base, kWhere);
     Key* derived = nullptr;
     m_operation->deriveKey(pMechanism, attributes, count, &derived);
     *phKey = insertObject(std::unique_ptr<Object>(derived));

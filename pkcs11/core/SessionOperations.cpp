@@ -10,12 +10,11 @@
 #include "pkcs11/core/SecretKey.h"
 #include "pkcs11/token/Token.h"
 
-#include <type_traits>
 #include <utility>
 
 namespace PKCS11 {
 
-// --- Rows -------------------------------------------------------------------------------------------------
+// --- Tables -----------------------------------------------------------------------------------------------
 
 /// What one kind of key offers for an operation.
 template <class KeyClass>
@@ -36,11 +35,11 @@ struct OperationStart {
     KeyUse<SecretKey> secretKey;
 };
 
+/// What becomes of the operation after a step that succeeded. A query is a step with a null output.
 enum class Success { ends, endsUnlessQuery, keeps };
-enum class Failure { ends, endsUnlessWrongStep, keeps };
+/// And after one that failed. The wrong step for the operation is CKR_MECHANISM_INVALID.
+enum class Failure { ends, endsUnlessWrong, keeps };
 
-/// One step of an operation, and what becomes of the operation after it. A length query is a call with a null
-/// output; the wrong step for the operation is CKR_MECHANISM_INVALID.
 struct OperationStep {
     const char* where;
     Success success;
@@ -101,51 +100,25 @@ constexpr OperationStart<PublicKey> kVerifyRecoverInit = {
     {nullptr, nullptr},
 };
 
-constexpr OperationStep kSign = {"Session::sign", Success::endsUnlessQuery, Failure::ends};
-constexpr OperationStep kSignUpdate = {"Session::signUpdate", Success::keeps, Failure::keeps};
-constexpr OperationStep kSignFinal = {"Session::signFinal", Success::endsUnlessQuery, Failure::ends};
-constexpr OperationStep kVerify = {"Session::verify", Success::ends, Failure::endsUnlessWrongStep};
-constexpr OperationStep kVerifyUpdate = {"Session::verifyUpdate", Success::keeps, Failure::keeps};
-constexpr OperationStep kVerifyFinal = {"Session::verifyFinal", Success::endsUnlessQuery,
-                                        Failure::endsUnlessWrongStep};
-constexpr OperationStep kVerifyRecover = {"Session::verifyRecover", Success::endsUnlessQuery, Failure::ends};
-constexpr OperationStep kEncrypt = {"Session::encrypt", Success::endsUnlessQuery,
-                                    Failure::endsUnlessWrongStep};
-constexpr OperationStep kEncryptUpdate = {"Session::encryptUpdate", Success::keeps,
-                                          Failure::endsUnlessWrongStep};
-// Names the other method, deliberately.
-constexpr OperationStep kEncryptFinal = {"Session::encryptUpdate", Success::endsUnlessQuery,
-                                         Failure::endsUnlessWrongStep};
-constexpr OperationStep kDecrypt = {"Session::decrypt", Success::endsUnlessQuery,
-                                    Failure::endsUnlessWrongStep};
-constexpr OperationStep kDecryptUpdate = {"Session::decryptUpdate", Success::keeps,
-                                          Failure::endsUnlessWrongStep};
-constexpr OperationStep kDecryptFinal = {"Session::decryptFinal", Success::endsUnlessQuery,
-                                         Failure::endsUnlessWrongStep};
-constexpr OperationStep kDigest = {"Session::digest", Success::endsUnlessQuery, Failure::endsUnlessWrongStep};
-constexpr OperationStep kDigestUpdate = {"Session::digestUpdate", Success::keeps,
-                                         Failure::endsUnlessWrongStep};
-constexpr OperationStep kDigestFinal = {"Session::digestFinal", Success::endsUnlessQuery,
-                                        Failure::endsUnlessWrongStep};
-
-/// Checks the buffers of a step: inputs with their length, outputs with their length pointer.
-void checkBuffers(const CK_BYTE* input, CK_ULONG length)
-{
-    requireBuffer(input, length);
-}
-
-void checkBuffers(const CK_BYTE* /*output*/, const CK_ULONG* length)
-{
-    requirePointer(length);
-}
-
-template <class FirstLength, class SecondLength>
-void checkBuffers(const CK_BYTE* first, FirstLength firstLength, const CK_BYTE* second,
-                  SecondLength secondLength)
-{
-    checkBuffers(first, firstLength);
-    checkBuffers(second, secondLength);
-}
+// clang-format off
+constexpr OperationStep kSign          {"Session::sign",          Success::endsUnlessQuery, Failure::ends};
+constexpr OperationStep kSignUpdate    {"Session::signUpdate",    Success::keeps,           Failure::keeps};
+constexpr OperationStep kSignFinal     {"Session::signFinal",     Success::endsUnlessQuery, Failure::ends};
+constexpr OperationStep kVerify        {"Session::verify",        Success::ends,            Failure::endsUnlessWrong};
+constexpr OperationStep kVerifyUpdate  {"Session::verifyUpdate",  Success::keeps,           Failure::keeps};
+constexpr OperationStep kVerifyFinal   {"Session::verifyFinal",   Success::endsUnlessQuery, Failure::endsUnlessWrong};
+constexpr OperationStep kVerifyRecover {"Session::verifyRecover", Success::endsUnlessQuery, Failure::ends};
+constexpr OperationStep kEncrypt       {"Session::encrypt",       Success::endsUnlessQuery, Failure::endsUnlessWrong};
+constexpr OperationStep kEncryptUpdate {"Session::encryptUpdate", Success::keeps,           Failure::endsUnlessWrong};
+// The next names the other method, deliberately.
+constexpr OperationStep kEncryptFinal  {"Session::encryptUpdate", Success::endsUnlessQuery, Failure::endsUnlessWrong};
+constexpr OperationStep kDecrypt       {"Session::decrypt",       Success::endsUnlessQuery, Failure::endsUnlessWrong};
+constexpr OperationStep kDecryptUpdate {"Session::decryptUpdate", Success::keeps,           Failure::endsUnlessWrong};
+constexpr OperationStep kDecryptFinal  {"Session::decryptFinal",  Success::endsUnlessQuery, Failure::endsUnlessWrong};
+constexpr OperationStep kDigest        {"Session::digest",        Success::endsUnlessQuery, Failure::endsUnlessWrong};
+constexpr OperationStep kDigestUpdate  {"Session::digestUpdate",  Success::keeps,           Failure::endsUnlessWrong};
+constexpr OperationStep kDigestFinal   {"Session::digestFinal",   Success::endsUnlessQuery, Failure::endsUnlessWrong};
+// clang-format on
 
 } // namespace
 
@@ -163,6 +136,11 @@ void Session::attach(std::unique_ptr<Mechanism> operation, const Object* key, co
         throw PKCS11Exception(CKR_FUNCTION_NOT_SUPPORTED, "", where);
     m_operation = std::move(operation);
     m_operationObject = key;
+}
+
+void Session::attachActive(std::unique_ptr<Mechanism> operation, const Object* key, const char* where)
+{
+    attach(std::move(operation), key, where);
     m_operation->setActive(true);
 }
 
@@ -187,7 +165,8 @@ bool Session::ValidMechanism(CK_KEY_TYPE keyType, const CK_MECHANISM* pMechanism
 }
 
 template <class KeyClass>
-void Session::startOperation(const OperationStart<KeyClass>& start, CK_MECHANISM* pMechanism,
+void Session::startOperation(const OperationStart<KeyClass>& start,
+                             KeyClass* (Session::*lookUp)(CK_OBJECT_HANDLE), CK_MECHANISM* pMechanism,
                              CK_OBJECT_HANDLE hKey)
 {
     Token* token = getToken();
@@ -197,70 +176,91 @@ void Session::startOperation(const OperationStart<KeyClass>& start, CK_MECHANISM
     if (!(info->*start.capability)())
         throw PKCS11Exception(CKR_MECHANISM_INVALID, start.whatNoCapability, start.where);
 
-    const auto begin = [&](auto& key, const auto& use, bool validMechanism) {
-        if (!validMechanism || (key.*use.usage)() == CK_FALSE)
+    if (KeyClass* key = (this->*lookUp)(hKey)) {
+        if (!ValidMechanism(key->getKeyType(), pMechanism) || (key->*start.key.usage)() == CK_FALSE)
             throw PKCS11Exception(CKR_KEY_FUNCTION_NOT_PERMITTED, "", start.where);
-        attach(use.create(key, pMechanism, info), &key, start.where);
-    };
-    KeyClass* key = nullptr;
-    if constexpr (std::is_same_v<KeyClass, PrivateKey>)
-        key = getPrivateKey(hKey);
-    else
-        key = getPublicKey(hKey);
-    if (key != nullptr)
-        return begin(*key, start.key, ValidMechanism(key->getKeyType(), pMechanism));
-
-    SecretKey* secretKey = start.secretKey.create != nullptr ? getSecretKey(hKey) : nullptr;
-    if (secretKey == nullptr)
+        return attachActive(start.key.create(*key, pMechanism, info), key, start.where);
+    }
+    SecretKey* key = start.secretKey.create != nullptr ? getSecretKey(hKey) : nullptr;
+    if (key == nullptr)
         throw PKCS11Exception(CKR_KEY_HANDLE_INVALID, "", start.whereNoKey);
-    begin(*secretKey, start.secretKey, true);
+    if ((key->*start.secretKey.usage)() == CK_FALSE)
+        throw PKCS11Exception(CKR_KEY_FUNCTION_NOT_PERMITTED, "", start.where);
+    attachActive(start.secretKey.create(*key, pMechanism, info), key, start.where);
 }
 
-template <class... Arguments>
-void Session::runStep(const OperationStep& row, const CK_BYTE* output, void (Mechanism::*step)(Arguments...),
-                      Arguments... arguments)
+template <class Step>
+void Session::runStep(const OperationStep& row, const CK_BYTE* output, const Step& step)
 {
     try {
         getToken();
         if (!isOperationActive())
             throw PKCS11Exception(CKR_OPERATION_NOT_INITIALIZED, "", row.where);
-        checkBuffers(arguments...);
-        (m_operation.get()->*step)(arguments...);
+        step(*m_operation);
     } catch (const PKCS11Exception& ex) {
-        const bool wrongStep = ex.value() == CKR_MECHANISM_INVALID;
-        if (row.failure == Failure::ends || (row.failure == Failure::endsUnlessWrongStep && !wrongStep))
+        const bool isWrong = ex.value() == CKR_MECHANISM_INVALID;
+        if (row.failure == Failure::ends || (row.failure == Failure::endsUnlessWrong && !isWrong))
             endOperation();
         throw;
     }
-    if (row.success == Success::ends || (row.success == Success::endsUnlessQuery && output != nullptr))
+    const bool isQuery = output == nullptr;
+    if (row.success == Success::ends || (row.success == Success::endsUnlessQuery && !isQuery))
         endOperation();
+}
+
+// Input, output, or both, of which nobody is to be null without reason.
+
+void Session::runStep(const OperationStep& row, Input input, void (Mechanism::*step)(CK_BYTE*, CK_ULONG))
+{
+    runStep(row, input.bytes, [&](Mechanism& operation) {
+        requireBuffer(input.bytes, input.length);
+        (operation.*step)(input.bytes, input.length);
+    });
+}
+
+void Session::runStep(const OperationStep& row, Output output, void (Mechanism::*step)(CK_BYTE*, CK_ULONG*))
+{
+    runStep(row, output.bytes, [&](Mechanism& operation) {
+        requirePointer(output.length);
+        (operation.*step)(output.bytes, output.length);
+    });
+}
+
+void Session::runStep(const OperationStep& row, Input input, Output output,
+                      void (Mechanism::*step)(CK_BYTE*, CK_ULONG, CK_BYTE*, CK_ULONG*))
+{
+    runStep(row, output.bytes, [&](Mechanism& operation) {
+        requireBuffer(input.bytes, input.length);
+        requirePointer(output.length);
+        (operation.*step)(input.bytes, input.length, output.bytes, output.length);
+    });
 }
 
 // --- Start ------------------------------------------------------------------------------------------------
 
 void Session::signInit(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey)
 {
-    startOperation(kSignInit, pMechanism, hKey);
+    startOperation(kSignInit, &Session::getPrivateKey, pMechanism, hKey);
 }
 
 void Session::verifyInit(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey)
 {
-    startOperation(kVerifyInit, pMechanism, hKey);
+    startOperation(kVerifyInit, &Session::getPublicKey, pMechanism, hKey);
 }
 
 void Session::verifyRecoverInit(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey)
 {
-    startOperation(kVerifyRecoverInit, pMechanism, hKey);
+    startOperation(kVerifyRecoverInit, &Session::getPublicKey, pMechanism, hKey);
 }
 
 void Session::encryptInit(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey)
 {
-    startOperation(kEncryptInit, pMechanism, hKey);
+    startOperation(kEncryptInit, &Session::getPublicKey, pMechanism, hKey);
 }
 
 void Session::decryptInit(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey)
 {
-    startOperation(kDecryptInit, pMechanism, hKey);
+    startOperation(kDecryptInit, &Session::getPrivateKey, pMechanism, hKey);
 }
 
 void Session::digestInit(CK_MECHANISM* pMechanism)
@@ -270,7 +270,7 @@ void Session::digestInit(CK_MECHANISM* pMechanism)
     requireNoOperation(kWhere);
     requirePointer(pMechanism);
     attach(token->createMechanismDigest(pMechanism), nullptr, kWhere);
-    endOperation(); // active only once its own start has succeeded
+    // Active only once its own start has succeeded.
     m_operation->digestInit();
     m_operation->setActive(true);
 }
@@ -279,86 +279,95 @@ void Session::digestInit(CK_MECHANISM* pMechanism)
 
 void Session::sign(CK_BYTE* pData, CK_ULONG ulDataLen, CK_BYTE* pSignature, CK_ULONG* pulSignatureLen)
 {
-    runStep(kSign, pSignature, &Mechanism::sign, pData, ulDataLen, pSignature, pulSignatureLen);
+    runStep(kSign, Input{pData, ulDataLen}, Output{pSignature, pulSignatureLen}, &Mechanism::sign);
 }
 
 void Session::signUpdate(CK_BYTE* pPart, CK_ULONG ulPartLen)
 {
-    runStep(kSignUpdate, nullptr, &Mechanism::signUpdate, pPart, ulPartLen);
+    runStep(kSignUpdate, Input{pPart, ulPartLen}, &Mechanism::signUpdate);
 }
 
 void Session::signFinal(CK_BYTE* pSignature, CK_ULONG* pulSignatureLen)
 {
-    runStep(kSignFinal, pSignature, &Mechanism::signFinal, pSignature, pulSignatureLen);
+    runStep(kSignFinal, Output{pSignature, pulSignatureLen}, &Mechanism::signFinal);
 }
 
 void Session::verify(CK_BYTE* pData, CK_ULONG ulDataLen, CK_BYTE* pSignature, CK_ULONG ulSignatureLen)
 {
-    runStep(kVerify, nullptr, &Mechanism::verify, pData, ulDataLen, pSignature, ulSignatureLen);
+    runStep(kVerify, pSignature, [&](Mechanism& operation) {
+        requireBuffer(pData, ulDataLen);
+        requireBuffer(pSignature, ulSignatureLen);
+        operation.verify(pData, ulDataLen, pSignature, ulSignatureLen);
+    });
 }
 
 void Session::verifyUpdate(CK_BYTE* pPart, CK_ULONG ulPartLen)
 {
-    runStep(kVerifyUpdate, nullptr, &Mechanism::verifyUpdate, pPart, ulPartLen);
+    runStep(kVerifyUpdate, Input{pPart, ulPartLen}, &Mechanism::verifyUpdate);
 }
 
 void Session::verifyFinal(CK_BYTE* pSignature, CK_ULONG ulSignatureLen)
 {
-    runStep(kVerifyFinal, pSignature, &Mechanism::verifyFinal, pSignature, ulSignatureLen);
+    runStep(kVerifyFinal, Input{pSignature, ulSignatureLen}, &Mechanism::verifyFinal);
 }
 
 void Session::verifyRecover(CK_BYTE* pSignature, CK_ULONG ulSignatureLen, CK_BYTE* pData,
                             CK_ULONG* pulDataLen)
 {
-    runStep(kVerifyRecover, pData, &Mechanism::verifyRecover, pData, pulDataLen, pSignature, ulSignatureLen);
+    runStep(kVerifyRecover, pData, [&](Mechanism& operation) {
+        requirePointer(pulDataLen);
+        requireBuffer(pSignature, ulSignatureLen);
+        operation.verifyRecover(pData, pulDataLen, pSignature, ulSignatureLen);
+    });
 }
 
 void Session::encrypt(CK_BYTE* pData, CK_ULONG ulDataLen, CK_BYTE* pEncrypted, CK_ULONG* pulEncryptedLen)
 {
-    runStep(kEncrypt, pEncrypted, &Mechanism::encrypt, pData, ulDataLen, pEncrypted, pulEncryptedLen);
+    runStep(kEncrypt, Input{pData, ulDataLen}, Output{pEncrypted, pulEncryptedLen}, &Mechanism::encrypt);
 }
 
 void Session::encryptUpdate(CK_BYTE* pPart, CK_ULONG ulPartLen, CK_BYTE* pEncrypted,
                             CK_ULONG* pulEncryptedLen)
 {
-    runStep(kEncryptUpdate, pEncrypted, &Mechanism::encryptUpdate, pPart, ulPartLen, pEncrypted,
-            pulEncryptedLen);
+    runStep(kEncryptUpdate, Input{pPart, ulPartLen}, Output{pEncrypted, pulEncryptedLen},
+            &Mechanism::encryptUpdate);
 }
 
 void Session::encryptFinal(CK_BYTE* pEncrypted, CK_ULONG* pulEncryptedLen)
 {
-    runStep(kEncryptFinal, pEncrypted, &Mechanism::encryptFinal, pEncrypted, pulEncryptedLen);
+    runStep(kEncryptFinal, Output{pEncrypted, pulEncryptedLen}, &Mechanism::encryptFinal);
 }
 
 void Session::decrypt(CK_BYTE* pEncrypted, CK_ULONG ulEncryptedLen, CK_BYTE* pData, CK_ULONG* pulDataLen)
 {
-    runStep(kDecrypt, pData, &Mechanism::decrypt, pEncrypted, ulEncryptedLen, pData, pulDataLen);
+    runStep(kDecrypt, Input{pEncrypted, ulEncryptedLen}, Output{pData, pulDataLen}, &Mechanism::decrypt);
 }
 
 void Session::decryptUpdate(CK_BYTE* pEncrypted, CK_ULONG ulEncryptedLen, CK_BYTE* pPart,
                             CK_ULONG* pulPartLen)
 {
-    runStep(kDecryptUpdate, pPart, &Mechanism::decryptUpdate, pEncrypted, ulEncryptedLen, pPart, pulPartLen);
+    runStep(kDecryptUpdate, Input{pEncrypted, ulEncryptedLen}, Output{pPart, pulPartLen},
+            &Mechanism::decryptUpdate);
 }
 
 void Session::decryptFinal(CK_BYTE* pPart, CK_ULONG* pulPartLen)
 {
-    runStep(kDecryptFinal, pPart, &Mechanism::decryptFinal, pPart, pulPartLen);
+    runStep(kDecryptFinal, Output{pPart, pulPartLen}, &Mechanism::decryptFinal);
 }
 
 void Session::digest(CK_BYTE* pData, CK_ULONG ulDataLen, CK_BYTE* pDigest, CK_ULONG* pulDigestLen)
 {
-    runStep(kDigest, pDigest, &Mechanism::digest, pData, ulDataLen, pDigest, pulDigestLen);
+    runStep(kDigest, Input{pData, ulDataLen}, Output{pDigest, pulDigestLen}, &Mechanism::digest);
 }
 
 void Session::digestUpdate(CK_BYTE* pPart, CK_ULONG ulPartLen)
 {
-    runStep(kDigestUpdate, nullptr, &Mechanism::digestUpdate, pPart, ulPartLen);
+    runStep(kDigestUpdate, Input{pPart, ulPartLen}, &Mechanism::digestUpdate);
 }
 
 void Session::digestFinal(CK_BYTE* pDigest, CK_ULONG* pulDigestLen)
 {
-    runStep(kDigestFinal, pDigest, &Mechanism::digestFinal, pDigest, pulDigestLen);
+    runStep(kDigestFinal, Output{pDigest, pulDigestLen}, &Mechanism::digestFinal);
 }
 
 } // namespace PKCS11
