@@ -12,6 +12,16 @@ namespace {
 /// In bytes; no card takes a PIN near this.
 constexpr CK_ULONG kMaxPinLength = 64UL * 1024;
 
+/// The state of a session with these flags on the token.
+CK_STATE stateOn(const Token& token, CK_FLAGS flags)
+{
+    if ((flags & CKF_RW_SESSION) == 0)
+        return token.isUserLoggedIn() ? CKS_RO_USER_FUNCTIONS : CKS_RO_PUBLIC_SESSION;
+    if (token.isUserLoggedIn())
+        return CKS_RW_USER_FUNCTIONS;
+    return token.isSOLoggedIn() ? CKS_RW_SO_FUNCTIONS : CKS_RW_PUBLIC_SESSION;
+}
+
 } // namespace
 
 Session::Session() = default;
@@ -47,10 +57,8 @@ void Session::closeSession()
 
 void Session::reopenSession()
 {
-    if (m_paused) {
-        refreshState();
-        m_paused = false;
-    }
+    if (m_paused)
+        getToken();
 }
 
 void Session::cleanMechanism()
@@ -63,10 +71,13 @@ Token* Session::getToken()
 {
     if (m_slot == nullptr)
         throw PKCS11Exception(CKR_FUNCTION_FAILED);
-    if (m_token == nullptr) {
-        m_token = m_slot->getToken();
-        // An operation may only live in a session that the next change of cards will pause again.
-        reopenSession();
+    if (m_token != nullptr)
+        return m_token;
+    m_token = m_slot->getToken();
+    // An operation may only live in a session that the next change of cards will pause again.
+    if (m_paused) {
+        m_state = stateOn(*m_token, m_flags);
+        m_paused = false;
     }
     return m_token;
 }
@@ -75,12 +86,7 @@ Token* Session::getToken()
 
 CK_STATE Session::getSessionState(CK_FLAGS flags)
 {
-    const Token* token = getToken();
-    if ((flags & CKF_RW_SESSION) == 0)
-        return token->isUserLoggedIn() ? CKS_RO_USER_FUNCTIONS : CKS_RO_PUBLIC_SESSION;
-    if (token->isUserLoggedIn())
-        return CKS_RW_USER_FUNCTIONS;
-    return token->isSOLoggedIn() ? CKS_RW_SO_FUNCTIONS : CKS_RW_PUBLIC_SESSION;
+    return stateOn(*getToken(), flags);
 }
 
 CK_STATE Session::refreshState()

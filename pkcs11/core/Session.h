@@ -36,6 +36,7 @@ public:
     void openSession(Slot* slot, CK_SLOT_ID slotID, CK_FLAGS flags, void* pApplication, CK_NOTIFY notify);
     /// Drops the operation and pauses the session; logs the token out when this was the slot's last session.
     void closeSession();
+    /// Fetches the token for a paused session.
     void reopenSession();
     void cleanMechanism();
 
@@ -45,8 +46,8 @@ public:
     CK_FLAGS flags() const { return m_flags; }
     /// Forgets the token of the previous Cryptoki call.
     void beginCall() { m_token = nullptr; }
-    /// The slot's token, fetched once in a Cryptoki call. A fetch that finds another card pauses the session,
-    /// which the running call then reopens.
+    /// The slot's token, fetched once in a Cryptoki call: the one path to it. A fetch that finds another card
+    /// pauses the session, which goes on with the new token then.
     Token* getToken();
 
     CK_STATE getSessionState(CK_FLAGS flags);

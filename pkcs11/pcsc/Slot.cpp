@@ -37,24 +37,38 @@ std::string Slot::getSlotDescription() const
     return text;
 }
 
-Token* Slot::fetchToken(bool knownPresent)
+Token* Slot::getToken()
 {
-    if (m_token && !hasValidTokenHandle())
-        dropToken();
-    if (m_token) {
-        if (knownPresent || isTokenPresent())
-            return m_token.get();
-        dropToken();
-        throw PKCS11Exception(CKR_DEVICE_REMOVED);
-    }
-
-    if (!knownPresent && !isTokenPresent())
+    dropTokenOfOtherCard();
+    if (isTokenPresent())
+        return tokenOfThisCard();
+    if (!m_token)
         throw PKCS11Exception(CKR_TOKEN_NOT_PRESENT);
+    dropToken();
+    throw PKCS11Exception(CKR_DEVICE_REMOVED);
+}
+
+Token* Slot::getTokenOfPresentCard()
+{
+    dropTokenOfOtherCard();
+    return tokenOfThisCard();
+}
+
+Token* Slot::tokenOfThisCard()
+{
+    if (m_token)
+        return m_token.get();
     m_token = createToken();
     if (!m_token)
         throw PKCS11Exception(CKR_TOKEN_NOT_RECOGNIZED);
     m_token->Logout();
     return m_token.get();
+}
+
+void Slot::dropTokenOfOtherCard()
+{
+    if (m_token && !hasValidTokenHandle())
+        dropToken();
 }
 
 bool Slot::hasValidTokenHandle()

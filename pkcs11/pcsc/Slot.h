@@ -42,9 +42,9 @@ public:
     /// The token of the card, built on demand. When the card was exchanged, the slot's sessions are paused
     /// and the old token is dropped first. Throws CKR_DEVICE_REMOVED (0x32), CKR_TOKEN_NOT_PRESENT (0xE0),
     /// CKR_TOKEN_NOT_RECOGNIZED (0xE1).
-    Token* getToken() { return fetchToken(false); }
+    Token* getToken();
     /// The same right after isTokenPresent() gave true, without asking the reader again.
-    Token* getTokenOfPresentCard() { return fetchToken(true); }
+    Token* getTokenOfPresentCard();
     bool hasValidTokenHandle();
 
     /// Logs the token that the slot holds out if exactly one session of the slot is in the session list.
@@ -69,7 +69,9 @@ protected:
     CK_SLOT_INFO m_info;
 
 private:
-    Token* fetchToken(bool knownPresent);
+    /// The held token, or a new one for the card that is present.
+    Token* tokenOfThisCard();
+    void dropTokenOfOtherCard();
     /// Pauses the slot's sessions, whose operations hold objects of the token, then deletes it.
     void dropToken();
     struct SessionCounts {
