@@ -1,6 +1,7 @@
 #include "pkcs11/frontend/trace/Names.h"
 
 #include "pkcs11/frontend/trace/CallTrace.h"
+#include "pkcs11/frontend/trace/Print.h"
 #include "tests/support/TraceFile.h"
 
 #include <fstream>
@@ -165,6 +166,25 @@ TEST(NamesTest, TemplatesShowValuesByTypeAndSecretsNever)
     attributes[0].ulValueLen = 0x7FFFFFF0;
     for (attributes[0].type = 0; attributes[0].type < 0x700; ++attributes[0].type)
         TemplateLogger(attributes, 1);
+}
+
+TEST(NamesTest, PrintHelpersWriteOneLineEach)
+{
+    const TraceFile trace;
+    const std::string longText(2000, 'x');
+    PKCS11_PrintStr("reader", 4);
+    PKCS11_PrintStr("a\0b", 3);
+    PKCS11_PrintStr(longText.c_str(), 2000);
+    PKCS11_PrintStr(nullptr, 4);
+    PKCS11_PrintStr("reader", -1);
+    PKCS11_PrintInfo("information");
+    PKCS11_PrintInfo(nullptr);
+    PKCS11_PrintInt(-0x12345A);
+    PKCS11_PrintMem("\x0A\xFF", 2);
+    PKCS11_PrintMem(nullptr, 2);
+    PKCS11_PrintMem("", -1);
+    EXPECT_EQ(trace.lines(), (std::vector<std::string>{"read", "a", longText.substr(0, 1023), "information",
+                                                       "FFEDCBA6", "0AFF"}));
 }
 
 } // namespace

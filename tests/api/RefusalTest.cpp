@@ -1,0 +1,119 @@
+// What cards do not offer: every call that a driver leaves to the bases, with right arguments, on each
+// family.
+#include "pkcs11/Edition.h"
+#include "pkcs11/frontend/SystemWrapper.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
+#include "tests/support/CryptokiFixture.h"
+#include "tools/vcard/Families.h"
+
+namespace {
+
+class RefusalTest : public CryptokiFixture {
+protected:
+    /// Codes by call, in hexadecimal, of a session where the user is logged in.
+    std::string codes(const char* family)
+    {
+        TearDown();
+        SetUp();
+        vcard::CardOptions options;
+        options.rsaBits = 1024;
+        start(vcard::findFamily(family)->make(options));
+        C_CloseAllSessions(1);
+        dynamic_cast<PKCS11::PCSCSlot&>(*wrapper.slots()->getSlot(1)).setEduVariant(1);
+        fakepcsc::resetCard(m_reader); // the token is made anew, with that variant
+        EXPECT_EQ(open(), CKR_OK);
+        EXPECT_EQ(login("123456"), CKR_OK);
+        const CK_OBJECT_HANDLE mine = find(CKO_PRIVATE_KEY), theirs = find(CKO_PUBLIC_KEY);
+        CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
+        CK_BYTE in[8] = {1, 2, 3}, out[512];
+        CK_ULONG length = sizeof out;
+        CK_OBJECT_HANDLE made = 0, second = 0;
+        CK_OBJECT_CLASS kind = CKO_DATA;
+        CK_ATTRIBUTE entry{CKA_CLASS, &kind, sizeof kind};
+        std::string text;
+        const auto note = [&](const char* name, const std::vector<CK_RV>& rvs) {
+            text += name;
+            for (const CK_RV rv : rvs) {
+                char code[20];
+                std::snprintf(code, sizeof code, " %lx", static_cast<unsigned long>(rv));
+                text += code;
+            }
+            text += "\n";
+        };
+        std::vector<CK_RV> create;
+        for (kind = CKO_DATA; kind <= CKO_SECRET_KEY + 1; ++kind)
+            create.push_back(C_CreateObject(m_session, &entry, 1, &made));
+        note("create", create);
+        kind = CKO_DATA;
+        note("copy", {C_CopyObject(m_session, mine, &entry, 1, &made)});
+        note("digest",
+             {C_DigestInit(m_session, &rsa), C_DigestUpdate(m_session, in, 8), C_DigestKey(m_session, mine)});
+        note("generate", {C_GenerateKey(m_session, &rsa, &entry, 1, &made),
+                          C_GenerateKeyPair(m_session, &rsa, &entry, 1, &entry, 1, &made, &second)});
+        note("derive", {C_DeriveKey(m_session, &rsa, mine, &entry, 1, &made)});
+        note("wrap", {C_WrapKey(m_session, &rsa, theirs, mine, out, &length),
+                      C_UnwrapKey(m_session, &rsa, mine, in, 8, &entry, 1, &made)});
+        note("random", {C_SeedRandom(m_session, in, 8), C_GenerateRandom(m_session, out, 8)});
+        note("recover",
+             {C_SignRecoverInit(m_session, &rsa, mine), C_SignRecover(m_session, in, 8, out, &length),
+              C_VerifyRecoverInit(m_session, &rsa, theirs), C_VerifyRecover(m_session, in, 8, out, &length)});
+        note("two at once", {C_DigestEncryptUpdate(m_session, in, 8, out, &length),
+                             C_DecryptDigestUpdate(m_session, in, 8, out, &length),
+                             C_SignEncryptUpdate(m_session, in, 8, out, &length),
+                             C_DecryptVerifyUpdate(m_session, in, 8, out, &length)});
+        note("states",
+             {C_GetOperationState(m_session, out, &length), C_SetOperationState(m_session, in, 8, 0, 0),
+              C_GetFunctionStatus(m_session), C_CancelFunction(m_session)});
+        const auto size = [&](CK_OBJECT_HANDLE object) {
+            return C_GetObjectSize(m_session, object, &length);
+        };
+        note("sizes", {size(mine), size(theirs), size(find(CKO_CERTIFICATE)), size(find(CKO_DATA))});
+        // Parts: a first update, what a question for the length gets, the end.
+        length = sizeof out;
+        note("sign in parts",
+             {C_SignInit(m_session, &rsa, mine), C_SignUpdate(m_session, in, 8),
+              C_SignFinal(m_session, nullptr, &length), C_SignFinal(m_session, out, &length)});
+        note("decrypt in parts",
+             {C_DecryptInit(m_session, &rsa, mine), C_DecryptUpdate(m_session, in, 8, out, &length), length,
+              C_DecryptFinal(m_session, out, &(length = sizeof out))});
+        note("encrypt in parts",
+             {C_EncryptInit(m_session, &rsa, theirs), C_EncryptUpdate(m_session, in, 8, out, &length), length,
+              C_EncryptFinal(m_session, out, &(length = sizeof out))});
+        note("verify in parts", {C_VerifyInit(m_session, &rsa, theirs), C_VerifyUpdate(m_session, in, 8),
+                                 C_VerifyFinal(m_session, in, 8)});
+        C_Logout(m_session);
+        C_CloseSession(m_session);
+        EXPECT_EQ(open(), CKR_OK);
+        note("administrator",
+             {login("12345678", CKU_SO), C_InitPIN(m_session, in, 8), setPin("12345678", "87654321")});
+        note("token", {C_InitToken(1, in, 8, out)});
+        return text;
+    }
+};
+
+TEST_F(RefusalTest, EachCallHasItsCode)
+{
+    if (PKCS11::Edition::current().addedTokenFlags() != 0)
+        GTEST_SKIP() << "the product's codes";
+    const std::string parts = "sign in parts 0 70 70 91\ndecrypt in parts 0 70 200 70\n"
+                              "encrypt in parts 90 70 200 70\nverify in parts 90 70 70\n";
+    const std::string cardOSParts = "sign in parts 0 0 54 91\ndecrypt in parts 0 0 0 54\n"
+                                    "encrypt in parts 0 0 0 54\nverify in parts 0 0 54\n";
+    const struct {
+        const char* family;
+        std::string wrap, signRecover, data, parts, administrator;
+    } rows[] = {
+        {"piv", "110", "0", "82", parts, "a0 101 a0"},       {"cardos", "30", "0", "0", cardOSParts, "0 0 0"},
+        {"cardos-v5", "30", "0", "0", cardOSParts, "0 0 0"}, {"ias", "30", "30", "0", parts, "a0 101 a0"},
+        {"atrust", "30", "0", "0", parts, "54 101 a0"},      {"edu", "30", "0", "0", parts, "0 54 54"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(codes(row.family),
+                  "create 82 82 82 82 82 13\ncopy 54\ndigest 54 91 54\ngenerate 54 54\nderive 70\nwrap 69 " +
+                      row.wrap + "\nrandom 54 54\nrecover 0 " + row.signRecover +
+                      " 70 91\ntwo at once 54 54 54 54\nstates 180 160 51 51\nsizes 54 54 0 " + row.data +
+                      "\n" + row.parts + "administrator " + row.administrator + "\ntoken 0\n")
+            << row.family;
+}
+
+} // namespace
