@@ -2,6 +2,7 @@
 #include "tools/vcard/IasCard.h"
 
 using vcard::IasCard;
+using vcard::tlv;
 
 namespace {
 
@@ -91,6 +92,30 @@ TEST_F(IasTest, PinsAreChangedBlockedAndUnblocked)
     EXPECT_EQ(setPin("87654321", "11112222"), CKR_OK); // the administrator's own
     EXPECT_EQ(C_Logout(m_session), CKR_OK);
     EXPECT_EQ(login("2468"), CKR_OK);
+}
+
+TEST_F(IasTest, KeyRecordsTellTypeUsageAndDays)
+{
+    const std::pair<unsigned, CK_KEY_TYPE> types[] = {
+        {0x30, CKK_RSA}, {0xA0, CKK_EC}, {0xA1, CKK_DH}, {0xA2, CKK_DSA}, {0xA3, CKK_KEA}};
+    // The ID, usage, access flags and reference of a key; its first and last day; the value's path and
+    // length.
+    const Bytes days = vcard::join(
+        {tlv(0x18, vcard::fromText("20250102Z")), tlv(0xA0, tlv(0x18, vcard::fromText("20301231Z")))});
+    const Bytes common = tlv(0x30, tlv(0x0C, vcard::fromText("K")));
+    const Bytes attributes = tlv(0x30, vcard::join({vcard::fromHex("04010103020102030204B002020081"), days}));
+    const Bytes value = tlv(0xA1, tlv(0x30, vcard::fromHex("300404023F0002020400")));
+    m_card = std::make_shared<IasCard>();
+    Bytes& records = m_card->file(IasCard::publicKeys).content;
+    records.clear();
+    for (const auto& [tag, type] : types)
+        records = vcard::join({records, tlv(tag, vcard::join({common, attributes, value}))});
+    start(m_card);
+    for (size_t i = 0; i < std::size(types); ++i) {
+        const CK_OBJECT_HANDLE key = find(CKO_PUBLIC_KEY, i);
+        EXPECT_EQ(number(key, CKA_KEY_TYPE), types[i].second) << i;
+        EXPECT_EQ(text(key, CKA_START_DATE) + text(key, CKA_END_DATE), "2025010220301231") << i;
+    }
 }
 
 TEST_F(IasTest, DamagedFilesCostTheirObjectsOnly)

@@ -4,7 +4,12 @@
 #include "pkcs11/frontend/SystemWrapper.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "tests/support/CryptokiFixture.h"
+#include "tests/support/TraceFile.h"
 #include "tools/vcard/Families.h"
+
+#include <map>
+#include <regex>
+#include <sstream>
 
 namespace {
 
@@ -25,7 +30,7 @@ protected:
         EXPECT_EQ(login("123456"), CKR_OK);
         const CK_OBJECT_HANDLE mine = find(CKO_PRIVATE_KEY), theirs = find(CKO_PUBLIC_KEY);
         CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
-        CK_BYTE in[8] = {1, 2, 3}, out[512];
+        CK_BYTE in[8] = {1, 2, 3}, out[512], label[] = "label";
         CK_ULONG length = sizeof out;
         CK_OBJECT_HANDLE made = 0, second = 0;
         CK_OBJECT_CLASS kind = CKO_DATA;
@@ -86,7 +91,7 @@ protected:
         EXPECT_EQ(open(), CKR_OK);
         note("administrator",
              {login("12345678", CKU_SO), C_InitPIN(m_session, in, 8), setPin("12345678", "87654321")});
-        note("token", {C_InitToken(1, in, 8, out)});
+        note("token", {C_InitToken(1, in, 8, label)});
         return text;
     }
 };
@@ -114,6 +119,66 @@ TEST_F(RefusalTest, EachCallHasItsCode)
                       " 70 91\ntwo at once 54 54 54 54\nstates 180 160 51 51\nsizes 54 54 0 " + row.data +
                       "\n" + row.parts + "administrator " + row.administrator + "\ntoken 0\n")
             << row.family;
+}
+
+/// The first block of each call in the trace, numbers that stand for addresses taken out.
+TEST_F(RefusalTest, TheTraceShowsEachCallAsThePageOfLinesSays)
+{
+    if (PKCS11::Edition::current().addedTokenFlags() != 0)
+        GTEST_SKIP() << "the product's lines";
+    const TraceFile trace;
+    codes("piv");
+    CK_INFO info{};
+    CK_SLOT_INFO slot{};
+    CK_TOKEN_INFO token{};
+    CK_SESSION_INFO session{};
+    CK_MECHANISM_INFO mechanism{};
+    CK_MECHANISM_TYPE types[20] = {};
+    CK_ULONG count = 20;
+    CK_SLOT_ID id = 0;
+    EXPECT_EQ(C_GetInfo(&info), CKR_OK);
+    EXPECT_EQ(C_GetSlotList(CK_TRUE, &id, &count), CKR_OK);
+    EXPECT_EQ(C_GetSlotInfo(1, &slot), CKR_OK);
+    EXPECT_EQ(C_GetTokenInfo(1, &token), CKR_OK);
+    count = 20;
+    EXPECT_EQ(C_GetMechanismList(1, types, &count), CKR_OK);
+    EXPECT_EQ(C_GetMechanismInfo(1, CKM_RSA_PKCS, &mechanism), CKR_OK);
+    EXPECT_EQ(C_GetSessionInfo(m_session, &session), CKR_OK);
+    EXPECT_EQ(C_WaitForSlotEvent(CKF_DONT_BLOCK, &id, nullptr), CKR_NO_EVENT);
+    EXPECT_EQ(C_GetAttributeValue(m_session, 1, nullptr, 0), CKR_OK);
+    EXPECT_EQ(C_SetAttributeValue(m_session, 1, nullptr, 0), CKR_OK);
+    EXPECT_EQ(C_DestroyObject(m_session, 1), CKR_USER_NOT_LOGGED_IN);
+    CK_BYTE byte = 0;
+    EXPECT_EQ(C_Sign(m_session, &byte, 1, &byte, &count), CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_Verify(m_session, &byte, 1, &byte, 1), CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_Encrypt(m_session, &byte, 1, &byte, &count), CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_Decrypt(m_session, &byte, 1, &byte, &count), CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_Digest(m_session, &byte, 1, &byte, &count), CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_DigestFinal(m_session, &byte, &count), CKR_OPERATION_NOT_INITIALIZED);
+
+    const std::regex kVaries("0x[0-9a-f]{6,}|:\t -?[0-9]{5,}|ulValueLen: \t" +
+                             std::to_string(sizeof(CK_ULONG)));
+    std::map<std::string, std::string> blocks;
+    std::string name;
+    for (const std::string& line : trace.lines()) {
+        if (line == std::string(40, '-'))
+            name = "?";
+        else if (name == "?")
+            name = blocks.count(line) == 0 && line.rfind("C_", 0) == 0 ? line : "";
+        if (name.size() > 1)
+            blocks[name] += std::regex_replace(line, kVaries, "#") + "\n";
+        if (line.rfind(name + " return: ", 0) == 0)
+            name.clear();
+    }
+    blocks.erase("C_Initialize"); // what goes on beneath depends on what was before
+    std::string shown;
+    for (const auto& [call, block] : blocks)
+        shown += block + "\n";
+    std::ostringstream expected;
+    expected << std::ifstream(QUARVEL_TRACE).rdbuf();
+    EXPECT_EQ(shown, expected.str());
+    if (HasFailure())
+        std::ofstream("calls.trace") << shown;
 }
 
 } // namespace
