@@ -122,6 +122,9 @@ TEST_F(FailureTest, TextsSayWhatWentWrongAndWhere)
     fails("101|CKR_USER_NOT_LOGGED_IN|Session::initPIN", [&] { session.initPIN(Blob()); });
     fails("103||Session::login", login(CKU_CONTEXT_SPECIFIC));
     fails("A2||Session::login", [&] { session.login(CKU_USER, in, 65537); });
+    const std::vector<CK_BYTE> longest(65536);
+    session.login(CKU_USER, longest.data(), longest.size());
+    session.logout();
     fails("82|CKR_OBJECT_HANDLE_INVALID|ObjectList::getObject", [&] { session.getObjectSize(9, &size); });
     fails("7||", [&] { session.getObjectSize(kData, nullptr); });
     size = 9;
@@ -162,6 +165,26 @@ TEST_F(FailureTest, TextsSayWhatWentWrongAndWhere)
     fails("54||Session::UnwrapKey", unwrap(out, 3, 2));
     script.produced = 0;
     fails("110||Session::UnwrapKey", unwrap(out, 3, 2));
+    fails("82||", pair); // half a pair is not kept
+    script.produced = 3;
+    fails("82|CKR_OBJECT_HANDLE_INVALID|ObjectList::getObject",
+          [&] { session.UnwrapKey(&mechanism, 9, nullptr, 0, both, 2, &made); });
+    auto* secret = static_cast<SecretKey*>(object(kSecret));
+    secret->setValue(Blob("abc"));
+    fails("62||Session::WrapKey", wrap); // its length was not told
+    secret->setValueLen(3);
+    fails("7||", [&] { session.WrapKey(&mechanism, kPublic, kSecret, out, nullptr); });
+    script.fail = CKR_DEVICE_ERROR;
+    script.failAt = "digestInit";
+    fails("30||", [&] { session.digestInit(&mechanism); });
+    EXPECT_FALSE(isActive());
+    script.fail = CKR_OK;
+    struct Bare final : Object {
+        CK_OBJECT_CLASS getClass() override { return CKO_VENDOR_DEFINED; }
+    };
+    const CK_OBJECT_HANDLE bare = objects().put(std::make_unique<Bare>());
+    fails("82||", [&] { session.destroyObject(bare); });
+    fails("54||", [&] { session.getObjectSize(bare, &size); });
     // Nothing is done before the arguments are right.
     script.called.clear();
     CK_ATTRIBUTE dangling = {CKA_LABEL, nullptr, 4};

@@ -17,6 +17,7 @@ namespace PKCS11 {
 
 struct Script {
     CK_RV fail = CKR_OK; // what every step, factory and token call throws
+    std::string failAt;  // only the one of this name, if it is given
     bool yields = true;  // whether the factories have something
     CK_FLAGS tokenFlags = 0;
     CK_ULONG produced = 3; // length of an output
@@ -25,7 +26,7 @@ struct Script {
     void call(const std::string& name)
     {
         called = name;
-        if (fail != CKR_OK)
+        if (fail != CKR_OK && (failAt.empty() || failAt == name))
             throw PKCS11Exception(fail);
     }
 };
@@ -96,7 +97,8 @@ struct FakeOperation : MechanismKeygen {
     void generateKeyPair(M, A, N, A, N, PublicKey** publicKey, PrivateKey** privateKey) override
     {
         *publicKey = std::make_unique<FakePublicKey>().release();
-        *privateKey = std::make_unique<FakePrivateKey>().release();
+        if (script.produced != 0)
+            *privateKey = std::make_unique<FakePrivateKey>().release();
     }
 };
 

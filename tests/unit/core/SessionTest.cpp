@@ -211,6 +211,11 @@ TEST_F(SessionTest, ObjectsFollowTheSessionsRights)
     session.findObjects(found, 9, &count);
     EXPECT_EQ(count, 5U); // all but the private and the secret key
     EXPECT_EQ(call(&S::findObjects, nullptr, 1, &count), CKR_ARGUMENTS_BAD);
+    session.findObjects(found, 9, &count);
+    EXPECT_EQ(count, 0U);
+    session.findObjectsFinal();
+    session.findObjects(found, 9, &count);
+    EXPECT_EQ(count, 5U);
     script = Script();
     openAs(CKF_SERIAL_SESSION);
     EXPECT_EQ(call(&S::createObject, both, 2, &made), CKR_SESSION_READ_ONLY);

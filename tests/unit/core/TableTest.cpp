@@ -26,10 +26,10 @@ TEST(Table, HandsOutTheLowestFreeHandle)
     }
     EXPECT_EQ(table.putEntry(&entries[15]), 16U);
     Table other;
-    other.addNewEntry(&table);
+    EXPECT_EQ(other.addNewEntry(&table), 0U);
     EXPECT_EQ(other.getEntry(1), &entries[0]);
     EXPECT_EQ(other.getEntry(16), &entries[15]);
-    table.delEntry(&other);
+    EXPECT_EQ(table.delEntry(&other), 0U);
     EXPECT_EQ(codeOf([&] { table.getEntry(16); }), CKR_OBJECT_HANDLE_INVALID);
     EXPECT_EQ(codeOf([&] { table.getEntry(1); }), CKR_OBJECT_HANDLE_INVALID);
 }
