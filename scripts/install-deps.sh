@@ -14,6 +14,8 @@ declare -A packages=(
     [demo-encrypt]="python3-pykcs11"
     # What ./test.sh runs.
     [test]="libgtest-dev libbenchmark-dev clang-format-14 clang-tidy-14"
+    # What scripts/coverage.sh counts with.
+    [coverage]="gcovr"
     # Independent clients.
     [clients]="gnutls-bin p11-kit libengine-pkcs11-openssl openssh-client libnss3-tools python3-pykcs11"
     # The other processors and the Android check.

@@ -125,6 +125,9 @@ TEST_F(LifeCycleTest, SessionsOfASlotShareItsTokenAndTheLastOneEndsTheLogin)
     CK_ULONG length = room.size();
     EXPECT_EQ(C_Sign(first, room.data(), 20, room.data(), &length), CKR_OPERATION_NOT_INITIALIZED);
     EXPECT_EQ(C_Sign(second, room.data(), 20, room.data(), &length), CKR_OK);
+    ASSERT_EQ(C_SignInit(second, &mechanism, find(CKO_PRIVATE_KEY)), CKR_OK);
+    EXPECT_EQ(C_DestroyObject(first, find(CKO_PRIVATE_KEY)), CKR_OK);
+    EXPECT_EQ(C_Sign(second, room.data(), 20, room.data(), &length), CKR_OPERATION_NOT_INITIALIZED);
 
     // Another card pauses both sessions; the one that is used comes back.
     fakepcsc::insertCard(m_reader, card);

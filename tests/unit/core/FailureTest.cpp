@@ -144,7 +144,9 @@ TEST_F(FailureTest, TextsSayWhatWentWrongAndWhere)
     fails("54||Session::deriveKey", [&] { session.deriveKey(&mechanism, kPrivate, nullptr, 0, &made); });
     fails("54||Session::digestInit", [&] { session.digestInit(&mechanism); });
     script.yields = true;
-    fails("80000000|CKR_VENDOR_DEFINED|MechansimKeygen::generateKey", key);
+    script.produced = 0;
+    fails("82||", key); // the generator made none
+    script.produced = 3;
     EXPECT_FALSE(isActive());
     fails("68||Session::deriveKey", derive);
     fails("60||Session::getKey", [&] { session.deriveKey(&mechanism, kData, nullptr, 0, &made); });
@@ -174,6 +176,10 @@ TEST_F(FailureTest, TextsSayWhatWentWrongAndWhere)
     fails("62||Session::WrapKey", wrap); // its length was not told
     secret->setValueLen(3);
     fails("7||", [&] { session.WrapKey(&mechanism, kPublic, kSecret, out, nullptr); });
+    set(kPublic, CKA_ENCRYPT, CK_TRUE);
+    session.WrapKey(&mechanism, kPublic, kSecret, nullptr, &len);
+    EXPECT_EQ(len, 3U);
+    session.WrapKey(&mechanism, kPublic, kSecret, nullptr, nullptr);
     script.fail = CKR_DEVICE_ERROR;
     script.failAt = "digestInit";
     fails("30||", [&] { session.digestInit(&mechanism); });

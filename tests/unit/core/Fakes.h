@@ -94,6 +94,11 @@ struct FakeOperation : MechanismKeygen {
     void digestUpdate(B, N) override { script.call("digestUpdate"); }
     void digestFinal(B, N*) override { script.call("digestFinal"); }
     void deriveKey(M, A, N, Key** key) override { *key = std::make_unique<FakeSecretKey>().release(); }
+    void generateKey(M, A, N, SecretKey** key) override
+    {
+        if (script.produced != 0)
+            *key = std::make_unique<FakeSecretKey>().release();
+    }
     void generateKeyPair(M, A, N, A, N, PublicKey** publicKey, PrivateKey** privateKey) override
     {
         *publicKey = std::make_unique<FakePublicKey>().release();
