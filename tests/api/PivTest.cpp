@@ -127,39 +127,6 @@ TEST_F(PivTest, AChangedPinIsReplayedAndWrongOnesLock)
     EXPECT_EQ(login("77777777"), CKR_PIN_LOCKED);
 }
 
-TEST_F(PivTest, AResetExchangedOrRemovedCardNeedsANewLogin)
-{
-    startPiv();
-    ASSERT_EQ(login("123456"), CKR_OK);
-    vcard::PivOptions options;
-    for (const auto& [event, pin] :
-         {std::pair("reset", "123456"), std::pair("other", "222222"), std::pair("away", "333333")}) {
-        CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
-        ASSERT_EQ(C_SignInit(m_session, &mechanism, find(CKO_PRIVATE_KEY)), CKR_OK);
-        options.pin = pin;
-        if (event == std::string("away")) {
-            fakepcsc::removeCard(m_reader);
-            EXPECT_EQ(login(pin), CKR_TOKEN_NOT_PRESENT);
-        }
-        if (event == std::string("reset"))
-            fakepcsc::resetCard(m_reader);
-        else
-            fakepcsc::insertCard(m_reader, std::make_shared<vcard::PivCard>(options));
-        CK_BYTE signature[256];
-        CK_ULONG length = sizeof signature;
-        // To the desktop edition a card that another program has reset is the same card.
-        if (event == std::string("reset") && isDesktop()) {
-            EXPECT_EQ(C_Sign(m_session, signature, 20, signature, &length), CKR_OK);
-            ASSERT_EQ(C_Logout(m_session), CKR_OK);
-        } else {
-            EXPECT_NE(C_Sign(m_session, signature, 20, signature, &length), CKR_OK);
-        }
-        EXPECT_EQ(find(CKO_PRIVATE_KEY), 0U);
-        ASSERT_EQ(login(pin), CKR_OK);
-        EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, Bytes(20)).length, 256U);
-    }
-}
-
 TEST_F(PivTest, OddContainersCostNoMoreThanTheirOwnObjects)
 {
     m_card = std::make_shared<vcard::PivCard>();
