@@ -27,8 +27,6 @@ public:
             return std::exchange(m_hasCount, false) ? m_count : number();
         } else if constexpr (std::is_integral_v<T>) {
             return static_cast<T>(number());
-        } else if constexpr (std::is_function_v<Pointee>) {
-            return nullptr;
         } else if constexpr (std::is_same_v<Pointee, CK_ULONG>) {
             if (std::exchange(m_hasCount, false))
                 return values<CK_ULONG>({m_count});
@@ -44,7 +42,7 @@ public:
                 m_hasCount = false;
             }
             return mechanism;
-        } else if constexpr (std::is_void_v<Pointee>) {
+        } else if constexpr (std::is_void_v<Pointee> || std::is_function_v<Pointee>) {
             return nullptr;
         } else {
             T made = array<Pointee>();
@@ -74,6 +72,7 @@ private:
         }
         m_count =
             kind < 128 ? static_cast<CK_ULONG>(kind) : static_cast<CK_ULONG>(m_input.twoBytes() % 1024 + 1);
+        // NOLINTNEXTLINE(bugprone-sizeof-expression): an array of pointers has their size
         Bytes room(m_count * sizeof(T), static_cast<unsigned char>(m_input.byte()));
         const Bytes given = m_input.bytes(std::min<std::size_t>(room.size(), 8));
         std::copy(given.begin(), given.end(), room.begin());

@@ -105,6 +105,7 @@ protected:
         else
             m_life.failures[name] = rv;
     }
+    void step(const std::string& name, const Outcome& outcome) { step(name, outcome.rv, outcome.bytes); }
     /// A step that shows the PIN of the card that is in the reader when it begins.
     template <class Call>
     void pinStep(const std::string& name, Call call)
@@ -160,19 +161,16 @@ protected:
     void use(const KnownKey& key, const std::string& when)
     {
         const std::string name = when + " key " + std::to_string(key.handle);
-        if (key.isPrivate) {
-            const Outcome signature = sign(key.handle, CKM_RSA_PKCS, kData);
-            step(name + " signs", signature.rv, signature.bytes);
-        }
-        if (key.isPrivate && !key.message.empty()) {
-            const Outcome plain = decrypt(key.handle, CKM_RSA_PKCS, key.message);
-            step(name + " decrypts", plain.rv, plain.bytes);
-        }
+        if (key.isPrivate)
+            step(name + " signs", sign(key.handle, CKM_RSA_PKCS, kData));
+        if (key.isPrivate && !key.message.empty())
+            step(name + " decrypts", decrypt(key.handle, CKM_RSA_PKCS, key.message));
         if (key.encrypts) {
+            // The separator and the data; the filler may differ each time.
             const Outcome secret = encrypt(key.handle, CKM_RSA_PKCS, kData);
             const Bytes block = key.pair->privateOperation(secret.bytes);
-            step(name + " encrypts", secret.rv,
-                 Bytes(block.begin() + block.size() - std::min(block.size(), kData.size() + 1), block.end()));
+            const std::size_t filler = block.size() - std::min(block.size(), kData.size() + 1);
+            step(name + " encrypts", secret.rv, {block.data() + filler, block.data() + block.size()});
         }
         if (key.verifies)
             step(name + " verifies", verify(key.handle, CKM_RSA_PKCS, kData, m_signature));
@@ -258,7 +256,7 @@ protected:
     {
         insert(card);
         fakepcsc::clearCalls();
-        const Life life = live();
+        Life life = live();
         m_calls = static_cast<int>(fakepcsc::calls().size());
         return life;
     }
