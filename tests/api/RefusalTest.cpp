@@ -2,6 +2,7 @@
 // family.
 #include "pkcs11/Edition.h"
 #include "pkcs11/frontend/SystemWrapper.h"
+#include "pkcs11/frontend/trace/Names.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/TraceFile.h"
@@ -30,8 +31,8 @@ protected:
         if (HasFailure())
             std::ofstream(name) << shown;
     }
-    /// Codes by call, in hexadecimal, of a session where the user is logged in.
-    std::string codes(const char* family)
+    /// A session on a card of the family where the user is logged in.
+    void begin(const char* family)
     {
         TearDown();
         SetUp();
@@ -43,6 +44,11 @@ protected:
         fakepcsc::resetCard(m_reader); // the token is made anew, with that variant
         EXPECT_EQ(open(), CKR_OK);
         EXPECT_EQ(login("123456"), CKR_OK);
+    }
+    /// Codes by call, in hexadecimal.
+    std::string codes(const char* family)
+    {
+        begin(family);
         const CK_OBJECT_HANDLE mine = find(CKO_PRIVATE_KEY), theirs = find(CKO_PUBLIC_KEY);
         CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
         CK_BYTE in[8] = {1, 2, 3}, out[512], label[] = "label";
@@ -117,6 +123,37 @@ TEST_F(RefusalTest, EachCallHasItsCode)
     for (const char* family : {"piv", "cardos", "cardos-v5", "ias", "atrust", "edu"})
         shown += std::string(family) + "\n" + codes(family) + "\n";
     expectFile("calls.codes", shown);
+}
+
+/// Token and objects as an application sees them; what is made anew for each run is just there.
+TEST_F(RefusalTest, EachFamilyShowsItsTokenAndObjects)
+{
+    std::string shown;
+    for (const char* family : {"piv", "cardos", "cardos-v5", "ias", "atrust", "edu"}) {
+        begin(family);
+        const CK_TOKEN_INFO info = tokenInfo();
+        shown += std::string(family) + ": " + std::string(info.label, info.label + 96) + "\n";
+        for (const CK_OBJECT_HANDLE object : findAll()) {
+            for (CK_ATTRIBUTE_TYPE type = 0; type < 0x200; ++type) {
+                const Outcome value = attribute(object, type);
+                if (value.rv != CKR_OK)
+                    continue;
+                const bool isNumber = type == CKA_CLASS || type == CKA_KEY_TYPE || type == CKA_MODULUS_BITS;
+                std::string name = PKCS11::attributeType2string_ne(type);
+                name = name.empty() ? std::to_string(type) : name;
+                if (value.length > 30 || type == CKA_SERIAL_NUMBER || type == CKA_EC_POINT)
+                    shown += name + " is there\n";
+                else
+                    shown += name + "=" +
+                             (isNumber            ? std::to_string(number(object, type))
+                              : type == CKA_LABEL ? text(object, type)
+                                                  : vcard::toHex(value.bytes)) +
+                             "\n";
+            }
+            shown += "\n";
+        }
+    }
+    expectFile("calls.objects", shown);
 }
 
 /// The first block of each call in the trace, numbers that stand for addresses taken out.
