@@ -33,24 +33,13 @@ TEST_F(IasTest, ObjectsAreWhatTheDirectoriesSay)
     ASSERT_EQ(login("123456"), CKR_OK);
     ASSERT_EQ(findAll().size(), 8U);
     for (const size_t i : {0U, 1U}) {
-        const std::string name = i == 0 ? "Authentication" : "Signature";
-        const CK_OBJECT_HANDLE certificate = find(CKO_CERTIFICATE, i);
-        EXPECT_EQ(text(certificate, CKA_LABEL), name + " Certificate");
-        EXPECT_EQ(attribute(certificate, CKA_VALUE).bytes, m_card->certificate(i));
-        EXPECT_NE(attribute(certificate, CKA_SUBJECT).length, 0U);
-        for (const CK_OBJECT_CLASS kind : {CKO_PUBLIC_KEY, CKO_PRIVATE_KEY}) {
+        EXPECT_EQ(attribute(find(CKO_CERTIFICATE, i), CKA_VALUE).bytes, m_card->certificate(i));
+        for (CK_OBJECT_CLASS kind : {CKO_PUBLIC_KEY, CKO_PRIVATE_KEY}) {
             Bytes modulus = m_card->key(i).modulus();
-            const auto found = findAll({{CKA_MODULUS, modulus.data(), modulus.size()},
-                                        {CKA_CLASS, const_cast<CK_OBJECT_CLASS*>(&kind), sizeof kind}});
-            ASSERT_EQ(found.size(), 1U);
-            EXPECT_EQ(text(found[0], CKA_LABEL) + text(found[0], CKA_ID),
-                      name + " Key" + static_cast<char>(i + 1));
-            EXPECT_EQ(number(found[0], CKA_PRIVATE), kind == CKO_PRIVATE_KEY ? CK_TRUE : CK_FALSE);
-            EXPECT_EQ(number(found[0], CKA_TOKEN), CK_TRUE);
+            EXPECT_EQ(
+                findAll({{CKA_MODULUS, modulus.data(), modulus.size()}, {CKA_CLASS, &kind, sizeof kind}}),
+                std::vector{find(kind, i)});
         }
-        EXPECT_EQ(number(find(CKO_PRIVATE_KEY, i), CKA_SIGN), CK_TRUE); // the second by non-repudiation only
-        EXPECT_EQ(number(find(CKO_PRIVATE_KEY, i), CKA_DECRYPT), i == 0 ? CK_TRUE : CK_FALSE);
-        EXPECT_EQ(number(find(CKO_PUBLIC_KEY, i), CKA_ENCRYPT), i == 0 ? CK_TRUE : CK_FALSE);
     }
     EXPECT_EQ(text(find(CKO_DATA, 0), CKA_VALUE), "Anyone may read this.");
     m_card->reset(); // unnoticed: reading shows the PIN again

@@ -38,34 +38,19 @@ Bytes gzip(Bytes plain)
 TEST_F(PivTest, TokenAndObjectsShowWhatTheCardHolds)
 {
     startPiv();
-    CK_TOKEN_INFO info = tokenInfo();
-    const std::string texts(reinterpret_cast<const char*>(&info), 96); // label, manufacturer, model, serial
-    EXPECT_EQ(texts, "PIV Profile" + std::string(21, ' ') + "unknown card" + std::string(20, ' ') + "PIV" +
-                         std::string(29, ' '));
-    EXPECT_EQ(info.flags, CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED |
-                              (isDesktop() ? CKF_TOKEN_INITIALIZED : 0));
+    EXPECT_EQ(tokenInfo().flags, CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED |
+                                     (isDesktop() ? CKF_TOKEN_INITIALIZED : 0));
     EXPECT_EQ(findAll().size(), 8U); // the private keys are hidden
     ASSERT_EQ(login("123456"), CKR_OK);
     ASSERT_EQ(findAll().size(), 12U);
     CK_OBJECT_HANDLE handle = 0;
-    for (const auto& [reference, id, label, bits] :
-         {std::tuple(0x9A, "9A07", "PIV Authentication Key", 2048),
-          std::tuple(0x9C, "9C06", "Digital Signature Key", 1024),
-          std::tuple(0x9D, "9D07", "Key Management Key", 2048),
-          std::tuple(0x9E, "9E07", "Card Authentication Key", 0)}) {
+    for (const auto& [reference, bits] :
+         {std::pair(0x9A, 2048), std::pair(0x9C, 1024), std::pair(0x9D, 2048), std::pair(0x9E, 0)}) {
         Bytes modulus = bits ? vcard::RsaKey::get(bits, reference).modulus() : Bytes();
         EXPECT_EQ(attribute(handle + 1, CKA_VALUE).bytes,
                   m_card->certificate(static_cast<unsigned char>(reference)));
-        for (const CK_OBJECT_CLASS kind : {CKO_CERTIFICATE, CKO_PUBLIC_KEY, CKO_PRIVATE_KEY}) {
-            EXPECT_EQ(number(++handle, CKA_CLASS), kind);
-            EXPECT_EQ(number(handle, CKA_TOKEN), CK_TRUE);
-            EXPECT_EQ(vcard::toHex(attribute(handle, CKA_ID).bytes), id);
-            EXPECT_EQ(text(handle, CKA_LABEL), kind == CKO_CERTIFICATE ? "User Certificate" : label);
-        }
-        EXPECT_EQ(number(handle, CKA_KEY_TYPE), bits ? CKK_RSA : CKK_EC);
-        EXPECT_EQ(attribute(handle, CKA_MODULUS).length, modulus.size());
-        EXPECT_EQ(attribute(handle, CKA_PUBLIC_EXPONENT).length, bits ? 3U : 0U);
-        EXPECT_EQ(number(handle - 1, CKA_MODULUS_BITS), static_cast<CK_ULONG>(bits));
+        EXPECT_EQ(vcard::toHex(attribute(handle += 3, CKA_ID).bytes),
+                  vcard::toHex({static_cast<unsigned char>(reference)}) + (bits == 1024 ? "06" : "07"));
         EXPECT_EQ(findAll({{CKA_MODULUS, modulus.data(), modulus.size()}}).size(), 2U);
         for (const CK_ATTRIBUTE_TYPE secret : {CKA_PRIVATE_EXPONENT, CKA_PRIME_1, CKA_PRIME_2}) {
             EXPECT_EQ(attribute(handle, secret).rv, CKR_ATTRIBUTE_TYPE_INVALID);

@@ -7,6 +7,7 @@
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/TraceFile.h"
 #include "tools/vcard/Families.h"
+#include "tools/vcard/Keys.h"
 
 #include <map>
 #include <regex>
@@ -21,6 +22,18 @@ protected:
         CryptokiFixture::SetUp();
         if (PKCS11::Edition::current().addedTokenFlags() != 0)
             GTEST_SKIP() << "the product's codes and lines";
+    }
+    /// The key pair of a modulus or a certificate, by its number among those of the simulated cards.
+    static std::string keyOf(const Bytes& value)
+    {
+        const PublicKeyHandle certified = publicKeyOf(value);
+        for (const int pair : {0, 1, 2, 0x9A, 0x9C, 0x9D}) {
+            const vcard::RsaKey& key = vcard::RsaKey::get(1024, pair);
+            if (value == key.modulus() ||
+                (certified && EVP_PKEY_eq(certified.get(), publicKeyOf(key.certificate("Any")).get()) == 1))
+                return " of key " + std::to_string(pair);
+        }
+        return "";
     }
     /// Where the text differs from the file it is left in the working directory.
     static void expectFile(const std::string& name, const std::string& shown)
@@ -142,7 +155,7 @@ TEST_F(RefusalTest, EachFamilyShowsItsTokenAndObjects)
                 std::string name = PKCS11::attributeType2string_ne(type);
                 name = name.empty() ? std::to_string(type) : name;
                 if (value.length > 30 || type == CKA_SERIAL_NUMBER || type == CKA_EC_POINT)
-                    shown += name + " is there\n";
+                    shown += name + " is there" + keyOf(value.bytes) + "\n";
                 else
                     shown += name + "=" +
                              (isNumber            ? std::to_string(number(object, type))
