@@ -4,6 +4,7 @@
 #include "pkcs11/frontend/SystemWrapper.h"
 
 #include <cstddef>
+#include <iterator>
 
 namespace {
 
@@ -471,9 +472,9 @@ CK_RV C_WaitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID_PTR pSlot, void* pReserved)
 
 namespace PKCS11 {
 
-#define QUARVEL_COUNT(name) +1
-static_assert(offsetof(CK_FUNCTION_LIST, C_Initialize) +
-                      (QUARVEL_CRYPTOKI_FUNCTIONS(QUARVEL_COUNT)) * sizeof(void*) ==
+#define QUARVEL_NAME(name) #name,
+constexpr const char* kFunctions[] = {QUARVEL_CRYPTOKI_FUNCTIONS(QUARVEL_NAME)};
+static_assert(offsetof(CK_FUNCTION_LIST, C_Initialize) + std::size(kFunctions) * sizeof(void*) ==
                   sizeof(CK_FUNCTION_LIST),
               "the list names each function of the table");
 

@@ -78,6 +78,7 @@ TEST_F(DesktopPrograms, ThreadsSearchSignLogInAndWaitBesideEachOther)
     });
     fakepcsc::awaitBlockedWaits(1);
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int number = 0; number < 8; ++number)
         threads.emplace_back(work, number);
     for (std::thread& thread : threads)

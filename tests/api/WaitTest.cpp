@@ -73,6 +73,7 @@ protected:
         std::atomic<bool> done{false};
         std::atomic<int> others{0};
         std::vector<std::thread> threads;
+        threads.reserve(waiters);
         for (int i = 0; i < waiters; ++i)
             threads.emplace_back([&, flags = i == 2 ? CK_FLAGS{CKF_DONT_BLOCK} : 0] {
                 CK_SLOT_ID slot = 0;
