@@ -2,12 +2,23 @@
 
 #include "pkcs11/core/Mechanism.h"
 #include "pkcs11/core/PrivateKey.h"
+#include "pkcs11/pcsc/SlotList.h"
 #include "pkcs11/token/Token.h"
 
 namespace PKCS11 {
 
 Edition Edition::s_product;
 Edition* Edition::s_current = &Edition::s_product;
+
+PCSCSystem* Edition::createSystem()
+{
+    return CreatePCSCSystem(nullptr);
+}
+
+std::unique_ptr<SlotList> Edition::createSlotList(PKCS11Wrapper* /*wrapper*/, PCSCSystem* /*system*/)
+{
+    return std::make_unique<SlotList>();
+}
 
 bool Edition::enterCard(PCSCSlot& /*slot*/)
 {

@@ -10,7 +10,10 @@ class Blob;
 class Mechanism;
 class MechanismInfo;
 class PCSCSlot;
+class PCSCSystem;
+class PKCS11Wrapper;
 class PrivateKey;
+class SlotList;
 class Token;
 
 /// The one list of the places where an edition of the library may differ from the product. The product is
@@ -35,6 +38,15 @@ public:
     virtual bool beginWait() { return false; }
     /// False when the library is being finalised: nothing is left that the call could go on with.
     virtual bool endWait() { return true; }
+
+    /// C_Initialize in a forked child of an initialised process starts the library anew.
+    virtual bool startsAnewInChild() const { return false; }
+
+    // --- Readers ---
+
+    /// The PC/SC system that the library object owns a reference of. Throws CKR_DEVICE_ERROR (0x30).
+    virtual PCSCSystem* createSystem();
+    virtual std::unique_ptr<SlotList> createSlotList(PKCS11Wrapper* wrapper, PCSCSystem* system);
 
     // --- Cards ---
 

@@ -3,6 +3,8 @@
 #include "pkcs11/desktop/BlockSign.h"
 #include "pkcs11/desktop/DesktopCardOSToken.h"
 #include "pkcs11/desktop/DesktopPIVToken.h"
+#include "pkcs11/desktop/DesktopSlotList.h"
+#include "pkcs11/desktop/DesktopSystem.h"
 #include "pkcs11/desktop/SignInParts.h"
 #include "pkcs11/drivers/common/CardObjects.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
@@ -57,6 +59,16 @@ DesktopEdition& DesktopEdition::instance()
 {
     static DesktopEdition edition;
     return edition;
+}
+
+PCSCSystem* DesktopEdition::createSystem()
+{
+    return std::make_unique<DesktopSystem>().release();
+}
+
+std::unique_ptr<SlotList> DesktopEdition::createSlotList(PKCS11Wrapper* wrapper, PCSCSystem* system)
+{
+    return std::make_unique<DesktopSlotList>(wrapper, system);
 }
 
 std::unique_ptr<Token> DesktopEdition::createDriver(const Blob& cardType, PCSCSlot& slot)

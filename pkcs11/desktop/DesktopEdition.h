@@ -17,6 +17,10 @@ public:
     bool beginWait() override;
     bool endWait() override { return m_lock.enterUnless(SlotWaits::isEnding); }
 
+    PCSCSystem* createSystem() override;
+    std::unique_ptr<SlotList> createSlotList(PKCS11Wrapper* wrapper, PCSCSystem* system) override;
+    bool startsAnewInChild() const override { return true; }
+
     /// Puts the commands of a call into one transaction.
     bool enterCard(PCSCSlot& slot) override { return m_transaction.begin(slot); }
     void leaveCard(PCSCSlot& slot) override { m_transaction.end(slot); }

@@ -1,5 +1,6 @@
 #include "pkcs11/frontend/PKCS11Wrapper.h"
 
+#include "pkcs11/Edition.h"
 #include "pkcs11/core/Session.h"
 #include "pkcs11/frontend/CallPattern.h"
 #include "pkcs11/frontend/FunctionList.h"
@@ -9,12 +10,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <unistd.h>
 
 namespace PKCS11 {
 
 std::atomic<bool> PKCS11Wrapper::s_ended{false};
 
-PKCS11Wrapper::PKCS11Wrapper() = default;
+PKCS11Wrapper::PKCS11Wrapper() : m_process(getpid()) {}
 
 PKCS11Wrapper::~PKCS11Wrapper()
 {
@@ -32,6 +34,8 @@ CK_RV PKCS11Wrapper::Initialize(void* pInitArgs)
 {
     if (s_ended)
         return CKR_CRYPTOKI_NOT_INITIALIZED;
+    if (Edition::current().startsAnewInChild() && m_process != getpid())
+        startAnew();
     InitLogger();
     CK_RV rv = CKR_OK;
     const MethodLogger scope("C_Initialize", rv);
@@ -57,6 +61,15 @@ CK_RV PKCS11Wrapper::Initialize(void* pInitArgs)
             [](const PKCS11Exception&) {});
     }
     return rv;
+}
+
+void PKCS11Wrapper::startAnew()
+{
+    m_process = getpid();
+    m_initialised = false;
+    m_initialiseCount = 0;
+    m_sharesTrace = m_sharesTrace || m_hasLogger;
+    m_hasLogger = false;
 }
 
 CK_RV PKCS11Wrapper::Init(CK_C_INITIALIZE_ARGS* /*args*/)

@@ -29,7 +29,7 @@ public:
     ~PKCS11Wrapper() override;
 
     virtual CK_RV InitSlotList() = 0;
-    /// Does nothing: the slot list is built once, by Initialize.
+    /// For a slot list that Initialize does not build once for all.
     virtual CK_RV UpdateSlotList() { return CKR_OK; }
     virtual CK_RV GetInfo(CK_INFO* pInfo) = 0;
     /// Called after a slot-addressed call failed: pauses the slot's sessions when its card is gone or
@@ -161,12 +161,16 @@ protected:
     std::unique_ptr<SlotList> m_slots;
     /// Set once InitLogger has installed a trace.
     bool m_hasLogger = false;
+    /// The trace is also that of the process that forked this one.
+    bool m_sharesTrace = false;
 
 private:
     enum class Hook { none, token, session };
     using Arguments = std::initializer_list<Argument>;
 
     CK_RV Init(CK_C_INITIALIZE_ARGS* args);
+    /// In a forked child: forgets what it inherited. The trace goes on behind the parent's lines.
+    void startAnew();
     void tearDown();
     bool pausesSessions(const PKCS11Exception& ex) const;
 
@@ -190,6 +194,7 @@ private:
     bool m_pauseOnRemoval = true;
     std::atomic<bool> m_initialised{false};
     int m_initialiseCount = 0;
+    int m_process;
     /// Set by the destructor; outlives the object.
     static std::atomic<bool> s_ended;
 };

@@ -1,5 +1,6 @@
 #include "pkcs11/frontend/SystemWrapper.h"
 
+#include "pkcs11/Edition.h"
 #include "pkcs11/frontend/CallPattern.h"
 #include "pkcs11/frontend/trace/CallTrace.h"
 #include "pkcs11/frontend/trace/FileLogger.h"
@@ -62,7 +63,7 @@ CK_RV SystemWrapper::InitializeSystem()
 {
     FinalizeSystem();
     // FinalizeSystem() gives back the reference that a system's existence took, never the last one.
-    m_system = CreatePCSCSystem(nullptr); // NOLINT(clang-analyzer-cplusplus.NewDelete)
+    m_system = Edition::current().createSystem(); // NOLINT(clang-analyzer-cplusplus.NewDelete)
     if (m_system == nullptr)
         return CKR_GENERAL_ERROR;
     addReference(); // the system's existence holds the library object
@@ -82,11 +83,17 @@ void SystemWrapper::FinalizeSystem()
 CK_RV SystemWrapper::InitSlotList()
 {
     m_slots.reset();
-    m_slots = std::make_unique<SlotList>();
+    m_slots = Edition::current().createSlotList(this, m_system);
     if (m_system != nullptr) {
         for (const std::string& reader : m_system->listReaders())
             m_slots->addSlot(std::make_unique<PCSCSlot>(this, m_system, reader.c_str()));
     }
+    return CKR_OK;
+}
+
+CK_RV SystemWrapper::UpdateSlotList()
+{
+    m_slots->update();
     return CKR_OK;
 }
 
@@ -95,7 +102,8 @@ void SystemWrapper::InitLogger()
     if (m_hasLogger)
         return;
     try {
-        Logger::SetLogger(std::make_unique<FileLogger>(s_logPath, kTraceOptions).release());
+        const unsigned char options = kTraceOptions | (m_sharesTrace ? FileLogger::kAppend : 0);
+        Logger::SetLogger(std::make_unique<FileLogger>(s_logPath, options).release());
         m_hasLogger = true;
         Logger::SetLoglevel(kEverything);
     } catch (...) {

@@ -20,15 +20,6 @@ void copyText(const std::string& text, CK_UTF8CHAR (&field)[N])
     std::copy_n(text.begin(), std::min(text.size(), N), field);
 }
 
-/// The present state of a reader, without a channel to its card.
-long readState(PCSCContext context, const std::string& reader, SCARD_READERSTATE& state)
-{
-    state = {};
-    state.szReader = reader.c_str();
-    state.dwCurrentState = SCARD_STATE_UNAWARE;
-    return SCardGetStatusChange(context, 0, &state, 1);
-}
-
 } // namespace
 
 PCSCSlot::PCSCSlot(PKCS11Wrapper* wrapper, PCSCSystem* system, const char* readerName)
@@ -53,20 +44,20 @@ PCSCSlot::~PCSCSlot()
 
 bool PCSCSlot::isTokenPresent()
 {
-    SCARD_READERSTATE state{};
-    if (readState(m_system->GetContext(), m_readerName, state) != SCARD_S_SUCCESS)
+    ReaderState state;
+    if (m_system->readState(m_readerName, state) != SCARD_S_SUCCESS)
         throw PKCS11Exception(CKR_DEVICE_ERROR, "could not connect to reader (wrong READERNAME set?)",
                               "PCSCSlot::IsTokenPresent");
-    return (state.dwEventState & SCARD_STATE_PRESENT) != 0;
+    return (state.events & SCARD_STATE_PRESENT) != 0;
 }
 
 Blob PCSCSlot::GetATR()
 {
-    SCARD_READERSTATE state{};
-    if (readState(m_system->GetContext(), m_readerName, state) != SCARD_S_SUCCESS ||
-        (state.dwEventState & SCARD_STATE_PRESENT) == 0)
+    ReaderState state;
+    if (m_system->readState(m_readerName, state) != SCARD_S_SUCCESS ||
+        (state.events & SCARD_STATE_PRESENT) == 0)
         return {};
-    return Blob(state.rgbAtr, state.rgbAtr + std::min<DWORD>(state.cbAtr, sizeof state.rgbAtr));
+    return state.atr;
 }
 
 CK_RV PCSCSlot::InitToken(CK_BYTE* /*pin*/, CK_ULONG /*pinLen*/, CK_BYTE* /*label*/)

@@ -26,7 +26,14 @@ constexpr std::size_t kReaderListSize = 4096;
 
 } // namespace
 
-PCSCSystem::PCSCSystem() : m_process(getpid())
+PCSCSystem::PCSCSystem(WithoutContext) : m_process(getpid()) {}
+
+PCSCSystem::PCSCSystem() : PCSCSystem(WithoutContext())
+{
+    establish();
+}
+
+void PCSCSystem::establish()
 {
     Logger::Log(Logger::kTrace, "initialize PCSCSystem BEGIN");
     try {
@@ -68,18 +75,36 @@ bool PCSCSystem::isInherited() const
     return m_process != getpid();
 }
 
-std::vector<std::string> PCSCSystem::listReaders() const
+std::vector<std::string> PCSCSystem::listReaders()
 {
     std::vector<std::string> readers;
-    std::array<char, kReaderListSize> names{};
-    DWORD length = names.size();
-    if (SCardListReaders(GetContext(), nullptr, names.data(), &length) != SCARD_S_SUCCESS)
-        return readers;
-
-    const char* const end = names.data() + std::min<std::size_t>(length, names.size());
-    for (const char* name = names.data(); name < end && *name != '\0'; name += readers.back().size() + 1)
-        readers.emplace_back(name, strnlen(name, static_cast<std::size_t>(end - name)));
+    PKCS11::listReaders(GetContext(), readers);
     return readers;
+}
+
+long PCSCSystem::readState(const std::string& reader, ReaderState& state)
+{
+    SCARD_READERSTATE raw{};
+    raw.szReader = reader.c_str();
+    raw.dwCurrentState = SCARD_STATE_UNAWARE;
+    const long result = SCardGetStatusChange(GetContext(), 0, &raw, 1);
+    state.events = raw.dwEventState;
+    state.atr = Blob(raw.rgbAtr, raw.rgbAtr + std::min<DWORD>(raw.cbAtr, sizeof raw.rgbAtr));
+    return result;
+}
+
+long listReaders(PCSCContext context, std::vector<std::string>& names)
+{
+    names.clear();
+    std::array<char, kReaderListSize> list{};
+    DWORD length = list.size();
+    const long result = SCardListReaders(context, nullptr, list.data(), &length);
+    if (result != SCARD_S_SUCCESS)
+        return result;
+    const char* const end = list.data() + std::min<std::size_t>(length, list.size());
+    for (const char* name = list.data(); name < end && *name != '\0'; name += names.back().size() + 1)
+        names.emplace_back(name, strnlen(name, static_cast<std::size_t>(end - name)));
+    return result;
 }
 
 PCSCSystem* CreatePCSCSystem(const char* /*name*/)

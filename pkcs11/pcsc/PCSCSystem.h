@@ -1,6 +1,7 @@
 #pragma once
 
 #include "pkcs11/ReferenceCounter.h"
+#include "pkcs11/token/Blob.h"
 
 #include <string>
 #include <vector>
@@ -11,6 +12,16 @@ namespace PKCS11 {
 using PCSCContext = long;
 using PCSCHandle = long;
 using PCSCWord = unsigned long;
+
+/// What PC/SC tells about a reader: its SCARD_STATE_ bits, and the ATR of the card in it.
+struct ReaderState {
+    PCSCWord events = 0;
+    Blob atr;
+};
+
+/// The names of the readers that are attached now, in the order of PC/SC; none when it cannot tell. The PC/SC
+/// result.
+long listReaders(PCSCContext context, std::vector<std::string>& names);
 
 /// The library's PC/SC context. The library object holds one reference, each PCSCSlot another. In a process
 /// forked from the one that made it, it is the parent's: nothing of it is then released.
@@ -24,11 +35,20 @@ public:
     virtual PCSCContext GetContext() const { return m_context; }
     /// True in a forked child.
     bool isInherited() const;
-    /// The names of the readers that are attached now, in the order of PC/SC; none when it cannot tell.
-    std::vector<std::string> listReaders() const;
+    /// As the function of that name.
+    virtual std::vector<std::string> listReaders();
+    /// The present state of a reader, without a channel to its card. The PC/SC result.
+    virtual long readState(const std::string& reader, ReaderState& state);
+
+protected:
+    struct WithoutContext {};
+    explicit PCSCSystem(WithoutContext);
+    /// Throws CKR_DEVICE_ERROR (0x30) when no valid context can be had.
+    void establish();
+
+    PCSCContext m_context = 0;
 
 private:
-    PCSCContext m_context = 0;
     const int m_process;
 };
 

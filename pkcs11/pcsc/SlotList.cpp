@@ -2,8 +2,9 @@
 
 #include "pkcs11/Edition.h"
 #include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/pcsc/ReaderStates.h"
 #include "pkcs11/pcsc/SCardCall.h"
-#include "pkcs11/pcsc/SlotWaits.h"
+#include "pkcs11/pcsc/WaitContext.h"
 
 #include <algorithm>
 #include <unistd.h>
@@ -52,70 +53,6 @@ bool traceEvents(DWORD before, DWORD now)
 
 } // namespace
 
-/// One PC/SC reader state per slot, in the order of the IDs.
-struct SlotList::ReaderStates {
-    explicit ReaderStates(const SlotList& list)
-    {
-        for (CK_SLOT_ID id = 1; id <= list.highWater(); ++id)
-            names.push_back(list.getSlot(id)->getSlotDescription());
-        for (const std::string& name : names) {
-            Logger::Log(Logger::kTrace, name.c_str());
-            SCARD_READERSTATE state{};
-            state.szReader = name.c_str();
-            states.push_back(state);
-        }
-    }
-    long getStatusChange(PCSCContext context, DWORD timeout)
-    {
-        return SCardGetStatusChange(context, timeout, states.data(), states.size());
-    }
-    void makeCurrent()
-    {
-        for (SCARD_READERSTATE& state : states)
-            state.dwCurrentState = state.dwEventState;
-    }
-    DWORD eventState(CK_SLOT_ID id) const { return states[id - 1].dwEventState; }
-
-    std::vector<std::string> names;
-    std::vector<SCARD_READERSTATE> states;
-};
-
-/// One wait and its context. Once the wait is abandoned, the list that it came from may be gone.
-class SlotList::WaitContext {
-public:
-    explicit WaitContext(SlotList& list) : m_context(list.m_context.exchange(0))
-    {
-        if (m_context == 0 &&
-            SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &m_context) != SCARD_S_SUCCESS)
-            throw PKCS11Exception(CKR_FUNCTION_FAILED, "Cannot establish PCSC context!", kWhere);
-        m_wait.setContext(m_context);
-    }
-    ~WaitContext() { release(); }
-    WaitContext(const WaitContext&) = delete;
-    WaitContext& operator=(const WaitContext&) = delete;
-
-    /// The PC/SC result.
-    long release()
-    {
-        m_wait.setContext(0);
-        const PCSCContext context = std::exchange(m_context, 0);
-        return context != 0 ? SCardReleaseContext(context) : SCARD_S_SUCCESS;
-    }
-    /// Leaves the context to the next wait.
-    void giveBack(SlotList& list)
-    {
-        PCSCContext none = 0;
-        if (list.m_context.compare_exchange_strong(none, m_context))
-            m_context = 0;
-    }
-    PCSCContext context() const { return m_context; }
-    bool isAbandoned() const { return m_wait.isAbandoned(); }
-
-private:
-    SlotWaits::Wait m_wait;
-    PCSCContext m_context;
-};
-
 SlotList::SlotList() : m_process(getpid()) {}
 
 SlotList::~SlotList()
@@ -148,14 +85,27 @@ void SlotList::getIDList(CK_BBOOL tokenPresent, CK_SLOT_ID* list, CK_ULONG* coun
         std::copy(found.begin(), found.end(), list);
 }
 
+std::unique_ptr<ReaderStates> SlotList::readerStates() const
+{
+    std::vector<std::string> readers;
+    for (CK_SLOT_ID id = 1; id <= highWater(); ++id) {
+        readers.push_back(getSlot(id)->getSlotDescription());
+        Logger::Log(Logger::kTrace, readers.back().c_str());
+    }
+    return std::make_unique<ReaderStates>(std::move(readers));
+}
+
 bool SlotList::waitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* /*reserved*/)
 {
-    if (highWater() == 0)
+    if (highWater() == 0 && !waitsForReaders())
         throw PKCS11Exception(CKR_NO_EVENT);
 
-    WaitContext wait(*this);
-    ReaderStates states(*this);
-    long result = states.getStatusChange(wait.context(), 0);
+    WaitContext wait(m_context);
+    if (wait.establish() != SCARD_S_SUCCESS && !waitsForReaders())
+        throw PKCS11Exception(CKR_FUNCTION_FAILED, "Cannot establish PCSC context!", kWhere);
+    const std::unique_ptr<ReaderStates> held = readerStates();
+    ReaderStates& states = *held;
+    long result = states.getStatusChange(wait, 0);
     if (result != SCARD_S_SUCCESS) {
         traceCode(result);
         throw PKCS11Exception(CKR_FUNCTION_FAILED,
@@ -166,7 +116,7 @@ bool SlotList::waitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* /*reserv
     for (;;) {
         // The states still ask for the present state here, so the first call returns at once.
         const bool others = block && Edition::current().beginWait();
-        result = states.getStatusChange(wait.context(), block ? INFINITE : 0);
+        result = states.getStatusChange(wait, block ? INFINITE : 0);
         const bool goesOn = !others || Edition::current().endWait();
         if (result == SCARD_E_CANCELLED || !goesOn || wait.isAbandoned()) {
             Logger::Log(Logger::kTrace, "SCardGetStatusChange was canceled by application, so just return");
@@ -178,13 +128,15 @@ bool SlotList::waitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* /*reserv
                                   kWhere);
         }
         refreshReported(states);
-        const CK_SLOT_ID event = block ? findEvent(states) : findFlagged(states);
+        CK_SLOT_ID event = block ? findEvent(states) : findFlagged(states);
+        if (event == 0)
+            event = states.attachedSlot(*this);
         if (event != 0) {
             *slot = event;
             return true;
         }
         if (!block) {
-            wait.giveBack(*this);
+            wait.giveBack(m_context);
             throw PKCS11Exception(CKR_NO_EVENT);
         }
     }
@@ -193,7 +145,7 @@ bool SlotList::waitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* /*reserv
 /// A reported slot learns its reader's state before the next comparison.
 void SlotList::refreshReported(const ReaderStates& states)
 {
-    for (CK_SLOT_ID id = 1; id <= highWater(); ++id) {
+    for (CK_SLOT_ID id = 1; id <= states.count(); ++id) {
         Slot& slot = *getSlot(id);
         if (slot.eventPending()) {
             slot.setEventPending(false);
@@ -205,10 +157,10 @@ void SlotList::refreshReported(const ReaderStates& states)
 /// The first slot whose reader changed since the last look, or 0.
 CK_SLOT_ID SlotList::findEvent(ReaderStates& states) const
 {
-    for (CK_SLOT_ID id = 1; id <= highWater(); ++id) {
+    for (CK_SLOT_ID id = 1; id <= states.count(); ++id) {
         if (!has(states.eventState(id), SCARD_STATE_IGNORE | SCARD_STATE_CHANGED))
             continue;
-        const bool event = traceEvents(states.states[id - 1].dwCurrentState, states.eventState(id));
+        const bool event = traceEvents(states.currentState(id), states.eventState(id));
         // Of all readers, also when this one had no event: the states of later ones count as seen.
         states.makeCurrent();
         if (event)
@@ -221,7 +173,7 @@ CK_SLOT_ID SlotList::findEvent(ReaderStates& states) const
 /// so that their events are found by the next call.
 CK_SLOT_ID SlotList::findFlagged(const ReaderStates& states)
 {
-    for (CK_SLOT_ID id = 1; id <= highWater(); ++id) {
+    for (CK_SLOT_ID id = 1; id <= states.count(); ++id) {
         Slot& slot = *getSlot(id);
         const DWORD now = states.eventState(id);
         const DWORD before = slot.readerState();

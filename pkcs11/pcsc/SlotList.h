@@ -8,6 +8,8 @@
 
 namespace PKCS11 {
 
+class ReaderStates;
+
 /// The slots of the library under IDs 1 to n, and the wait for slot events. Owns its slots.
 class SlotList : public Table {
 public:
@@ -26,10 +28,16 @@ public:
     /// which a signal handler has interrupted, does not touch the list again.
     void stopWaitForSlotEvent();
 
-private:
-    struct ReaderStates;
-    class WaitContext;
+    /// Gives a slot to each reader that has none yet, when readers may come later.
+    virtual void update() {}
 
+protected:
+    /// True when a wait is for new readers and for the PC/SC service too.
+    virtual bool waitsForReaders() const { return false; }
+    /// Of the readers of all slots.
+    virtual std::unique_ptr<ReaderStates> readerStates() const;
+
+private:
     void refreshReported(const ReaderStates& states);
     CK_SLOT_ID findEvent(ReaderStates& states) const;
     CK_SLOT_ID findFlagged(const ReaderStates& states);

@@ -1,3 +1,4 @@
+#include "pkcs11/Edition.h"
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/core/Session.h"
 #include "pkcs11/frontend/FunctionList.h"
@@ -67,6 +68,8 @@ TEST_F(LifeCycleTest, InitialisationsAreCounted)
     EXPECT_EQ(count, 0U);
     EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
     EXPECT_EQ(C_GetSlotList(CK_FALSE, nullptr, &count), CKR_CRYPTOKI_NOT_INITIALIZED);
+    if (PKCS11::Edition::current().addedTokenFlags() != 0)
+        return; // the desktop edition starts without the service
     fakepcsc::failCall("SCardIsValidContext", 0x80100003L);
     EXPECT_EQ(C_Initialize(nullptr), CKR_DEVICE_ERROR);
     EXPECT_EQ(C_GetSlotList(CK_FALSE, nullptr, &count), CKR_CRYPTOKI_NOT_INITIALIZED);

@@ -237,7 +237,9 @@ protected:
             return found != peace.values.end() && found->second == value;
         };
         for (const auto& [step, value] : life.values) {
-            bool right = step == "slots" && m_present == nullptr && value.empty();
+            // To the desktop edition a reader that is out of order is empty.
+            const bool maySeemEmpty = m_present == nullptr || kDesktop;
+            bool right = step == "slots" && maySeemEmpty && value.empty();
             for (const Held& card : {then, now}) {
                 right = right || isIn(m_peace[card], step, value);
                 // Whether the user is logged in the other calls tell.
@@ -261,6 +263,7 @@ protected:
         return life;
     }
 
+    const bool kDesktop = PKCS11::Edition::current().addedTokenFlags() != 0;
     Held m_present;
     Life m_life;
     int m_refusedPins = 0;
@@ -314,7 +317,7 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
     };
     const int calls = m_calls;
     // The desktop edition is looked at here and there: its drivers are the product's.
-    const int pace = PKCS11::Edition::current().addedTokenFlags() != 0 ? 3 : 1;
+    const int pace = kDesktop ? 3 : 1;
     for (const auto& disturbance : disturbances) {
         for (int nth = 1; nth <= calls && !HasFailure(); nth += pace * disturbance.stride) {
             insert(own);

@@ -19,7 +19,7 @@ namespace {
 struct Reader {
     std::string name;
     std::shared_ptr<vcard::Card> card;
-    bool t0 = false, attached = true;
+    bool t0 = false, attached = true, forgotten = false;
     DWORD events = 0;
     int resets = 0;
     SCARDHANDLE transaction = 0; ///< the handle that has the reader to itself
@@ -33,7 +33,7 @@ struct Reader {
 /// A wait blocks in a descriptor of its own, as with the real service: a signal handler that interrupts it
 /// may call whatever it likes.
 struct Context {
-    bool waiting = false, cancelled = false;
+    bool waiting = false, cancelled = false, lost = false;
     int wake = -1;
 };
 /// A connected card: `then` is what the reader looked like.
@@ -56,6 +56,12 @@ struct Service {
     std::map<SCARDHANDLE, Handle> handles;
     std::vector<Call> calls;
     std::list<Plan> plans;
+    bool runs = true;
+
+    DWORD attached() const
+    {
+        return std::count_if(readers.begin(), readers.end(), [](auto& reader) { return reader.attached; });
+    }
 };
 
 /// Never destroyed: the library's last calls come while the process exits.
@@ -133,17 +139,33 @@ LONG call(const char* name, const std::function<LONG(Call&)>& body, const Bytes&
 LONG check(SCARDCONTEXT context)
 {
     const auto it = s.contexts.find(context);
-    return it == s.contexts.end() ? SCARD_E_INVALID_HANDLE : it->second.waiting ? SCARD_F_INTERNAL_ERROR : 0;
+    return it == s.contexts.end() ? SCARD_E_INVALID_HANDLE
+           : it->second.lost      ? SCARD_E_NO_SERVICE
+           : it->second.waiting   ? SCARD_F_INTERNAL_ERROR
+                                  : 0;
 }
 LONG checkHandle(SCARDHANDLE handle)
 {
     const auto it = s.handles.find(handle);
     if (it == s.handles.end() || s.contexts.count(it->second.context) == 0)
         return SCARD_E_INVALID_HANDLE;
+    if (s.contexts[it->second.context].lost)
+        return SCARD_E_NO_SERVICE;
     const Reader& now = *it->second.reader;
     return it->second.then.events != now.events   ? SCARD_W_REMOVED_CARD
            : it->second.then.resets != now.resets ? SCARD_W_RESET_CARD
                                                   : 0;
+}
+bool isLost(LONG rc)
+{
+    return rc == SCARD_E_INVALID_HANDLE || rc == SCARD_E_NO_SERVICE;
+}
+/// Those of handles whose context is gone.
+void endTransactions()
+{
+    for (Reader& reader : s.readers)
+        if (isLost(checkHandle(reader.transaction)))
+            reader.transaction = 0;
 }
 LONG connect(Handle& handle, DWORD protocols, DWORD* active)
 {
@@ -159,16 +181,27 @@ Reader* find(const char* name)
         std::find_if(s.readers.begin(), s.readers.end(), [&](Reader& r) { return r.name == name; });
     return it == s.readers.end() ? nullptr : &*it;
 }
-/// Fills the event states; true when the call has something to report.
-bool refresh(SCARD_READERSTATE* states, DWORD count)
+bool isNotification(const char* name)
+{
+    return std::strcmp(name, R"(\\?PnP?\Notification)") == 0;
+}
+/// Fills the event states; true when the call has something to report. The call began with so many readers.
+bool refresh(SCARD_READERSTATE* states, DWORD count, DWORD readers)
 {
     bool report = false;
     for (SCARD_READERSTATE* state = states; state != states + count; ++state) {
+        if (isNotification(state->szReader)) {
+            state->dwEventState = s.attached() != readers ? SCARD_STATE_CHANGED : 0;
+            report = report || state->dwEventState != 0;
+            continue;
+        }
         const Reader& reader = *find(state->szReader);
         const Bytes atr = reader.card ? reader.card->atr() : Bytes();
         const DWORD before = state->dwCurrentState;
-        const bool news =
-            (before & reader.state()) == 0 || (before >> 16 != 0 && before >> 16 != reader.events);
+        // A reader that came back is no news, nor is one that had no card then.
+        const bool news = (before & (reader.state() | SCARD_STATE_UNKNOWN)) == 0 ||
+                          (!reader.attached && (before & SCARD_STATE_UNKNOWN) == 0) ||
+                          (before >> 16 != 0 && before >> 16 != reader.events);
         state->dwEventState = reader.events << 16 | reader.state() | (news ? SCARD_STATE_CHANGED : 0);
         state->cbAtr = std::min<DWORD>(atr.size(), MAX_ATR_SIZE);
         std::copy_n(atr.begin(), state->cbAtr, state->rgbAtr);
@@ -195,19 +228,39 @@ void detachReader(int reader)
     removeCard(reader);
     change(reader, [](Reader& r) { r.attached = false; });
 }
+void forgetReader(int reader)
+{
+    change(reader, [](Reader& r) { r.forgotten = true; });
+    detachReader(reader);
+}
 void attachReader(int reader)
 {
-    change(reader, [](Reader& r) { r.attached = true; });
+    change(reader, [](Reader& r) { r.attached = true, r.forgotten = false; });
+}
+void stopService()
+{
+    locked([] {
+        s.runs = false;
+        for (auto& context : s.contexts)
+            context.second.lost = true;
+        endTransactions();
+    });
+}
+void startService()
+{
+    locked([] { s.runs = true; });
 }
 void insertCard(int reader, std::shared_ptr<vcard::Card> card, bool t0)
 {
     card->reset();
-    change(reader, [&](Reader& r) { r = {r.name, card, t0, true, r.events + 1, r.resets, r.transaction}; });
+    change(reader,
+           [&](Reader& r) { r = {r.name, card, t0, true, false, r.events + 1, r.resets, r.transaction}; });
 }
 void removeCard(int reader)
 {
-    change(reader,
-           [](Reader& r) { r = {r.name, nullptr, false, true, r.events + 1, r.resets, r.transaction}; });
+    change(reader, [](Reader& r) {
+        r = {r.name, nullptr, false, true, r.forgotten, r.events + 1, r.resets, r.transaction};
+    });
 }
 void resetCard(int reader)
 {
@@ -281,6 +334,8 @@ const SCARD_IO_REQUEST g_rgSCardRawPci = {SCARD_PROTOCOL_RAW, sizeof(SCARD_IO_RE
 LONG SCardEstablishContext(DWORD, LPCVOID, LPCVOID, LPSCARDCONTEXT context)
 {
     return call("SCardEstablishContext", [&](Call&) {
+        if (!s.runs)
+            return SCARD_E_NO_SERVICE;
         s.contexts[*context = ++lastId] = {};
         return SCARD_S_SUCCESS;
     });
@@ -290,8 +345,10 @@ LONG SCardReleaseContext(SCARDCONTEXT context)
     // Handles of the context stay on the list, so that a leak shows.
     return call("SCardReleaseContext", [&](Call&) {
         const LONG rc = check(context);
-        if (rc == 0)
+        if (rc == 0 || rc == SCARD_E_NO_SERVICE) {
             s.contexts.erase(context);
+            endTransactions();
+        }
         return rc;
     });
 }
@@ -382,23 +439,28 @@ LONG SCardGetStatusChange(SCARDCONTEXT context, DWORD timeout, SCARD_READERSTATE
     return call("SCardGetStatusChange", [&](Call&) {
         if (check(context) != 0)
             return check(context);
-        if (std::any_of(states, states + count, [](auto& state) { return find(state.szReader) == nullptr; }))
+        const auto isUnknown = [](const SCARD_READERSTATE& state) {
+            const Reader* reader = find(state.szReader);
+            return !isNotification(state.szReader) && (reader == nullptr || reader->forgotten);
+        };
+        if (std::any_of(states, states + count, isUnknown))
             return SCARD_E_UNKNOWN_READER;
-        if (refresh(states, count))
+        const DWORD readers = s.attached();
+        if (refresh(states, count, readers))
             return SCARD_S_SUCCESS;
         if (timeout == 0)
             return SCARD_E_TIMEOUT;
         // A cancel that came before this is lost, as in the real service.
-        Context& own = s.contexts[context] = {true, false, eventfd(0, EFD_CLOEXEC)};
+        Context& own = s.contexts[context] = {true, false, false, eventfd(0, EFD_CLOEXEC)};
         wakeAll();
-        while (!own.cancelled && !refresh(states, count)) {
+        while (!own.cancelled && !own.lost && !refresh(states, count, readers)) {
             const Unlocked unlocked;
             eventfd_t changes = 0;
             eventfd_read(own.wake, &changes);
         }
         close(own.wake);
         own.waiting = false;
-        return own.cancelled ? SCARD_E_CANCELLED : SCARD_S_SUCCESS;
+        return own.lost ? SCARD_E_NO_SERVICE : own.cancelled ? SCARD_E_CANCELLED : SCARD_S_SUCCESS;
     });
 }
 LONG SCardCancel(SCARDCONTEXT context)

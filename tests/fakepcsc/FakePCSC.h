@@ -20,7 +20,13 @@ void reset();
 int addReader(const std::string& name);
 /// The reader is unplugged: its state becomes UNKNOWN.
 void detachReader(int reader);
+/// The same with a service that knows it in calls that wait already, and refuses its name in new ones.
+void forgetReader(int reader);
 void attachReader(int reader);
+
+/// Without the service no context can be had; those of before stay lost when it starts again.
+void stopService();
+void startService();
 
 /// Puts a card in, T=1 unless told; replaces the card that is there. Open handles of the old card see
 /// SCARD_W_REMOVED_CARD.

@@ -2,6 +2,7 @@
 
 #include "pkcs11/PKCS11Exception.h"
 
+#include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <unistd.h>
@@ -20,8 +21,9 @@ constexpr long kNanosecondsPerMillisecond = 1000000;
 FileLogger::FileLogger(const char* path, unsigned char options)
     : m_options(options), m_path(path), m_process(getpid())
 {
-    m_file.reset(std::fopen(m_path, has(kAppend) ? "ae" : "we"));
-    if (!m_file)
+    // Lines are always written at the end: a forked child may add its own.
+    m_file.reset(std::fopen(m_path, "ae"));
+    if (!m_file || (!has(kAppend) && ftruncate(fileno(m_file.get()), 0) != 0 && errno != EINVAL))
         throw PKCS11Exception(CKR_GENERAL_ERROR, "log file cannot be opened", "FileLogger::FileLogger");
     if (has(kBanner)) {
         writeLine(kStars);

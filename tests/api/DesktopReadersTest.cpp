@@ -1,0 +1,162 @@
+// Readers and a PC/SC service that come and go, and forked children, in the desktop edition.
+#include "tests/support/CryptokiFixture.h"
+#include "tests/support/TraceFile.h"
+#include "tools/vcard/PivCard.h"
+
+#include <future>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+class DesktopReaders : public CryptokiFixture {
+protected:
+    using IDs = std::vector<CK_SLOT_ID>;
+
+    static IDs slots(bool withToken = false)
+    {
+        CK_ULONG count = 0;
+        EXPECT_EQ(C_GetSlotList(withToken, nullptr, &count), CKR_OK);
+        IDs ids(count);
+        EXPECT_EQ(C_GetSlotList(withToken, ids.data(), &count), CKR_OK);
+        return ids;
+    }
+    static void insert(int reader) { fakepcsc::insertCard(reader, std::make_shared<vcard::PivCard>()); }
+    static CK_RV info(CK_SLOT_ID slot)
+    {
+        CK_TOKEN_INFO token{};
+        return C_GetTokenInfo(slot, &token);
+    }
+    static CK_SLOT_ID wait(CK_FLAGS flags = 0)
+    {
+        CK_SLOT_ID slot = 0;
+        const CK_RV rv = C_WaitForSlotEvent(flags, &slot, nullptr);
+        EXPECT_EQ(rv, slot != 0 ? CKR_OK : flags != 0 ? CKR_NO_EVENT : CKR_CRYPTOKI_NOT_INITIALIZED);
+        return slot;
+    }
+    /// The slot that a wait reports when that happens while it blocks.
+    template <class Action>
+    static CK_SLOT_ID reportedWhen(const Action& action)
+    {
+        auto reported = std::async(std::launch::async, [] { return wait(); });
+        fakepcsc::awaitBlockedWaits(1);
+        action();
+        return reported.get();
+    }
+    bool signs() { return sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, Bytes(35, 7)).rv == CKR_OK; }
+};
+
+TEST_F(DesktopReaders, TheServiceMayComeAfterTheStart)
+{
+    fakepcsc::stopService();
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    EXPECT_EQ(slots(), IDs());
+    EXPECT_EQ(wait(CKF_DONT_BLOCK), 0U);
+    insert(fakepcsc::addReader("Reader 0"));
+    fakepcsc::beforeCall("SCardEstablishContext", 3, fakepcsc::startService);
+    EXPECT_EQ(wait(), 1U);
+    EXPECT_EQ(slots(true), IDs({1}));
+    EXPECT_EQ(info(1), CKR_OK);
+}
+
+TEST_F(DesktopReaders, ARestartedServiceIsUsedAtTheNextCall)
+{
+    start(std::make_shared<vcard::PivCard>());
+    EXPECT_EQ(login("123456"), CKR_OK);
+    EXPECT_EQ(wait(CKF_DONT_BLOCK), 0U);
+    for (const bool comesBackLater : {false, true}) {
+        fakepcsc::stopService();
+        if (comesBackLater) {
+            EXPECT_EQ(info(1), CKR_TOKEN_NOT_PRESENT);
+            EXPECT_EQ(slots(true), IDs());
+            EXPECT_EQ(slots(), IDs({1}));
+        }
+        fakepcsc::startService();
+        CK_SESSION_INFO session{};
+        EXPECT_EQ(C_GetSessionInfo(m_session, &session), CKR_OK);
+        EXPECT_EQ(session.state, CK_STATE{CKS_RW_PUBLIC_SESSION});
+        EXPECT_EQ(login("123456"), CKR_OK);
+        EXPECT_TRUE(signs());
+        wait(CKF_DONT_BLOCK);
+    }
+    EXPECT_EQ(fakepcsc::openContexts(), 2); // the library's own, and that of the last poll
+    EXPECT_EQ(reportedWhen(fakepcsc::stopService), 1U);
+    fakepcsc::startService();
+    EXPECT_EQ(info(1), CKR_OK);
+}
+
+TEST_F(DesktopReaders, AReaderThatIsGoneIsEmptyAndKeepsItsSlot)
+{
+    start(std::make_shared<vcard::PivCard>());
+    const int second = fakepcsc::addReader("Reader 1");
+    insert(second);
+    CK_SLOT_INFO slot{};
+    EXPECT_EQ(C_GetSlotInfo(2, &slot), CKR_SLOT_ID_INVALID);
+    EXPECT_EQ(slots(true), IDs({1, 2}));
+    EXPECT_EQ(wait(CKF_DONT_BLOCK), 0U);
+
+    fakepcsc::forgetReader(m_reader);
+    EXPECT_EQ(wait(CKF_DONT_BLOCK), 1U);
+    EXPECT_EQ(wait(CKF_DONT_BLOCK), 0U);
+    EXPECT_EQ(slots(), IDs({1, 2}));
+    EXPECT_EQ(slots(true), IDs({2}));
+    EXPECT_EQ(C_GetSlotInfo(1, &slot), CKR_OK);
+    EXPECT_EQ(slot.flags & CKF_TOKEN_PRESENT, 0U);
+    EXPECT_EQ(info(1), CKR_TOKEN_NOT_PRESENT);
+    EXPECT_EQ(info(2), CKR_OK);
+
+    fakepcsc::attachReader(m_reader);
+    insert(m_reader);
+    EXPECT_EQ(wait(CKF_DONT_BLOCK), 1U);
+    EXPECT_EQ(slots(true), IDs({1, 2}));
+    EXPECT_EQ(login("123456"), CKR_OK);
+    EXPECT_TRUE(signs());
+}
+
+TEST_F(DesktopReaders, ABlockedWaitSeesReadersComeAndGo)
+{
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    EXPECT_EQ(reportedWhen([] { fakepcsc::addReader("Reader 0"); }), 1U);
+    EXPECT_EQ(slots(), IDs({1}));
+    EXPECT_EQ(reportedWhen([] { fakepcsc::addReader("Reader 1"); }), 2U);
+    EXPECT_EQ(reportedWhen([] {
+                  fakepcsc::addReader("Reader 2");
+                  EXPECT_EQ(slots().size(), 3U);
+              }),
+              3U);
+    EXPECT_EQ(reportedWhen([] { fakepcsc::forgetReader(1); }), 2U);
+    EXPECT_EQ(reportedWhen([] { insert(2); }), 3U); // of the others, while that one is gone
+    EXPECT_EQ(reportedWhen([] { fakepcsc::attachReader(1); }), 2U);
+    EXPECT_EQ(reportedWhen([] { insert(1); }), 2U);
+    EXPECT_EQ(reportedWhen([] { C_Finalize(nullptr); }), 0U);
+}
+
+TEST_F(DesktopReaders, AForkedChildStartsAnewBesideItsParent)
+{
+    const TraceFile trace;
+    start(std::make_shared<vcard::PivCard>());
+    ASSERT_EQ(login("123456"), CKR_OK);
+    ASSERT_EQ(wait(CKF_DONT_BLOCK), 0U);
+    const int contexts = fakepcsc::openContexts();
+    const std::size_t lines = trace.lines().size();
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(30);
+        const bool good = C_Initialize(nullptr) == CKR_OK && slots(true) == IDs({1}) && open() == CKR_OK &&
+                          login("123456") == CKR_OK && signs() && wait(CKF_DONT_BLOCK) == 0 &&
+                          C_Finalize(nullptr) == CKR_OK && fakepcsc::openHandles() == 1 &&
+                          fakepcsc::openContexts() == contexts + 1; // the parent's, and its own until the end
+        std::exit(good ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(signs());
+    // The child's trace stands between the parent's lines.
+    const std::vector<std::string> all = trace.lines();
+    ASSERT_GT(all.size(), lines + 100);
+    EXPECT_EQ(all[lines + 1].rfind("*** Begin logging at ", 0), 0U);
+    EXPECT_EQ(all[all.size() - 2], "C_Sign return: CKR_OK");
+}
+
+} // namespace
