@@ -10,10 +10,12 @@ namespace {
 
 using PKCS11::CallScope;
 
-/// The last guard: no exception passes to the caller of the library.
+/// The last guard: no exception passes to the caller of the library, and no call to what is gone.
 template <class Method>
 CK_RV guarded(const Method& method) noexcept
 {
+    if (SystemWrapper::hasEnded())
+        return CKR_CRYPTOKI_NOT_INITIALIZED;
     const CallScope scope;
     try {
         return method();
@@ -26,6 +28,8 @@ CK_RV guarded(const Method& method) noexcept
 template <class Method>
 CK_RV guardedOperation(CK_SESSION_HANDLE hSession, const Method& method) noexcept
 {
+    if (SystemWrapper::hasEnded())
+        return CKR_CRYPTOKI_NOT_INITIALIZED;
     const CallScope scope;
     try {
         return method();

@@ -32,8 +32,6 @@ PKCS11Wrapper::~PKCS11Wrapper()
 
 CK_RV PKCS11Wrapper::Initialize(void* pInitArgs)
 {
-    if (s_ended)
-        return CKR_CRYPTOKI_NOT_INITIALIZED;
     if (Edition::current().startsAnewInChild() && m_process != getpid())
         startAnew();
     InitLogger();
@@ -118,8 +116,7 @@ void PKCS11Wrapper::tearDown()
 CK_RV PKCS11Wrapper::GetFunctionList(CK_FUNCTION_LIST_PTR_PTR ppFunctionList)
 {
     set_function_list(m_functionList);
-    if (!s_ended)
-        InitLogger();
+    InitLogger();
     CK_RV rv = CKR_OK;
     const MethodLogger scope("C_GetFunctionList", rv);
     logArguments({pointer("ppFunctionList", ppFunctionList)});

@@ -22,7 +22,8 @@ class Action;
 ///
 /// Nothing here is locked. Calls come from one thread at a time, but for WaitForSlotEvent: any number of
 /// threads may be in it, whatever the others do, and Finalize ends it in all of them. After the destructor,
-/// which other exit functions may still outlive, every call answers CKR_CRYPTOKI_NOT_INITIALIZED (0x190).
+/// which other exit functions may still outlive, every exported function answers CKR_CRYPTOKI_NOT_INITIALIZED
+/// (0x190).
 class PKCS11Wrapper : public ReferenceCounter {
 public:
     PKCS11Wrapper();
@@ -49,6 +50,9 @@ public:
     SessionList* sessions() const { return m_sessions.get(); }
     SlotList* slots() const { return m_slots.get(); }
     CK_FUNCTION_LIST& functionList() { return m_functionList; }
+
+    /// True from the destructor on: nothing of the object is there for a call any more.
+    static bool hasEnded() { return s_ended; }
 
     // One method per exported function, in the order and with the parameters of PKCS#11.
     // --- Life cycle ---

@@ -166,7 +166,7 @@ CK_RV PKCS11Wrapper::WaitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID_PTR pSlot, void
 {
     // From here to the end, trace included, nothing that this call uses goes away.
     const SlotWaits::Wait wait;
-    if (s_ended)
+    if (hasEnded())
         return CKR_CRYPTOKI_NOT_INITIALIZED;
     return plainCall({"C_WaitForSlotEvent", pSlot}, {number("flags", flags), address("pSlot", pSlot)}, [&] {
         if (!m_slots->waitForSlotEvent(flags, pSlot, pReserved))
