@@ -4,6 +4,13 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
+case "${1:-}" in
+"") ;;
+*)
+    sed -n '2,3s/^# \{0,1\}//p' "$0"
+    exit $(([ "$1" = --help ] || [ "$1" = -h ]) && echo 0 || echo 2)
+    ;;
+esac
 scripts/install-deps.sh build demo clients
 . scripts/lib.sh
 . scripts/tool.sh
@@ -208,6 +215,81 @@ client_says() {
     [ "$word" = "$1" ] || fail "the client said $word where $1 was expected"
 }
 
+# --- Many at once -----------------------------------------------------------------------------------------------------
+
+# Eight threads with a session each, twenty signatures for each of them.
+threads_sign() {
+    /usr/bin/python3 - "$MODULE" "$slot" "$WORK/digest-info" "$WORK/signature" <<'PYTHON'
+import os, sys, threading
+from PyKCS11 import *
+
+module, slot, digest_info, signature = sys.argv[1:]
+library = PyKCS11Lib()
+library.load(module)
+data, expected = open(digest_info, "rb").read(), open(signature, "rb").read()
+library.openSession(int(slot, 0)).login(os.environ["QUARVEL_PIN"])
+good = []
+
+def work():
+    for _ in range(20):
+        session = library.openSession(int(slot, 0))
+        key = session.findObjects([(CKA_CLASS, CKO_PRIVATE_KEY), (CKA_ID, bytes.fromhex("9A07"))])[0]
+        good.append(bytes(session.sign(key, data, Mechanism(CKM_RSA_PKCS, None))) == expected)
+        session.closeSession()
+
+threads = [threading.Thread(target=work) for _ in range(8)]
+for thread in threads:
+    thread.start()
+for thread in threads:
+    thread.join()
+print(good.count(True), "of 160")
+sys.exit(good.count(True) != 160)
+PYTHON
+}
+
+two_programs_list() {
+    local pair other
+    for pair in $(seq 15); do
+        tool --list-objects >"$WORK/other-objects" &
+        other=$!
+        tool --list-objects >"$WORK/objects"
+        wait $other
+        [ "$(cat "$WORK/objects" "$WORK/other-objects" | grep -c '^Certificate Object')" -eq 8 ]
+        [ "$(cat "$WORK/objects" "$WORK/other-objects" | grep -c '^Public Key Object')" -eq 8 ]
+    done
+}
+
+ssh_lists_beside_a_signer() {
+    threads_sign &
+    local signer=$! round
+    for round in $(seq 5); do
+        [ "$(ssh-keygen -D "$MODULE" 2>/dev/null | grep -c '^ssh-rsa')" -eq 3 ]
+    done
+    wait $signer
+}
+
+# The card on another machine, on this one: three clients of p11-kit's server at once.
+remote_programs_list() {
+    local client number clients=()
+    client=$(find /usr/lib -name p11-kit-client.so -print -quit)
+    p11-kit server --foreground --name "$WORK/remote" --provider "$MODULE" "pkcs11:" &
+    local server=$!
+    until [ -S "$WORK/remote" ]; do kill -0 $server; done
+    export P11_KIT_SERVER_ADDRESS=unix:path=$WORK/remote
+    for number in 1 2 3; do
+        pkcs11-tool --module "$client" --login --pin env:QUARVEL_PIN --list-objects --type privkey >"$WORK/remote-$number" &
+        clients+=($!)
+    done
+    wait "${clients[@]}"
+    kill $server
+    [ "$(cat "$WORK"/remote-[123] | grep -c '^Private Key Object')" -eq 12 ]
+}
+
+# --- The pages --------------------------------------------------------------------------------------------------------
+
+# Each command of the pages for applications, against what the page says that it prints.
+pages=(pkcs11-tool openssl nss p11-kit python signing ssh java tls)
+
 build_desktop
 start_pcsc virtual
 export QUARVEL_PIN=123456
@@ -231,6 +313,13 @@ check "ssh-keygen lists the card's public keys" ssh_lists
 check "NSS takes the module" nss_registers
 check "NSS lists certificates and keys" nss_lists
 check "PyKCS11 signs, openssl verifies" python_signs
+check "Eight threads sign beside each other" threads_sign
+check "Two programs list the objects at once" two_programs_list
+check "ssh-keygen lists the keys while another program signs" ssh_lists_beside_a_signer
+check "Three programs reach the card through p11-kit's server" remote_programs_list
+for page in "${pages[@]}"; do
+    check "The page on $page tells what happens" scripts/run-pages.py docs/applications/pkcs11-tool.md "docs/applications/$page.md"
+done
 check "A session outlives its card: hot-plug" hot_plug
 
 echo

@@ -17,7 +17,7 @@ import tempfile
 from dataclasses import dataclass, field
 
 BEGINNING = "docs/applications/pkcs11-tool.md"
-SECONDS_PER_PAGE = 300
+SECONDS_PER_PAGE = 180
 
 
 @dataclass
