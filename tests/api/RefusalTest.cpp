@@ -138,7 +138,8 @@ TEST_F(RefusalTest, EachCallHasItsCode)
     expectFile("calls.codes", shown);
 }
 
-/// Token and objects as an application sees them; what is made anew for each run is just there.
+/// Token and objects as an application sees them, a line for each; what is made anew for each run is just
+/// there.
 TEST_F(RefusalTest, EachFamilyShowsItsTokenAndObjects)
 {
     std::string shown;
@@ -151,17 +152,18 @@ TEST_F(RefusalTest, EachFamilyShowsItsTokenAndObjects)
                 const Outcome value = attribute(object, type);
                 if (value.rv != CKR_OK)
                     continue;
-                const bool isNumber = type == CKA_CLASS || type == CKA_KEY_TYPE || type == CKA_MODULUS_BITS;
+                const bool isNumber = type == CKA_CLASS || type == CKA_KEY_TYPE || type == CKA_MODULUS_BITS ||
+                                      type == CKA_CERTIFICATE_TYPE;
                 std::string name = PKCS11::attributeType2string_ne(type);
                 name = name.empty() ? std::to_string(type) : name;
                 if (value.length > 30 || type == CKA_SERIAL_NUMBER || type == CKA_EC_POINT)
-                    shown += name + " is there" + keyOf(value.bytes) + "\n";
+                    shown += name + " is there" + keyOf(value.bytes) + "; ";
                 else
                     shown += name + "=" +
                              (isNumber            ? std::to_string(number(object, type))
                               : type == CKA_LABEL ? text(object, type)
                                                   : vcard::toHex(value.bytes)) +
-                             "\n";
+                             "; ";
             }
             shown += "\n";
         }
@@ -169,7 +171,7 @@ TEST_F(RefusalTest, EachFamilyShowsItsTokenAndObjects)
     expectFile("calls.objects", shown);
 }
 
-/// The first block of each call in the trace, numbers that stand for addresses taken out.
+/// The first block of each call in the trace, a line for a call; numbers that stand for addresses taken out.
 TEST_F(RefusalTest, TheTraceShowsEachCallAsThePageOfLinesSays)
 {
     const TraceFile trace;
@@ -212,7 +214,7 @@ TEST_F(RefusalTest, TheTraceShowsEachCallAsThePageOfLinesSays)
         else if (name == "?")
             name = blocks.count(line) == 0 && line.rfind("C_", 0) == 0 ? line : "";
         if (name.size() > 1)
-            blocks[name] += std::regex_replace(line, kVaries, "#") + "\n";
+            blocks[name] += std::regex_replace(line, kVaries, "#") + " | ";
         if (line.rfind(name + " return: ", 0) == 0)
             name.clear();
     }
