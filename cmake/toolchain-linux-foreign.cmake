@@ -1,6 +1,7 @@
 # What the foreign Linux toolchains share. The including file sets QUARVEL_TRIPLET (of the Debian cross compiler),
 # QUARVEL_ARCHITECTURE (Debian's name, the sysroot's folder), CMAKE_SYSTEM_PROCESSOR and the emulator.
 set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_C_COMPILER ${QUARVEL_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${QUARVEL_TRIPLET}-g++)
 set(CMAKE_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/sysroot/${QUARVEL_ARCHITECTURE})
 cmake_path(ABSOLUTE_PATH CMAKE_SYSROOT NORMALIZE)
