@@ -23,7 +23,7 @@ check() {
     local sysroot=build/sysroot/musl-$debian out=build/android-check/$abi
     scripts/make-sysroot.sh "$debian" "$sysroot" musl-dev libpcsclite-dev libssl-dev zlib1g-dev libp11-kit-dev
 
-    local flags=(--target="$triplet" -std=c++17 -Os -fPIC -fvisibility=hidden -fvisibility-inlines-hidden
+    local flags=(--target="$triplet" -std=c++17 -Oz -flto -fPIC -fvisibility=hidden -fvisibility-inlines-hidden
         -ffunction-sections -fdata-sections -faddrsig -fstack-protector-strong -Wall -Wextra -Wpedantic -Wshadow -Werror
         -nostdinc++ -nostdlibinc -D_LIBCPP_HAS_MUSL_LIBC -D_LIBCPP_PROVIDES_DEFAULT_RUNE_TABLE
         -include scripts/android/bionic-extras.h -I.
