@@ -1,19 +1,21 @@
-// Runs a fuzz target over the files given as arguments, where there is no libFuzzer.
-#include <cstdint>
-#include <fstream>
-#include <iterator>
-#include <vector>
+// Runs a fuzz target, where there is no libFuzzer, over the inputs of a corpus or those of them that are
+// named:
+//   TARGET CORPUS [NAME...]
+#include "fuzz/Corpus.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+#include <algorithm>
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size);
 
 int main(int argc, char** argv)
 {
-    for (int i = 1; i < argc; ++i) {
-        std::ifstream file(argv[i], std::ios::binary);
-        if (!file)
-            return 1;
-        const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+    const auto inputs = fuzz::readCorpus(argc > 1 ? argv[1] : "");
+    int replayed = 0;
+    for (const auto& [name, bytes] : inputs) {
+        if (argc > 2 && std::find(argv + 2, argv + argc, name) == argv + argc)
+            continue;
+        LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+        ++replayed;
     }
-    return argc > 1 ? 0 : 1;
+    return replayed == (argc > 2 ? argc - 2 : static_cast<int>(inputs.size())) && replayed > 0 ? 0 : 1;
 }

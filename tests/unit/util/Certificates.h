@@ -1,18 +1,17 @@
 /// Certificates that the openssl program issued; the certificate fuzzer starts from them too.
 #pragma once
 
+#include "fuzz/Corpus.h"
 #include "pkcs11/token/Blob.h"
-
-#include <fstream>
-#include <iterator>
 
 /// rsa.der: version 3, self-signed, C=NO, O=Fjell og Fjord, CN=Kari Nordmann, serial C1A2B3C4D5E6F708, from
 /// 120305101500Z (UTCTime) to 20510607080910Z (GeneralizedTime). By the same issuer: version1.der, an RSA key
 /// too, without the version field; ec.der, a P-256 key.
 static PKCS11::Blob certificate(const char* name)
 {
-    std::ifstream file(std::string(QUARVEL_CERTIFICATES) + name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    static const auto certificates = fuzz::readCorpus(QUARVEL_CERTIFICATES);
+    const vcard::Bytes& bytes = certificates.at(name);
+    return {bytes.data(), bytes.data() + bytes.size()};
 }
 
 /// Of rsa.der, as openssl x509 -modulus tells it.
