@@ -163,6 +163,7 @@ TEST_F(LifeCycleTest, CallsAreTracedLineByLineWithoutPins)
     EXPECT_EQ(login("987654"), CKR_SESSION_HANDLE_INVALID);
     EXPECT_EQ(C_SignFinal(77, nullptr, nullptr), CKR_SESSION_HANDLE_INVALID);
     Lines lines = trace.lines();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "CInitArg :\t 0"), 1);
     EXPECT_EQ(Lines(lines.begin() + before, lines.end() - 6),
               (Lines{std::string(40, '-'), "C_Login", "hSession :\t 77", "userType :\t 1", "pPin :\t *",
                      "PKCS11Exception:", "ex.value() :\t 179", "ex.what():\t CKR_SESSION_HANDLE_INVALID",

@@ -138,15 +138,31 @@ TEST_F(RefusalTest, EachCallHasItsCode)
     expectFile("calls.codes", shown);
 }
 
-/// Token and objects as an application sees them, a line for each; what is made anew for each run is just
-/// there.
+/// Token, mechanisms and objects as an application sees them, a line for each; what is made anew for each run
+/// is just there.
 TEST_F(RefusalTest, EachFamilyShowsItsTokenAndObjects)
 {
     std::string shown;
     for (const char* family : {"piv", "cardos", "cardos-v5", "ias", "atrust", "edu"}) {
         begin(family);
         const CK_TOKEN_INFO info = tokenInfo();
-        shown += std::string(family) + ": " + std::string(info.label, info.label + 96) + "\n";
+        std::ostringstream token;
+        token << family << ": " << std::string(info.label, info.label + 96) << std::hex << info.flags
+              << std::dec << " " << info.ulMaxSessionCount << " " << info.ulMaxRwSessionCount << " "
+              << info.ulMinPinLen << "-" << info.ulMaxPinLen << " "
+              << static_cast<long>(info.ulTotalPublicMemory) << " "
+              << static_cast<long>(info.ulFreePrivateMemory) << " " << int{info.hardwareVersion.major} << " "
+              << int{info.firmwareVersion.major} << "\n";
+        CK_MECHANISM_TYPE types[20] = {};
+        CK_ULONG count = 20;
+        EXPECT_EQ(C_GetMechanismList(1, types, &count), CKR_OK);
+        for (CK_ULONG i = 0; i < count; ++i) {
+            CK_MECHANISM_INFO mechanism{};
+            EXPECT_EQ(C_GetMechanismInfo(1, types[i], &mechanism), CKR_OK);
+            token << std::hex << types[i] << ": " << std::dec << mechanism.ulMinKeySize << "-"
+                  << mechanism.ulMaxKeySize << " " << std::hex << mechanism.flags << "; ";
+        }
+        shown += token.str() + "\n";
         for (const CK_OBJECT_HANDLE object : findAll()) {
             for (CK_ATTRIBUTE_TYPE type = 0; type < 0x200; ++type) {
                 const Outcome value = attribute(object, type);
