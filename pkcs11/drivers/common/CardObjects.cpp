@@ -20,6 +20,19 @@ constexpr AttributeRow kPublicKeyRows[] = {
     onDemand(readOnlyRow<&CardPublicKey::getModulusBits>(CKA_MODULUS_BITS)),
 };
 
+/// The value that the object keeps, else the one that `read` brings from the card, kept when it is whole.
+template <class Base, class Read>
+Blob valueOf(Base& object, Read read)
+{
+    Blob kept = object.Base::getValue();
+    if (!kept.empty())
+        return kept;
+    const CardValue value = read();
+    if (value.isWhole)
+        object.setValue(value.bytes);
+    return value.bytes;
+}
+
 /// The stored value, or nothing where the certificate has none.
 Blob storedValue(const VantorX509Certificate& certificate, CK_ATTRIBUTE_TYPE type)
 {
@@ -93,13 +106,7 @@ CardCertificate::CardCertificate()
 
 Blob CardCertificate::getValue()
 {
-    Blob kept = X509PublicKeyCertificate::getValue();
-    if (!kept.empty())
-        return kept;
-    const CardValue value = readValue();
-    if (value.isWhole)
-        setValue(value.bytes);
-    return value.bytes;
+    return valueOf<X509PublicKeyCertificate>(*this, [this] { return readValue(); });
 }
 
 Blob CardCertificate::getSerialNumber()
@@ -153,13 +160,7 @@ CardData::CardData()
 
 Blob CardData::getValue()
 {
-    Blob kept = Data::getValue();
-    if (!kept.empty())
-        return kept;
-    const CardValue value = readValue();
-    if (value.isWhole)
-        setValue(value.bytes);
-    return value.bytes;
+    return valueOf<Data>(*this, [this] { return readValue(); });
 }
 
 } // namespace PKCS11
