@@ -288,7 +288,7 @@ remote_programs_list() {
 # --- The pages --------------------------------------------------------------------------------------------------------
 
 # Each command of the pages for applications, against what the page says that it prints.
-pages=(pkcs11-tool c openssl nss p11-kit python signing ssh java tls remote gnupg openvpn)
+pages=(pkcs11-tool c openssl nss p11-kit python signing ssh java tls remote gnupg openvpn pam)
 
 build_desktop
 start_pcsc virtual

@@ -18,7 +18,8 @@ declare -A packages=(
     [coverage]="gcovr"
     # Independent clients.
     [clients]="gnutls-bin gnupg gnupg-pkcs11-scd p11-kit libengine-pkcs11-openssl openssh-client openssh-server
-        libnss3-tools python3-pykcs11 curl openjdk-17-jdk-headless poppler-utils osslsigncode sbsigntool openvpn"
+        libnss3-tools python3-pykcs11 curl openjdk-17-jdk-headless poppler-utils osslsigncode sbsigntool openvpn
+        libpam-pkcs11 libpam-wrapper pamtester"
     # The other processors and the Android check.
     [targets]="g++-arm-linux-gnueabihf g++-aarch64-linux-gnu g++-i686-linux-gnu qemu-user clang-14 lld-14 llvm-14 libc++-14-dev"
     # The Debian package.
