@@ -132,10 +132,16 @@ TEST_F(LifeCycleTest, SessionsOfASlotShareItsTokenAndTheLastOneEndsTheLogin)
     EXPECT_EQ(C_DestroyObject(first, find(CKO_PRIVATE_KEY)), CKR_OK);
     EXPECT_EQ(C_Sign(second, room.data(), 20, room.data(), &length), CKR_OPERATION_NOT_INITIALIZED);
 
-    // Another card pauses both sessions; the one that is used comes back.
+    // Another card pauses both sessions; the one that is used comes back, and searches from the start.
+    EXPECT_EQ(C_FindObjectsInit(first, nullptr, 0), CKR_OK);
+    CK_OBJECT_HANDLE found[20] = {};
+    CK_ULONG count = 0;
+    EXPECT_EQ(C_FindObjects(first, found, 5, &count), CKR_OK);
     fakepcsc::insertCard(m_reader, card);
     m_session = first;
     ASSERT_EQ(login("123456"), CKR_OK);
+    EXPECT_EQ(C_FindObjects(first, found, 20, &count), CKR_OK);
+    EXPECT_EQ(count, 12U);
     EXPECT_EQ(C_CloseAllSessions(1), CKR_OK); // the paused one last
     EXPECT_EQ(C_CloseSession(second), CKR_SESSION_HANDLE_INVALID);
     ASSERT_EQ(open(), CKR_OK);

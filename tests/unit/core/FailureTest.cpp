@@ -168,6 +168,7 @@ TEST_F(FailureTest, TextsSayWhatWentWrongAndWhere)
     script.produced = 0;
     fails("110||Session::UnwrapKey", unwrap(out, 3, 2));
     fails("82||", pair); // half a pair is not kept
+    EXPECT_EQ(objects().highWater(), CK_ULONG{kData});
     script.produced = 3;
     fails("82|CKR_OBJECT_HANDLE_INVALID|ObjectList::getObject",
           [&] { session.UnwrapKey(&mechanism, 9, nullptr, 0, both, 2, &made); });
@@ -181,13 +182,14 @@ TEST_F(FailureTest, TextsSayWhatWentWrongAndWhere)
     EXPECT_EQ(len, 3U);
     session.WrapKey(&mechanism, kPublic, kSecret, nullptr, nullptr);
     script.fail = CKR_DEVICE_ERROR;
-    script.failAt = "digestInit";
-    fails("30||", [&] { session.digestInit(&mechanism); });
-    EXPECT_FALSE(isActive());
+    for (const char* step : {"digestInit", "generateKey"}) {
+        script.failAt = step;
+        fails("30||", [&] { *step == 'd' ? session.digestInit(&mechanism) : key(); });
+        EXPECT_FALSE(isActive());
+    }
     script.fail = CKR_OK;
-    struct Bare final : Object {
-        CK_OBJECT_CLASS getClass() override { return CKO_VENDOR_DEFINED; }
-    };
+    objectClass = CKO_CERTIFICATE;
+    fails("82||", create); // the token made something else
     const CK_OBJECT_HANDLE bare = objects().put(std::make_unique<Bare>());
     fails("82||", [&] { session.destroyObject(bare); });
     fails("54||", [&] { session.getObjectSize(bare, &size); });

@@ -96,14 +96,15 @@ struct FakeOperation : MechanismKeygen {
     void deriveKey(M, A, N, Key** key) override { *key = std::make_unique<FakeSecretKey>().release(); }
     void generateKey(M, A, N, SecretKey** key) override
     {
+        script.call("generateKey");
         if (script.produced != 0)
             *key = std::make_unique<FakeSecretKey>().release();
     }
     void generateKeyPair(M, A, N, A, N, PublicKey** publicKey, PrivateKey** privateKey) override
     {
-        *publicKey = std::make_unique<FakePublicKey>().release();
+        *privateKey = std::make_unique<FakePrivateKey>().release();
         if (script.produced != 0)
-            *privateKey = std::make_unique<FakePrivateKey>().release();
+            *publicKey = std::make_unique<FakePublicKey>().release();
     }
 };
 
@@ -121,6 +122,11 @@ std::unique_ptr<Object> makeObject(A attributes, N count)
     return script.yields ? std::move(object) : nullptr;
 }
 
+/// Belongs into no list.
+struct Bare final : Object {
+    CK_OBJECT_CLASS getClass() override { return CKO_VENDOR_DEFINED; }
+};
+
 struct FakeToken : Token {
     MechanismList mechanisms;
     FakeToken() : Token(nullptr) {}
@@ -131,7 +137,7 @@ struct FakeToken : Token {
     void SetSOPIN(const Blob&, const Blob&) override { script.call("SetSOPIN"); }
     std::unique_ptr<Object> createPublicKey(A, N) override { return nullptr; }
     std::unique_ptr<Object> createPrivateKey(A, N) override { return nullptr; }
-    std::unique_ptr<Object> createCertificate(A, N) override { return nullptr; }
+    std::unique_ptr<Object> createCertificate(A, N) override { return std::make_unique<Bare>(); }
     std::unique_ptr<Object> createData(A a, N n) override { return makeObject<Data>(a, n); }
     std::unique_ptr<Object> createSecretKey(A a, N n) override { return makeObject<FakeSecretKey>(a, n); }
     std::unique_ptr<Object> copyObject(Object*, A, N) override { return makeObject<Data>(nullptr, 0); }

@@ -307,7 +307,7 @@ TEST(Template, EntriesAreFoundByTheirType)
 
 /// Cannot be read.
 struct Unreadable final : Data {
-    Blob getValue() override { throw PKCS11Exception(CKR_DEVICE_ERROR); }
+    Blob getValue() override { throw std::bad_alloc(); }
 };
 
 TEST(ObjectList, AnObjectThatCannotBeReadIsPassedOver)

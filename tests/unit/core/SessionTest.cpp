@@ -60,6 +60,10 @@ TEST_F(SessionTest, StepsEndOrKeepTheOperation)
     }
     restart();
     EXPECT_EQ(call(&S::sign, in, 4, out, nullptr), CKR_ARGUMENTS_BAD);
+    restart();
+    EXPECT_EQ(call(&S::verify, in, 4, nullptr, 1), CKR_ARGUMENTS_BAD);
+    restart();
+    EXPECT_EQ(call(&S::verifyFinal, nullptr, 1), CKR_ARGUMENTS_BAD);
 }
 
 TEST_F(SessionTest, OperationsStartWithTheRightKey)
@@ -214,6 +218,8 @@ TEST_F(SessionTest, ObjectsFollowTheSessionsRights)
     script = Script();
     openAs(CKF_SERIAL_SESSION);
     EXPECT_EQ(call(&S::createObject, both, 1, &made), CKR_OK);
+    both[1].ulValueLen = 0; // does not ask for the token
+    EXPECT_EQ(call(&S::createObject, both, 2, &made), CKR_ATTRIBUTE_VALUE_INVALID);
     EXPECT_EQ(call(&S::destroyObject, kData), CKR_OK);
     EXPECT_EQ(call(&S::destroyObject, kData), CKR_OBJECT_HANDLE_INVALID);
     struct OnCard final : Data {
@@ -234,6 +240,7 @@ TEST_F(SessionTest, KeysAreMadeDerivedAndWrapped)
     set(kPrivate, CKA_DERIVE, CK_TRUE);
     EXPECT_EQ(call(&S::deriveKey, &mechanism, kPrivate, nullptr, 0, &made), CKR_OK);
     EXPECT_TRUE(made == 7 && isActive()); // a derivation stays active
+    EXPECT_TRUE(session.usesObject(object(kPrivate)));
     session.cleanMechanism();
 
     set(kPublic, CKA_ENCRYPT, CK_TRUE);
@@ -270,6 +277,13 @@ TEST_F(SessionTest, AFetchedTokenServesOneCallAndAnotherCardEndsTheOperation)
     session.beginCall();
     EXPECT_EQ(call(&S::sign, in, 4, out, &len), CKR_OPERATION_NOT_INITIALIZED);
     EXPECT_FALSE(session.isPaused());
+    script = Script();
+    session.login(CKU_SO, in, 4);
+    Token& token = *session.getToken();
+    session.closeSession();
+    token.Logout();
+    session.setPIN(Blob(), Blob());
+    EXPECT_EQ(script.called, "SetPIN"); // a session that comes back has the state of the card that is there
 }
 
 TEST(SessionList, HandlesOutliveTheCard)
