@@ -1,5 +1,4 @@
-// What cards do not offer: every call that a driver leaves to the bases, with right arguments, on each
-// family.
+// What calls answer, write into the trace and send to the card, on each family, in files beside this one.
 #include "pkcs11/Edition.h"
 #include "pkcs11/frontend/SystemWrapper.h"
 #include "pkcs11/frontend/trace/Names.h"
@@ -9,13 +8,22 @@
 #include "tools/vcard/Families.h"
 #include "tools/vcard/Keys.h"
 
+#include <functional>
 #include <map>
 #include <regex>
 #include <sstream>
 
 namespace {
 
-class RefusalTest : public CryptokiFixture {
+struct Family {
+    const char* name;
+    int eduVariant;
+    std::string title() const { return name + (eduVariant != 0 ? " " + std::to_string(eduVariant) : ""); }
+};
+constexpr Family kFamilies[] = {{"piv", 0},    {"cardos", 0}, {"cardos-v5", 0}, {"ias", 0},
+                                {"atrust", 0}, {"edu", 1},    {"edu", 0},       {"edu", 2}};
+
+class CallsTest : public CryptokiFixture {
 protected:
     void SetUp() override
     {
@@ -45,23 +53,67 @@ protected:
             std::ofstream(name) << shown;
     }
     /// A session on a card of the family where the user is logged in.
-    void begin(const char* family)
+    void begin(const Family& family)
     {
         TearDown();
         SetUp();
         vcard::CardOptions options;
         options.rsaBits = 1024;
-        start(vcard::findFamily(family)->make(options));
+        start(vcard::findFamily(family.name)->make(options));
         C_CloseAllSessions(1);
-        dynamic_cast<PKCS11::PCSCSlot&>(*wrapper.slots()->getSlot(1)).setEduVariant(1);
+        dynamic_cast<PKCS11::PCSCSlot&>(*wrapper.slots()->getSlot(1)).setEduVariant(family.eduVariant);
         fakepcsc::resetCard(m_reader); // the token is made anew, with that variant
+        fakepcsc::clearCalls();
         EXPECT_EQ(open(), CKR_OK);
         EXPECT_EQ(login("123456"), CKR_OK);
     }
-    /// Codes by call, in hexadecimal.
-    std::string codes(const char* family)
+    /// Uses of the card that succeed on most.
+    struct Use {
+        const char* name;
+        std::function<CK_RV()> run;
+    };
+    std::vector<Use> uses()
+    {
+        const CK_OBJECT_HANDLE mine = find(CKO_PRIVATE_KEY), theirs = find(CKO_PUBLIC_KEY);
+        const Bytes data(20, 1), block(128, 0x5A), signature = sign(mine, CKM_RSA_PKCS, data).bytes;
+        return {{"log in", [this] { return C_Logout(m_session), login("123456"); }},
+                {"sign", [=] { return sign(mine, CKM_RSA_PKCS, data).rv; }},
+                {"decrypt", [=] { return decrypt(mine, CKM_RSA_PKCS, block).rv; }},
+                {"encrypt", [=] { return encrypt(theirs, CKM_RSA_PKCS, data).rv; }},
+                {"verify", [=] { return verify(theirs, CKM_RSA_PKCS, data, signature); }},
+                {"change the PIN", [this] { return setPin("123456", "123456"); }},
+                {"administrate", [this] {
+                     C_Logout(m_session);
+                     Bytes pin = vcard::fromText("123456");
+                     const CK_RV rv = login("12345678", CKU_SO);
+                     const CK_RV init = C_InitPIN(m_session, pin.data(), pin.size());
+                     return rv != CKR_OK ? rv : init != CKR_OK ? init : setPin("12345678", "12345678");
+                 }}};
+    }
+    static std::string hex(CK_RV rv)
+    {
+        char code[20];
+        std::snprintf(code, sizeof code, " %lx", static_cast<unsigned long>(rv));
+        return code;
+    }
+    /// The texts of the failures since the line, what and where; moves the line to the end.
+    static std::string failures(const TraceFile& trace, size_t& line)
+    {
+        std::string text;
+        const std::vector<std::string> lines = trace.lines();
+        for (; line < lines.size(); ++line) {
+            if (lines[line].rfind("ex.what():", 0) == 0)
+                text += "(" + lines[line].substr(12) + "|";
+            else if (lines[line].rfind("ex.where():", 0) == 0)
+                text += lines[line].substr(13) + ")";
+        }
+        return text;
+    }
+    /// Codes by call, in hexadecimal, and the texts of their failures.
+    std::string codes(const Family& family, const TraceFile& trace)
     {
         begin(family);
+        size_t seen = trace.lines().size();
         const CK_OBJECT_HANDLE mine = find(CKO_PRIVATE_KEY), theirs = find(CKO_PUBLIC_KEY);
         CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
         CK_BYTE in[8] = {1, 2, 3}, out[512], label[] = "label";
@@ -70,14 +122,11 @@ protected:
         CK_OBJECT_CLASS kind = CKO_DATA;
         CK_ATTRIBUTE entry{CKA_CLASS, &kind, sizeof kind};
         std::string text;
-        const auto note = [&](const char* name, const std::vector<CK_RV>& rvs) {
+        const auto note = [&](const std::string& name, const std::vector<CK_RV>& rvs) {
             text += name;
-            for (const CK_RV rv : rvs) {
-                char code[20];
-                std::snprintf(code, sizeof code, " %lx", static_cast<unsigned long>(rv));
-                text += code;
-            }
-            text += "\n";
+            for (const CK_RV rv : rvs)
+                text += hex(rv);
+            text += " " + failures(trace, seen) + "\n";
         };
         std::vector<CK_RV> create;
         for (kind = CKO_DATA; kind <= CKO_SECRET_KEY + 1; ++kind)
@@ -120,9 +169,50 @@ protected:
               C_EncryptFinal(m_session, out, &(length = sizeof out))});
         note("verify in parts", {C_VerifyInit(m_session, &rsa, theirs), C_VerifyUpdate(m_session, in, 8),
                                  C_VerifyFinal(m_session, in, 8)});
+        const auto reopen = [&] {
+            C_CloseSession(m_session);
+            EXPECT_EQ(open(), CKR_OK);
+            failures(trace, seen);
+        };
+        for (const CK_MECHANISM_TYPE type : {CKM_RSA_PKCS, CKM_RSA_X_509}) {
+            for (const auto& [name, count, room] : {std::tuple("nothing", 0, kRoom),
+                                                    {"little", 1, kRoom},
+                                                    {"much", 600, kRoom},
+                                                    {"tight", 20, 1}}) {
+                reopen();
+                login("123456");
+                const Bytes data(count, 1);
+                note(name + (" with mechanism" + hex(type)),
+                     {sign(mine, type, data, room).rv, decrypt(mine, type, data, room).rv,
+                      verify(theirs, type, data, data), encrypt(theirs, type, data, room).rv});
+            }
+        }
+        reopen();
+        login("123456");
+        for (const Use& use : uses()) { // with the handles of a user who is logged in
+            reopen();
+            login("123456");
+            fakepcsc::clearCalls();
+            use.run();
+            const int commands = fakepcsc::callCount("SCardTransmit");
+            if (commands == 0)
+                continue;
+            text += use.name;
+            for (const unsigned status : {0x6A80, 0x63C2, 0x6983}) {
+                text += ", refused with " + vcard::toHex(vcard::twoBytes(status)) + ":";
+                for (int nth = 1; nth <= commands; ++nth) {
+                    reopen();
+                    login("123456");
+                    fakepcsc::replaceAnswer(vcard::twoBytes(status), nth);
+                    text += hex(use.run());
+                    text += failures(trace, seen);
+                    fakepcsc::forgetPlans();
+                }
+            }
+            text += "\n";
+        }
         C_Logout(m_session);
-        C_CloseSession(m_session);
-        EXPECT_EQ(open(), CKR_OK);
+        reopen();
         note("administrator",
              {login("12345678", CKU_SO), C_InitPIN(m_session, in, 8), setPin("12345678", "87654321")});
         note("token", {C_InitToken(1, in, 8, label)});
@@ -130,24 +220,57 @@ protected:
     }
 };
 
-TEST_F(RefusalTest, EachCallHasItsCode)
+TEST_F(CallsTest, EachCallHasItsCode)
+{
+    const TraceFile trace;
+    std::string shown;
+    for (int i = 0; i < 6; ++i)
+        shown += kFamilies[i].title() + "\n" + codes(kFamilies[i], trace) + "\n";
+    expectFile("calls.codes", shown);
+}
+
+/// The commands that a use sends: of long ones, whose data differ in each run, the header and the number of
+/// further bytes, and of GET RESPONSE, whose Le does, the instruction.
+TEST_F(CallsTest, EachUseSendsItsCommands)
 {
     std::string shown;
-    for (const char* family : {"piv", "cardos", "cardos-v5", "ias", "atrust", "edu"})
-        shown += std::string(family) + "\n" + codes(family) + "\n";
-    expectFile("calls.codes", shown);
+    const auto note = [&](const char* name) {
+        shown += name;
+        for (const std::string& apdu : fakepcsc::sentAPDUs()) {
+            const bool isLong = apdu.size() > 60;
+            shown += " " + apdu.substr(0, isLong ? 10 : apdu.rfind("00C0", 0) == 0 ? 4 : apdu.npos);
+            shown += isLong ? "+" + std::to_string(apdu.size() / 2 - 5) : "";
+        }
+        shown += "\n";
+        fakepcsc::clearCalls();
+    };
+    for (const Family& family : kFamilies) {
+        shown += family.title() + "\n";
+        begin(family);
+        note("begin");
+        for (const CK_OBJECT_HANDLE object : findAll())
+            for (const CK_ATTRIBUTE_TYPE type : {CKA_MODULUS, CKA_VALUE})
+                attribute(object, type);
+        note("read");
+        for (const Use& use : uses()) {
+            fakepcsc::clearCalls();
+            use.run();
+            note(use.name);
+        }
+    }
+    expectFile("calls.commands", shown);
 }
 
 /// Token, mechanisms and objects as an application sees them, a line for each; what is made anew for each run
 /// is just there.
-TEST_F(RefusalTest, EachFamilyShowsItsTokenAndObjects)
+TEST_F(CallsTest, EachFamilyShowsItsTokenAndObjects)
 {
     std::string shown;
-    for (const char* family : {"piv", "cardos", "cardos-v5", "ias", "atrust", "edu"}) {
+    for (const Family& family : kFamilies) {
         begin(family);
         const CK_TOKEN_INFO info = tokenInfo();
         std::ostringstream token;
-        token << family << ": " << std::string(info.label, info.label + 96) << std::hex << info.flags
+        token << family.title() << ": " << std::string(info.label, info.label + 96) << std::hex << info.flags
               << std::dec << " " << info.ulMaxSessionCount << " " << info.ulMaxRwSessionCount << " "
               << info.ulMinPinLen << "-" << info.ulMaxPinLen << " "
               << static_cast<long>(info.ulTotalPublicMemory) << " "
@@ -188,16 +311,16 @@ TEST_F(RefusalTest, EachFamilyShowsItsTokenAndObjects)
         for (const CK_OBJECT_HANDLE object : findAll())
             for (const CK_ATTRIBUTE_TYPE type : {CKA_VALUE, CKA_MODULUS, CKA_SUBJECT})
                 attribute(object, type);
-        EXPECT_EQ(fakepcsc::callCount("SCardTransmit"), 0) << family;
+        EXPECT_EQ(fakepcsc::callCount("SCardTransmit"), 0) << family.title();
     }
     expectFile("calls.objects", shown);
 }
 
 /// The first block of each call in the trace, a line for a call; numbers that stand for addresses taken out.
-TEST_F(RefusalTest, TheTraceShowsEachCallAsThePageOfLinesSays)
+TEST_F(CallsTest, TheTraceShowsEachCallAsThePageOfLinesSays)
 {
     const TraceFile trace;
-    codes("piv");
+    codes(kFamilies[0], trace);
     CK_INFO info{};
     CK_SLOT_INFO slot{};
     CK_TOKEN_INFO token{};
@@ -219,10 +342,8 @@ TEST_F(RefusalTest, TheTraceShowsEachCallAsThePageOfLinesSays)
     EXPECT_EQ(C_SetAttributeValue(m_session, 1, nullptr, 0), CKR_OK);
     EXPECT_EQ(C_DestroyObject(m_session, 1), CKR_USER_NOT_LOGGED_IN);
     CK_BYTE byte = 0;
-    EXPECT_EQ(C_Sign(m_session, &byte, 1, &byte, &count), CKR_OPERATION_NOT_INITIALIZED);
     EXPECT_EQ(C_Verify(m_session, &byte, 1, &byte, 1), CKR_OPERATION_NOT_INITIALIZED);
     EXPECT_EQ(C_Encrypt(m_session, &byte, 1, &byte, &count), CKR_OPERATION_NOT_INITIALIZED);
-    EXPECT_EQ(C_Decrypt(m_session, &byte, 1, &byte, &count), CKR_OPERATION_NOT_INITIALIZED);
     EXPECT_EQ(C_Digest(m_session, &byte, 1, &byte, &count), CKR_OPERATION_NOT_INITIALIZED);
     EXPECT_EQ(C_DigestFinal(m_session, &byte, &count), CKR_OPERATION_NOT_INITIALIZED);
 
