@@ -101,115 +101,51 @@ TEST_F(AcosApdus, TrustReadsItsFilesWhenTheyAreFirstAskedFor)
     EXPECT_EQ(encrypt(), "EE"); // no PIN is cached: the application is selected again
 }
 
-TEST_F(AcosApdus, TrustSignsDecryptsAndEncryptsOnTheCard)
+TEST_F(AcosApdus, TrustTakesLongDataAndEmptyAnswersAsTheyCome)
 {
     AcosTRUSTToken& token = buildTrust();
     auto& key = object<PrivateKey>(2);
-    const std::string notLoggedIn = "101||AcosTRUSTMechanismDecrypt::decrypt";
-    EXPECT_EQ(sign(key), notLoggedIn);
-    EXPECT_EQ(decrypt(key), notLoggedIn);
+    EXPECT_EQ(sign(key), "101||AcosTRUSTMechanismDecrypt::decrypt");
     const std::string login = kSelectDF + " " + kVerify + " ";
     expect(login);
     token.Login(Blob("123"));
-
-    // Every step in turn is refused.
-    const std::string signing = " 0088100002AABB00:11229000";
-    expect(login + kMseSign + signing);
-    EXPECT_EQ(sign(key), "1122");
-    expect(login + kMseSign + " 0088100002AABB00:11229000");
-    EXPECT_EQ(sign(key, {0xAA, 0xBB}, 1), "150||");
-    expect(login + kMseSign + ":6A88");
-    EXPECT_EQ(sign(key), "30||");
-    expect(login + kMseSign + " 0088100002AABB00:6985");
-    EXPECT_EQ(sign(key), "30||");
-    expect(kSelectDF + " " + kVerify + ":6983");
-    EXPECT_EQ(sign(key), "A4||");
     // 300 bytes go out under an Lc of 2C; the card decides.
-    expect(login + kMseSign + " 008810002C" + std::string(600, 'A') + "00:6700");
-    EXPECT_EQ(sign(key, Bytes(300, 0xAA)), "30||");
-
+    expect(login + kMseSign + " 008810002C" + std::string(600, 'A') + "00:11229000");
+    EXPECT_EQ(sign(key, Bytes(300, 0xAA)), "1122");
     expect(login + "002281B803840188 002A80860200CC00:339000");
     EXPECT_EQ(decrypt(key), "33");
     EXPECT_EQ(decrypt(key, Bytes(255, 1)), "21||");
-    expect(login + "002281B803830188 002A868001DD00:6A80");
-    EXPECT_EQ(encrypt(), "70||"); // not a device error, deliberately
-    expect(login + "002281B803830188:6A88");
-    EXPECT_EQ(encrypt(), "30||");
     expect(login + "002281B803830188 002A868001DD00:9000");
     EXPECT_EQ(encrypt(), "");
-}
-
-TEST_F(AcosApdus, TrustPinsAreEightBytesFilledWithZeros)
-{
-    AcosTRUSTToken& token = buildTrust();
-    const Blob pin("123");
     EXPECT_EQ(thrownBy([&] { token.Login(Blob("123456789")); }), "A2||");
-    EXPECT_EQ(thrownBy([&] { token.SetPIN(pin, Blob("123456789")); }), "A2||");
-    expect(kSelectDF + " " + kVerify + ":63C2");
-    EXPECT_EQ(thrownBy([&] { token.Login(pin); }), "A0||");
-    EXPECT_TRUE(token.userPin().empty());
-    expect(kSelectDF + " " + kVerify + " 002400811031323300000000003435000000000000:6985");
-    EXPECT_EQ(thrownBy([&] { token.SetPIN(pin, Blob("45")); }), "30||");
-    expect(kSelectDF + " " + kVerify + " 002400811031323300000000003435000000000000");
-    token.SetPIN(pin, Blob("45"));
-    EXPECT_EQ(token.userPin(), Blob("45"));
-    EXPECT_EQ(thrownBy([&] { token.LoginSO(pin); }), "54||");
+    EXPECT_EQ(thrownBy([&] { token.SetPIN(Blob("123"), Blob("123456789")); }), "A2||");
     expect("00A4000C023F00 " + kSelectDF);
     token.ResetSecurity();
     EXPECT_TRUE(token.userPin().empty());
 }
 
-TEST_F(AcosApdus, EducationVariantsChooseKeysCertificateAndPins)
+TEST_F(AcosApdus, EducationReadsKeysAndRecordsInTheirForms)
 {
     const std::string record = ":300B04014C0402415004023100";
     const std::string readData = " 00A4000002000500 00B00000F1" + record + "9000";
     // File 0006 is missing; the objects of 0005 and 0007 both read 0005.
     const std::string data =
         " 00A4000002000500" + readData + " 00A4000002000600:6A82 00A4000002000700" + readData;
-    struct Row {
-        int variant;
-        std::string keyFile, certificateFile, reference, userPin, soPin;
-    };
-    for (const Row& row : {Row{1, "0001", "0003", "81", "83", "85"}, Row{2, "0002", "0004", "82", "84", "86"},
-                           Row{0, "", "", "", "84", "86"}}) {
-        const std::string keys =
-            "00A4000002" + row.keyFile + "00 00B0000000:C1C200009000 00B0000000:3008020300C1C3020103009000";
-        const std::string certificate =
-            " 00A4000002" + row.certificateFile + "00 00B00000F1" + record + "9000";
-        AcosEDUToken& token = buildEDU(row.variant, row.variant == 0 ? data : keys + data + certificate);
-        ASSERT_EQ(token.getObjectList()->highWater(), row.variant == 0 ? 2U : 5U);
-        const unsigned long firstData = row.variant == 0 ? 1 : 3;
-        EXPECT_EQ(toText(object<CardData>(firstData + 1).getApplication()), "AP");
-
-        const std::string verify = " 002020" + row.userPin + "0812345FFFFFFFFFFF";
-        expect(verify + " 002020" + row.soPin + "0812FFFFFFFFFFFFFF:6983" + verify + " 802420" + row.userPin +
-               "1012345FFFFFFFFFFF9876FFFFFFFFFFFF");
-        token.Login(Blob("12345"));
-        EXPECT_EQ(thrownBy([&] { token.LoginSO(Blob("12")); }), "A4||");
-        token.SetPIN(Blob("12345"), Blob("9876"));
-        if (row.variant == 0)
-            continue;
-        EXPECT_EQ(toText(object<CardPublicKey>(1).getLabel()), "DIGSIG" + std::to_string(row.variant));
-        EXPECT_EQ(PKCS11_blob2hex(object<CardPublicKey>(1).getModulus()),
-                  "C1C2"); // a bare modulus, zero padded
-        EXPECT_EQ(PKCS11_blob2hex(object<CardPrivateKey>(2).getModulus()), "C1C3"); // the INTEGER of a TLV
-        EXPECT_EQ(toText(object<X509PublicKeyCertificate>(5).getID()), "AP");
-        const std::string replay = "002020" + row.userPin + "089876FFFFFFFFFFFF ";
-        auto& key = object<PrivateKey>(2);
-        expect(replay + "002241A4068401" + row.reference + "800101 0088100002AABB00:11229000");
-        EXPECT_EQ(sign(key), "1122");
-        EXPECT_EQ(sign(key, {0xAA, 0xBB}, 1), "150||"); // the modulus is known: nothing is sent
-        EXPECT_EQ(sign(key, Bytes(256, 1)), "21||");    // would not fit its Lc
-        expect(replay + "002281B8038401" + row.reference + " 002A80860200CC00:6985");
-        EXPECT_EQ(decrypt(key), "30||AcosEDUMechanismDecrypt::decrypt");
-    }
-}
-
-TEST_F(AcosApdus, EducationPinBlocksTakeSixteenDigits)
-{
-    EXPECT_EQ(PKCS11_blob2hex(AcosEDUToken::PinToHex(Blob("1234567890123456"))), "1234567890123456");
-    EXPECT_EQ(PKCS11_blob2hex(AcosEDUToken::PinToHex(Blob("7"))), "7FFFFFFFFFFFFFFF");
-    EXPECT_EQ(thrownBy([] { AcosEDUToken::PinToHex(Blob("12345678901234567")); }), "A2||");
+    AcosEDUToken& token =
+        buildEDU(1, "00A4000002000100 00B0000000:C1C200009000 00B0000000:3008020300C1C3020103009000" + data +
+                        " 00A4000002000300 00B00000F1" + record + "9000");
+    EXPECT_EQ(toText(object<CardData>(4).getApplication()), "AP");
+    EXPECT_EQ(toText(object<X509PublicKeyCertificate>(5).getID()), "AP");
+    EXPECT_EQ(PKCS11_blob2hex(object<CardPublicKey>(1).getModulus()), "C1C2");  // bare, zero padded
+    EXPECT_EQ(PKCS11_blob2hex(object<CardPrivateKey>(2).getModulus()), "C1C3"); // the INTEGER of a TLV
+    const std::string verify = " 0020208308123456FFFFFFFFFF";
+    expect(verify + verify + " 002241A406840181800101 0088100002AABB00:11229000");
+    token.Login(Blob("123456"));
+    auto& key = object<PrivateKey>(2);
+    EXPECT_EQ(sign(key), "1122");
+    EXPECT_EQ(sign(key, {0xAA, 0xBB}, 1), "150||"); // the modulus is known: nothing is sent
+    EXPECT_EQ(sign(key, Bytes(256, 1)), "21||");    // would not fit its Lc
+    EXPECT_EQ(thrownBy([&] { token.Login(Blob("12345678901234567")); }), "A2||");
     for (const char* pin : {"12a4", "12?", " 1", "1/2", "1:2"})
-        EXPECT_EQ(thrownBy([&] { AcosEDUToken::PinToHex(Blob(pin)); }), "A1||") << pin;
+        EXPECT_EQ(thrownBy([&] { token.Login(Blob(pin)); }), "A1||") << pin;
 }

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <string>
 #include <sys/mman.h>
+#include <utility>
 #include <vector>
 
 class TraceFile {
@@ -19,19 +20,29 @@ public:
         PKCS11::Logger::FreeLogger();
         PKCS11::Logger::SetLogger(new PKCS11::FileLogger(path.c_str(), 98));
         PKCS11::Logger::SetLoglevel(99);
-        m_begin = std::ifstream(path, std::ios::ate).tellg();
+        m_seen = m_begin = std::ifstream(path, std::ios::ate).tellg();
     }
     /// The lines since then, without their time stamps.
-    std::vector<std::string> lines() const
+    std::vector<std::string> lines() const { return read(m_begin).first; }
+    /// Those since the last call of this function.
+    std::vector<std::string> news()
     {
-        std::ifstream file(SystemWrapper::s_logPath);
-        file.seekg(m_begin);
-        std::vector<std::string> lines;
-        for (std::string line; std::getline(file, line);)
-            lines.push_back(line.size() > 19 && line[19] == '|' ? line.substr(20) : line);
+        auto [lines, end] = read(m_seen);
+        m_seen = end;
         return lines;
     }
 
 private:
+    static std::pair<std::vector<std::string>, std::streamoff> read(std::streamoff at)
+    {
+        std::ifstream file(SystemWrapper::s_logPath);
+        file.seekg(at);
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(file, line); at += static_cast<std::streamoff>(line.size()) + 1)
+            lines.push_back(line.size() > 19 && line[19] == '|' ? line.substr(20) : line);
+        return {lines, at};
+    }
+
     std::streamoff m_begin = 0;
+    std::streamoff m_seen = 0;
 };
