@@ -12,6 +12,7 @@
 #include <map>
 #include <sstream>
 #include <stdexcept>
+#include <winscard.h>
 
 namespace {
 
@@ -213,6 +214,10 @@ TEST_F(LifeCycleTest, FailuresBelowBecomeCodesAndPauseSessions)
     card->link = [] {};
     EXPECT_EQ(login("123456"), CKR_OK);
     EXPECT_FALSE(paused());
+    fakepcsc::failCall("SCardTransmit", SCARD_F_COMM_ERROR,
+                       isDesktop() ? 3 : 2); // which PIN holds nobody knows
+    EXPECT_EQ(setPin("123456", "654321"), CKR_GENERAL_ERROR);
+    EXPECT_EQ(login("123456"), CKR_OK);
 }
 
 /// A trace that fails at the name of one call, from where an exception escapes the method.

@@ -295,8 +295,10 @@ TEST(Template, EntriesAreFoundByTheirType)
     EXPECT_FALSE(findAttributeValue(CKA_VALUE, entries, 4, &index));
     CK_OBJECT_CLASS found = 99;
     EXPECT_TRUE(findObjectClass(entries, 4, found) && found == CKO_DATA);
-    for (const CK_ATTRIBUTE& bad : {CK_ATTRIBUTE{CKA_CLASS, &objectClass, sizeof objectClass - 1},
-                                    CK_ATTRIBUTE{CKA_CLASS, nullptr, sizeof objectClass}, entries[1]})
+    for (const CK_ATTRIBUTE& bad :
+         {CK_ATTRIBUTE{CKA_CLASS, &objectClass, sizeof objectClass - 1},
+          CK_ATTRIBUTE{CKA_CLASS, nullptr, sizeof objectClass},
+          CK_ATTRIBUTE{CKA_CLASS, &objectClass, CK_UNAVAILABLE_INFORMATION}, entries[1]})
         EXPECT_FALSE(findObjectClass(&bad, 1, found));
     for (const CK_ATTRIBUTE& bad : {CK_ATTRIBUTE{CKA_ID, nullptr, 1}, CK_ATTRIBUTE{CKA_ID, nullptr, ~1UL}})
         EXPECT_EQ(thrownBy([&] { checkTemplate(&bad, 1); }), "7||");
