@@ -21,6 +21,7 @@ while [ $# -gt 0 ]; do
     case $1 in
     --reader) card= && shift ;;
     --card) card=${2:-?} && shift 2 ;;
+    --help | -h) echo "$usage" && exit 0 ;;
     *) echo "$usage" && exit 2 ;;
     esac
 done

@@ -11,7 +11,7 @@ case "${1:-}" in
 --threads) presets=tsan ;;
 *)
     sed -n '2,4s/^# \{0,1\}//p' "$0"
-    exit $([ "$1" = --help ] && echo 0 || echo 2)
+    exit $(([ "$1" = --help ] || [ "$1" = -h ]) && echo 0 || echo 2)
     ;;
 esac
 
@@ -29,8 +29,9 @@ announce() {
 }
 
 if [ "$presets" != tsan ]; then
-    announce "Formatting"
-    git ls-files -z '*.h' '*.cpp' | xargs -0 clang-format-14 --dry-run --Werror
+    announce "Formatting, and the pages' links"
+    git ls-files -z '*.h' '*.cpp' '*.c' | xargs -0 clang-format-14 --dry-run --Werror
+    scripts/run-pages.py --check
 fi
 
 for preset in $presets; do
@@ -45,6 +46,9 @@ if [ "$presets" != tsan ]; then
     # A build that runs clang-tidy on each file, so that files that did not change since are left out.
     cmake --preset debug -B build/tidy -DCMAKE_CXX_CLANG_TIDY=clang-tidy-14 >/dev/null
     cmake --build build/tidy -- -k 0
+
+    announce "The commands of the pages"
+    scripts/run-pages.py tests
 fi
 
 announce "All tests passed"

@@ -80,3 +80,4 @@ for abi in "${abis[@]}"; do
     *) fail "no ABI $abi" ;;
     esac
 done
+scripts/run-pages.py android

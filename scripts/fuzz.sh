@@ -11,7 +11,7 @@ if [ ! -f "fuzz/corpus/$fuzzer.txt" ]; then
     echo "FUZZER is one of" fuzz/corpus/*.txt | sed 's,fuzz/corpus/\([^ ]*\)\.txt,\1,g'
     exit $(([ "$fuzzer" = --help ] || [ "$fuzzer" = -h ]) && echo 0 || echo 2)
 fi
-scripts/install-deps.sh build targets
+scripts/install-deps.sh build fuzz
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "$fuzzer"
 

@@ -8,22 +8,28 @@ set -euo pipefail
 declare -A packages=(
     # The library and quarvel-vcard.
     [build]="cmake ninja-build g++ libssl-dev zlib1g-dev libpcsclite-dev libp11-kit-dev"
+    # A card in a reader of one's own.
+    [reader]="pcscd libccid polkitd"
     # What ./demo.sh talks to.
     [demo]="pcscd vsmartcard-vpcd opensc openssl"
     # Its encryption on the card, which pkcs11-tool does not do.
     [demo-encrypt]="python3-pykcs11"
     # What ./test.sh runs.
-    [test]="libgtest-dev libbenchmark-dev clang-format-14 clang-tidy-14"
+    [test]="libgtest-dev libbenchmark-dev clang-format-14 clang-tidy-14 python3"
+    # What scripts/fuzz.sh builds with.
+    [fuzz]="clang-14 libclang-rt-14-dev"
     # What scripts/coverage.sh counts with.
     [coverage]="gcovr"
     # Independent clients.
-    [clients]="gnutls-bin gnupg gnupg-pkcs11-scd p11-kit libengine-pkcs11-openssl openssh-client openssh-server
+    [clients]="iproute2 gnutls-bin gnupg gnupg-pkcs11-scd p11-kit libengine-pkcs11-openssl openssh-client openssh-server
         libnss3-tools python3-pykcs11 curl openjdk-17-jdk-headless poppler-utils osslsigncode sbsigntool openvpn
         libpam-pkcs11 libpam-wrapper pamtester"
     # The other processors and the Android check.
     [targets]="g++-arm-linux-gnueabihf g++-aarch64-linux-gnu g++-i686-linux-gnu qemu-user clang-14 lld-14 llvm-14 libc++-14-dev"
     # The Debian package.
-    [package]="dpkg-dev file lintian pkg-config libp11-kit-dev"
+    [package]="dpkg-dev file"
+    # What scripts/check-package.sh looks at it with.
+    [package-check]="lintian pkg-config libp11-kit-dev"
 )
 
 groups=("$@")
