@@ -11,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <regex>
+#include <set>
 #include <sstream>
 
 namespace {
@@ -261,12 +262,19 @@ protected:
     }
 };
 
+/// Of a family only what is not as in the first one.
 TEST_F(CallsTest, EachCallHasItsCode)
 {
     TraceFile trace;
+    std::set<std::string> common;
     std::string shown;
-    for (int i = 0; i < 6; ++i)
-        shown += kFamilies[i].title() + "\n" + codes(kFamilies[i], trace) + "\n";
+    for (int i = 0; i < 6; ++i) {
+        std::istringstream lines(codes(kFamilies[i], trace));
+        shown += kFamilies[i].title() + "\n";
+        for (std::string line; std::getline(lines, line);)
+            if ((i == 0 && common.insert(line).second) || common.count(line) == 0)
+                shown += line + "\n";
+    }
     expectFile("calls.codes", shown);
 }
 

@@ -129,7 +129,7 @@ struct Bare final : Object {
 
 struct FakeToken : Token {
     MechanismList mechanisms;
-    FakeToken() : Token(nullptr) {}
+    explicit FakeToken(PCSCSlot* reader = nullptr) : Token(reader) {}
     CK_TOKEN_INFO getInfo() override { return m_tokenInfo.flags = script.tokenFlags, m_tokenInfo; }
     MechanismList* getMechanismList() override { return &mechanisms; }
     void InitPIN(const Blob&) override { script.call("InitPIN"); }

@@ -1,9 +1,8 @@
 #include "pkcs11/token/Token.h"
 
-#include "pkcs11/core/Data.h"
-#include "pkcs11/core/Mechanism.h"
 #include "pkcs11/desktop/DesktopEdition.h"
 #include "tests/support/ReaderFixture.h"
+#include "tests/unit/core/Fakes.h"
 
 #include <winscard.h>
 
@@ -11,49 +10,16 @@ using namespace PKCS11;
 
 namespace {
 
-/// Accepts the PIN "1234" and tells which object class it was asked for.
-class PlainToken final : public Token {
-public:
+/// Accepts the PIN "1234".
+struct PlainToken final : FakeToken {
+    using FakeToken::FakeToken;
     using Token::m_tokenInfo;
-    using Token::Token;
     CK_TOKEN_INFO getInfo() override { return m_tokenInfo; }
-    MechanismList* getMechanismList() override { return nullptr; }
-    void InitPIN(const Blob&) override {}
-    void SetPIN(const Blob&, const Blob&) override {}
-    void SetSOPIN(const Blob&, const Blob&) override {}
-    std::unique_ptr<Object> createPublicKey(CK_ATTRIBUTE*, CK_ULONG) override { return asked("public key"); }
-    std::unique_ptr<Object> createPrivateKey(CK_ATTRIBUTE*, CK_ULONG) override
-    {
-        return asked("private key");
-    }
-    std::unique_ptr<Object> createCertificate(CK_ATTRIBUTE*, CK_ULONG) override
-    {
-        return asked("certificate");
-    }
-    std::unique_ptr<Object> createData(CK_ATTRIBUTE*, CK_ULONG) override { return asked("data"); }
-    std::unique_ptr<Object> createSecretKey(CK_ATTRIBUTE*, CK_ULONG) override { return asked("secret key"); }
-    std::unique_ptr<Mechanism> createMechanismDigest(CK_MECHANISM*) override { return nullptr; }
-    std::unique_ptr<MechanismKeygen> createMechanismGenerateKeyPair(CK_MECHANISM*) override
-    {
-        return nullptr;
-    }
-    std::unique_ptr<MechanismKeygen> createMechanismGenerateKey(CK_MECHANISM*) override { return nullptr; }
-    void seedRandom(CK_BYTE*, CK_ULONG) override {}
-    void generateRandom(CK_BYTE*, CK_ULONG) override {}
+    bool isTokenHandleValid(long& rv) override { return Token::isTokenHandleValid(rv); }
     void VerifyPIN(const Blob& pin) override
     {
         if (pin != Blob("1234"))
             throw PKCS11Exception(CKR_PIN_INCORRECT);
-    }
-    void VerifySOPIN(const Blob& pin) override { VerifyPIN(pin); }
-
-    std::string m_asked;
-
-private:
-    std::unique_ptr<Object> asked(const char* what)
-    {
-        m_asked = what;
-        return nullptr;
     }
 };
 
@@ -107,23 +73,6 @@ TEST_F(TokenTest, StartsWithTheDefaultInformation)
     EXPECT_EQ(rv, 5);
 }
 
-TEST_F(TokenTest, KeepsALoginUntilItsLogout)
-{
-    PlainToken token(nullptr);
-    EXPECT_EQ(thrownBy([&] { token.Login(Blob("0000")); }), "A0||");
-    EXPECT_FALSE(token.isUserLoggedIn());
-    EXPECT_TRUE(token.userPin().empty());
-    token.Login(Blob("1234"));
-    token.Login(token.userPin());
-    token.LoginSO(Blob("1234"));
-    EXPECT_TRUE(token.isUserLoggedIn() && token.isSOLoggedIn());
-    EXPECT_EQ(token.userPin(), Blob("1234"));
-    EXPECT_EQ(token.soPin(), Blob("1234"));
-    token.Logout();
-    EXPECT_FALSE(token.isUserLoggedIn() || token.isSOLoggedIn());
-    EXPECT_TRUE(token.userPin().empty() && token.soPin().empty());
-}
-
 TEST_F(TokenTest, TakesAnEmptyPinOnlyBehindAPinPad)
 {
     PlainToken token(nullptr);
@@ -137,34 +86,6 @@ TEST_F(TokenTest, TakesAnEmptyPinOnlyBehindAPinPad)
     EXPECT_EQ(thrownBy([&] { token.CheckPin(Blob("1")); }), "A0||");
     token.Logout();
     EXPECT_EQ(thrownBy([&] { token.CheckPin(Blob()); }), "101||");
-}
-
-TEST_F(TokenTest, HidesPrivateObjectsAndAsksTheFactoryOfTheClass)
-{
-    PlainToken token(nullptr);
-    CK_BBOOL yes = CK_TRUE;
-    CK_ATTRIBUTE isPrivate{CKA_PRIVATE, &yes, sizeof yes};
-    auto object = std::make_unique<Data>();
-    object->setAttribute(&isPrivate, 1);
-    const unsigned long handle = token.getObjectList()->put(std::move(object));
-    EXPECT_NE(token.getObject(handle), nullptr);
-    token.m_tokenInfo.flags = CKF_LOGIN_REQUIRED;
-    EXPECT_EQ(thrownBy([&] { token.getObject(handle); }).substr(0, 4), "101|");
-    token.Login(Blob("1234"));
-    EXPECT_NE(token.getObject(handle), nullptr);
-
-    const char* const classes[] = {"data",       "certificate", "public key", "private key",
-                                   "secret key", "13||",        "13||"};
-    for (CK_OBJECT_CLASS type = 0; type < 7; ++type) {
-        CK_ATTRIBUTE attributes[] = {isPrivate, {CKA_CLASS, &type, sizeof type}};
-        const std::string failure = thrownBy([&] { token.createObject(attributes, 2); });
-        EXPECT_EQ(failure.empty() ? token.m_asked : failure, classes[type]);
-    }
-    CK_OBJECT_CLASS data = CKO_DATA;
-    CK_ATTRIBUTE shortClass{CKA_CLASS, &data, sizeof data - 1};
-    EXPECT_EQ(thrownBy([&] { token.createObject(&shortClass, 1); }), "13||");
-    EXPECT_EQ(thrownBy([&] { token.createObject(&isPrivate, 1); }), "13||");
-    EXPECT_EQ(thrownBy([&] { token.copyObject(nullptr, nullptr, 0); }), "54||");
 }
 
 TEST_F(TokenTest, FollowsTheCardInTheReader)
