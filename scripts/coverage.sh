@@ -2,6 +2,7 @@
 # Runs all tests and says which lines of the library they reach; fails below 97 %. Arguments go to gcovr, as in
 #   scripts/coverage.sh --html-details build/coverage/index.html
 set -euo pipefail
+case "${1:-}" in --help | -h) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0" && exit ;; esac
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh build test coverage

@@ -174,30 +174,36 @@ def run(page, sections):
         return failures
 
 
+def end_group(shell):
+    """Ends what a page left running, and waits for that."""
+    until = time.monotonic() + SECONDS_FOR_BACKGROUND
+    try:
+        for number in (signal.SIGTERM, signal.SIGCONT):
+            os.killpg(shell.pid, number)
+        while time.monotonic() < until:
+            shell.poll()
+            os.killpg(shell.pid, 0)
+            time.sleep(0.05)
+    except ProcessLookupError:
+        pass
+
+
 def follow(script, blocks):
     """Runs a script that stops behind each block; its status, and the number of blocks that it came through."""
     shell = subprocess.Popen(["bash", "-c", script], stdin=subprocess.DEVNULL, start_new_session=True)
     limit = threading.Timer(SECONDS_PER_PAGE, os.killpg, (shell.pid, signal.SIGKILL))
     limit.start()
     done = 0
-    while True:
-        status = os.waitpid(shell.pid, os.WUNTRACED)[1]
-        if not os.WIFSTOPPED(status):
-            break
-        until = time.monotonic() + SECONDS_FOR_BACKGROUND
-        while missing(blocks[done]) and time.monotonic() < until:
-            time.sleep(0.05)
-        done += 1
-        os.kill(shell.pid, signal.SIGCONT)
-    limit.cancel()
     try:
-        os.killpg(shell.pid, signal.SIGTERM)  # what the page left running
-        until = time.monotonic() + SECONDS_FOR_BACKGROUND
-        while time.monotonic() < until:
-            os.killpg(shell.pid, 0)
-            time.sleep(0.05)
-    except ProcessLookupError:
-        pass
+        while os.WIFSTOPPED(status := os.waitpid(shell.pid, os.WUNTRACED)[1]):
+            until = time.monotonic() + SECONDS_FOR_BACKGROUND
+            while missing(blocks[done]) and time.monotonic() < until:
+                time.sleep(0.05)
+            done += 1
+            os.kill(shell.pid, signal.SIGCONT)
+    finally:
+        limit.cancel()
+        end_group(shell)
     shell.returncode = os.waitstatus_to_exitcode(status)
     return "none: it takes too long" if shell.returncode == -signal.SIGKILL else shell.returncode, done
 
@@ -253,4 +259,5 @@ def main(arguments):
 
 
 if __name__ == "__main__":
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))  # as Ctrl-C, which ends what runs
     sys.exit(main(sys.argv[1:]))
