@@ -43,7 +43,7 @@ PLACES = {
 }
 APPLICATIONS = "docs/applications/"
 BEGINNING = APPLICATIONS + "pkcs11-tool.md"
-MARKS = {"sh", "console", "text", "c", "java", "python"}
+MARKS = {"sh", "console", "text", "c", "java", "json", "python"}
 SECONDS_PER_PAGE = 600
 SECONDS_FOR_BACKGROUND = 20
 
