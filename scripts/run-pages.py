@@ -62,6 +62,7 @@ class Block:
 class Section:
     page: str
     name: str  # PAGE#SECTION, as in a link to it; the page for what comes before the first of them
+    anchor: str = ""
     blocks: list = field(default_factory=list)
 
     def commands(self):
@@ -73,9 +74,9 @@ def read(page):
     sections, links = [Section(page, page)], []
     block = last = None  # the one that the line is in; the one right before
     for number, line in enumerate(open(page, encoding="utf-8"), 1):
-        fence = re.match(r" *(?:```|~~~)(.*)", line)
+        fence = re.match(r"( *)(?:```|~~~)(.*)", line)
         if block is None and fence:
-            block = Block(page, number, fence[1].strip())
+            block, indent = Block(page, number, fence[2].strip()), len(fence[1])
         elif fence:
             if block.mark == "" and last and last.mark == "sh":
                 last.shown = block.lines
@@ -83,13 +84,14 @@ def read(page):
                 sections[-1].blocks.append(block)
             block, last = None, block
         elif block is not None:
-            block.lines.append(line)
+            block.lines.append(re.sub(f"^ {{0,{indent}}}", "", line))
         else:
             title = re.match(r"#+ +(.*)", line)
             if title:
                 slug = re.sub(r"[^\w\- ]", "", re.sub(r"\]\([^)]*\)", "", title[1]).lower()).strip().replace(" ", "-")
                 if line.startswith("##"):
                     sections.append(Section(page, f"{page}#{slug}"))
+                sections[-1].anchor = slug
             links += [(number, target) for target in re.findall(r"\]\(([^)\s]+)\)", re.sub(r"`[^`]*`", "", line))]
             last = last if not line.strip() else None
     return sections, links
@@ -210,7 +212,7 @@ def follow(script, blocks):
 
 def dead_links(pages):
     """What is wrong with the links between pages and to other files."""
-    anchors = {page: {section.name for section in read(page)[0]} for page in pages}
+    anchors = {page: {section.anchor for section in read(page)[0]} for page in pages}
     for page in pages:
         for number, target in read(page)[1]:
             name, _, anchor = target.partition("#")
@@ -219,7 +221,7 @@ def dead_links(pages):
                 continue
             if not os.path.exists(path):
                 yield f"{page}:{number} links to {target}, which is not there"
-            elif anchor and f"{path}#{anchor}" not in anchors.get(path, ()):
+            elif anchor and anchor not in anchors.get(path, ()):
                 yield f"{page}:{number} links to {target}, where no such section is"
 
 
