@@ -3,7 +3,9 @@
 #include "tools/vcard/PivCard.h"
 
 #include <atomic>
+#include <future>
 #include <thread>
+#include <unistd.h>
 #include <winscard.h>
 
 namespace {
@@ -141,6 +143,25 @@ TEST_F(DesktopPrograms, ACallGivesTheCardBackWhateverBecomesOfIt)
     EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_REMOVED);
     EXPECT_EQ(login("654321"), CKR_OK);
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).length, 256U);
+}
+
+TEST_F(DesktopPrograms, ExitDoesNotWaitForTheCallOfAnotherThread)
+{
+    const auto exitBesideACall = [this] {
+        alarm(30);
+        startPiv();
+        login("123456");
+        std::promise<void> inside;
+        fakepcsc::beforeCall("SCardTransmit", 2, [&] {
+            inside.set_value();
+            for (;;)
+                pause();
+        });
+        std::thread([this] { sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data); }).detach();
+        inside.get_future().wait();
+        std::exit(0);
+    };
+    EXPECT_EXIT(exitBesideACall(), ::testing::ExitedWithCode(0), "");
 }
 
 } // namespace
