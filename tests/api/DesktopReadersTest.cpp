@@ -6,6 +6,7 @@
 #include <future>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <winscard.h>
 
 namespace {
 
@@ -79,6 +80,13 @@ TEST_F(DesktopReaders, ARestartedServiceIsUsedAtTheNextCall)
         EXPECT_TRUE(signs());
         wait(CKF_DONT_BLOCK);
     }
+    for (const int failures : {1, 2}) { // one is forgiven
+        fakepcsc::failCall("SCardGetStatusChange", SCARD_F_COMM_ERROR, 1, failures);
+        CK_SLOT_ID slot = 0;
+        EXPECT_EQ(C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr),
+                  failures == 1 ? CKR_NO_EVENT : CKR_FUNCTION_FAILED);
+    }
+    EXPECT_EQ(wait(CKF_DONT_BLOCK), 0U);
     EXPECT_EQ(fakepcsc::openContexts(), 2); // the library's own, and that of the last poll
     EXPECT_EQ(reportedWhen(fakepcsc::stopService), 1U);
     fakepcsc::startService();
