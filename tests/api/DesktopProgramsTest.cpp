@@ -143,6 +143,16 @@ TEST_F(DesktopPrograms, ACallGivesTheCardBackWhateverBecomesOfIt)
     EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_REMOVED);
     EXPECT_EQ(login("654321"), CKR_OK);
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).length, 256U);
+    fakepcsc::insertCard(m_reader, m_card);
+    fakepcsc::failCall("SCardTransmit", SCARD_F_COMM_ERROR, 2);
+    CK_TOKEN_INFO info{};
+    EXPECT_EQ(C_GetTokenInfo(1, &info), CKR_TOKEN_NOT_RECOGNIZED);
+    int taken = 0;
+    for (const fakepcsc::Call& call : fakepcsc::calls()) {
+        taken += call.result == 0 && call.name == "SCardBeginTransaction" ? 1 : 0;
+        taken -= call.name == "SCardEndTransaction" ? 1 : 0;
+        EXPECT_TRUE(call.name != "SCardDisconnect" || taken == 0);
+    }
 }
 
 TEST_F(DesktopPrograms, ExitDoesNotWaitForTheCallOfAnotherThread)
