@@ -21,7 +21,7 @@ declare -A packages=(
     # What scripts/coverage.sh counts with.
     [coverage]="gcovr"
     # Independent clients.
-    [clients]="iproute2 gnutls-bin gnupg gnupg-pkcs11-scd p11-kit libengine-pkcs11-openssl openssh-client openssh-server
+    [clients]="iproute2 pkg-config gnutls-bin gnupg gnupg-pkcs11-scd p11-kit libengine-pkcs11-openssl openssh-client openssh-server
         libnss3-tools python3-pykcs11 curl openjdk-17-jdk-headless poppler-utils osslsigncode sbsigntool openvpn
         libpam-pkcs11 libpam-wrapper pamtester"
     # The other processors and the Android check.

@@ -136,9 +136,8 @@ def missing(block):
 
 def preamble(page, sections):
     """What is run before the sections: where they start from."""
-    if page.startswith(APPLICATIONS):
-        return [] if page == BEGINNING else read(BEGINNING)[0][0].commands()[:1]
-    return [] if sections[0].name == page else read(page)[0][0].commands()
+    beginning = BEGINNING if page.startswith(APPLICATIONS) else page
+    return [] if sections[0].name == beginning else read(beginning)[0][0].commands()
 
 
 def run(page, sections):
