@@ -28,19 +28,16 @@ public:
         } else if constexpr (std::is_integral_v<T>) {
             return static_cast<T>(number());
         } else if constexpr (std::is_same_v<Pointee, CK_ULONG>) {
-            if (std::exchange(m_hasCount, false))
-                return values<CK_ULONG>({m_count});
-            return array<CK_ULONG>();
+            return std::exchange(m_hasCount, false) ? &m_counts.emplace_back(m_count) : array<CK_ULONG>();
         } else if constexpr (std::is_same_v<Pointee, CK_ATTRIBUTE>) {
             return attributes();
         } else if constexpr (std::is_same_v<Pointee, CK_MECHANISM>) {
             auto* mechanism = array<CK_MECHANISM>();
-            m_hasCount = false;
             if (mechanism != nullptr) {
                 CK_BYTE* parameter = array<CK_BYTE>();
                 *mechanism = {number(), parameter, m_count};
-                m_hasCount = false;
             }
+            m_hasCount = false;
             return mechanism;
         } else if constexpr (std::is_void_v<Pointee> || std::is_function_v<Pointee>) {
             return nullptr;
@@ -79,13 +76,6 @@ private:
         m_rooms.push_back(std::move(room));
         return reinterpret_cast<T*>(m_rooms.back().data());
     }
-    template <class T>
-    T* values(std::initializer_list<T> list)
-    {
-        const auto* first = reinterpret_cast<const unsigned char*>(list.begin());
-        m_rooms.emplace_back(first, first + list.size() * sizeof(T));
-        return reinterpret_cast<T*>(m_rooms.back().data());
-    }
     CK_ATTRIBUTE* attributes()
     {
         static constexpr CK_ATTRIBUTE_TYPE kTypes[] = {
@@ -93,9 +83,9 @@ private:
             CKA_KEY_TYPE, CKA_MODULUS, CKA_MODULUS_BITS, CKA_SUBJECT, CKA_START_DATE, CKA_MODIFIABLE,
             CKA_SIGN,     CKA_DECRYPT, CKA_APPLICATION,  0xCE534352UL};
         const int count = m_input.byte() % 8;
+        m_hasCount = true;
         if (count == 7) {
             m_count = number();
-            m_hasCount = true;
             return nullptr;
         }
         Bytes room(count * sizeof(CK_ATTRIBUTE));
@@ -107,12 +97,12 @@ private:
         }
         m_rooms.push_back(std::move(room));
         m_count = static_cast<CK_ULONG>(count);
-        m_hasCount = true;
         return reinterpret_cast<CK_ATTRIBUTE*>(m_rooms.back().data());
     }
 
     fuzz::Reader& m_input;
     std::deque<Bytes> m_rooms;
+    std::deque<CK_ULONG> m_counts;
     CK_ULONG m_count = 0;
     bool m_hasCount = false;
 };

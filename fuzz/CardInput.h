@@ -49,32 +49,21 @@ public:
     void reset() override { m_card->reset(); }
     Bytes transmit(const Bytes& command) override
     {
-        const Bytes honest = m_card->transmit(command);
-        const int kind = m_input.atEnd() ? kHonest : m_input.byte() % kKinds;
-        Bytes answer = honest;
-        switch (kind) {
-        case kLiteral:
-            return m_input.bytes(m_input.twoBytes());
-        case kChanged:
+        enum { kHonest, kLiteral, kChanged, kCut, kReset, kKinds };
+        Bytes answer = m_card->transmit(command);
+        const int kind = m_input.byte() % kKinds;
+        if (kind == kLiteral)
+            answer = m_input.bytes(m_input.twoBytes());
+        else if (kind == kChanged)
             answer.at(m_input.twoBytes() % answer.size()) ^= static_cast<unsigned char>(m_input.byte());
-            break;
-        case kCut: {
-            const auto length = std::min<std::size_t>(m_input.twoBytes(), answer.size());
-            answer.resize(length);
-            break;
-        }
-        case kReset:
+        else if (kind == kCut)
+            answer.resize(std::min<std::size_t>(m_input.twoBytes(), answer.size()));
+        else if (kind == kReset)
             fakepcsc::resetCard(m_reader);
-            break;
-        default:
-            break;
-        }
         return answer;
     }
 
 private:
-    enum { kHonest, kLiteral, kChanged, kCut, kReset, kKinds };
-
     int m_reader;
     Reader& m_input;
     std::unique_ptr<vcard::Card> m_card;
