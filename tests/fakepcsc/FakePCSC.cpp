@@ -1,12 +1,14 @@
 #include "tests/fakepcsc/FakePCSC.h"
 
+#include "tools/vcard/Bytes.h"
+
 #include <algorithm>
 #include <condition_variable>
 #include <cstring>
-#include <functional>
 #include <list>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <sys/eventfd.h>
 #include <unistd.h>
 #include <utility>
@@ -29,6 +31,11 @@ struct Reader {
     {
         return !attached ? SCARD_STATE_UNKNOWN : card ? SCARD_STATE_PRESENT : SCARD_STATE_EMPTY;
     }
+    void take(std::shared_ptr<vcard::Card> fresh, bool isT0 = false)
+    {
+        card = std::move(fresh), t0 = isT0, ++events;
+    }
+    void resetCard() { card->reset(), ++resets; }
 };
 /// A wait blocks in a descriptor of its own, as with the real service: a signal handler that interrupts it
 /// may call whatever it likes.
@@ -42,13 +49,13 @@ struct Handle {
     Reader* reader = nullptr;
     Reader then;
 };
-/// A result or an answer for `times` calls to come, after `skip` others.
+/// A result, an answer or an action for `times` calls to come, after `skip` others.
 struct Plan {
     std::string name;
-    LONG result;
-    Bytes answer;
     int skip, times;
-    std::function<void()> action = nullptr; ///< in place of the result
+    LONG result = 0;
+    Bytes answer = {};
+    std::function<void()> action = nullptr;
 };
 struct Service {
     std::list<Reader> readers;
@@ -62,6 +69,10 @@ struct Service {
     {
         return std::count_if(readers.begin(), readers.end(), [](auto& reader) { return reader.attached; });
     }
+};
+/// What the body of a function throws in place of its result.
+struct Refusal {
+    LONG result;
 };
 
 /// Never destroyed: the library's last calls come while the process exits.
@@ -88,94 +99,93 @@ auto locked(Action action)
     wakeAll();
     return action();
 }
-void change(int reader, const std::function<void(Reader&)>& action)
+template <class Action>
+void change(int reader, Action action)
 {
     locked([&] { action(*std::next(s.readers.begin(), reader)); });
 }
 
-/// Counts one call for every plan of that name; of several that are due the first one is taken.
-bool due(const std::string& name, Plan& out)
+/// Counts one call for every plan of that name, does what is meant to happen before it, and takes the first
+/// result or answer that is due.
+std::optional<Plan> due(const std::string& name)
 {
-    Plan* found = nullptr;
-    for (Plan& plan : s.plans)
-        if (!plan.action && (plan.name == name || (plan.name.empty() && name != "answer")) &&
-            plan.times > 0 && plan.skip-- <= 0)
-            found = found == nullptr ? &plan : found;
-    if (found == nullptr)
-        return false;
-    out = *found;
-    --found->times;
-    return true;
-}
-/// Runs what the test wants to happen before this call.
-void actBefore(const std::string& name)
-{
+    std::optional<Plan> found;
     std::vector<std::function<void()>> actions;
-    locked([&] {
-        for (Plan& plan : s.plans)
-            if (plan.action && plan.times > 0 && (plan.name.empty() || plan.name == name) &&
-                plan.skip-- <= 0) {
-                actions.push_back(plan.action);
-                plan.times = 0;
-            }
-    });
+    for (Plan& plan : s.plans) {
+        const bool isMeant = plan.name == name || (plan.name.empty() && name != "answer");
+        if (!isMeant || plan.times == 0 || plan.skip-- > 0 || (!plan.action && found))
+            continue;
+        --plan.times;
+        if (plan.action)
+            actions.push_back(plan.action);
+        else
+            found = plan;
+    }
+    const Unlocked unlocked;
     for (const auto& action : actions)
         action();
+    return found;
 }
 /// Runs the body of an SCard function, unless the call is meant to fail, and records it.
-LONG call(const char* name, const std::function<LONG(Call&)>& body, const Bytes& command = {})
+template <class Body>
+LONG call(const char* name, Body body, const Bytes& command = {})
 {
-    actBefore(name);
     return locked([&] {
-        Plan plan{};
-        Call record{name, 0, command, {}};
-        record.result = due(name, plan) ? plan.result : body(record);
-        s.calls.push_back(record);
-        return record.result;
+        LONG result = 0;
+        try {
+            const std::optional<Plan> plan = due(name);
+            result = plan ? plan->result : body();
+        } catch (const Refusal& refusal) {
+            result = refusal.result;
+        }
+        s.calls.push_back({name, result, command});
+        return result;
     });
 }
 
+void refuse(bool condition, LONG result)
+{
+    if (condition)
+        throw Refusal{result};
+}
 /// A context takes no second call while it waits; the real client library would block here.
-LONG check(SCARDCONTEXT context)
+void check(SCARDCONTEXT context)
 {
     const auto it = s.contexts.find(context);
-    return it == s.contexts.end() ? SCARD_E_INVALID_HANDLE
-           : it->second.lost      ? SCARD_E_NO_SERVICE
-           : it->second.waiting   ? SCARD_F_INTERNAL_ERROR
-                                  : 0;
+    refuse(it == s.contexts.end(), SCARD_E_INVALID_HANDLE);
+    refuse(it->second.lost, SCARD_E_NO_SERVICE);
+    refuse(it->second.waiting, SCARD_F_INTERNAL_ERROR);
 }
-LONG checkHandle(SCARDHANDLE handle)
+Handle& findHandle(SCARDHANDLE number)
 {
-    const auto it = s.handles.find(handle);
-    if (it == s.handles.end() || s.contexts.count(it->second.context) == 0)
-        return SCARD_E_INVALID_HANDLE;
-    if (s.contexts[it->second.context].lost)
-        return SCARD_E_NO_SERVICE;
-    const Reader& now = *it->second.reader;
-    return it->second.then.events != now.events   ? SCARD_W_REMOVED_CARD
-           : it->second.then.resets != now.resets ? SCARD_W_RESET_CARD
-                                                  : 0;
+    const auto it = s.handles.find(number);
+    refuse(it == s.handles.end() || s.contexts.count(it->second.context) == 0, SCARD_E_INVALID_HANDLE);
+    return it->second;
 }
-bool isLost(LONG rc)
+/// Where the card is still what it was.
+Handle& findUnchanged(SCARDHANDLE number)
 {
-    return rc == SCARD_E_INVALID_HANDLE || rc == SCARD_E_NO_SERVICE;
+    Handle& handle = findHandle(number);
+    refuse(s.contexts[handle.context].lost, SCARD_E_NO_SERVICE);
+    refuse(handle.then.events != handle.reader->events, SCARD_W_REMOVED_CARD);
+    refuse(handle.then.resets != handle.reader->resets, SCARD_W_RESET_CARD);
+    return handle;
 }
-/// Those of handles whose context is gone.
-void endTransactions()
+/// Of the handles of a context that is gone.
+void endTransactions(SCARDCONTEXT context)
 {
-    for (Reader& reader : s.readers)
-        if (isLost(checkHandle(reader.transaction)))
-            reader.transaction = 0;
+    for (const auto& [number, handle] : s.handles)
+        if (handle.context == context && handle.reader->transaction == number)
+            handle.reader->transaction = 0;
 }
-LONG connect(Handle& handle, DWORD protocols, DWORD* active)
+void connect(Handle& handle, DWORD protocols, DWORD& active)
 {
-    if (!handle.reader->card)
-        return SCARD_E_NO_SMARTCARD;
+    refuse(!handle.reader->card, SCARD_E_NO_SMARTCARD);
     handle.then = *handle.reader;
-    *active = handle.then.protocol();
-    return (protocols & *active) != 0 ? SCARD_S_SUCCESS : SCARD_E_PROTO_MISMATCH;
+    active = handle.then.protocol();
+    refuse((protocols & active) == 0, SCARD_E_PROTO_MISMATCH);
 }
-Reader* find(const char* name)
+Reader* findReader(const char* name)
 {
     const auto it =
         std::find_if(s.readers.begin(), s.readers.end(), [&](Reader& r) { return r.name == name; });
@@ -195,7 +205,7 @@ bool refresh(SCARD_READERSTATE* states, DWORD count, DWORD readers)
             report = report || state->dwEventState != 0;
             continue;
         }
-        const Reader& reader = *find(state->szReader);
+        const Reader& reader = *findReader(state->szReader);
         const Bytes atr = reader.card ? reader.card->atr() : Bytes();
         const DWORD before = state->dwCurrentState;
         // A reader that came back is no news, nor is one that had no card then.
@@ -225,13 +235,11 @@ int addReader(const std::string& name)
 }
 void detachReader(int reader)
 {
-    removeCard(reader);
-    change(reader, [](Reader& r) { r.attached = false; });
+    change(reader, [](Reader& r) { r.take(nullptr), r.attached = false; });
 }
 void forgetReader(int reader)
 {
-    change(reader, [](Reader& r) { r.forgotten = true; });
-    detachReader(reader);
+    change(reader, [](Reader& r) { r.take(nullptr), r.attached = false, r.forgotten = true; });
 }
 void attachReader(int reader)
 {
@@ -241,9 +249,10 @@ void stopService()
 {
     locked([] {
         s.runs = false;
-        for (auto& context : s.contexts)
-            context.second.lost = true;
-        endTransactions();
+        for (auto& [number, context] : s.contexts) {
+            context.lost = true;
+            endTransactions(number);
+        }
     });
 }
 void startService()
@@ -253,18 +262,15 @@ void startService()
 void insertCard(int reader, std::shared_ptr<vcard::Card> card, bool t0)
 {
     card->reset();
-    change(reader,
-           [&](Reader& r) { r = {r.name, card, t0, true, false, r.events + 1, r.resets, r.transaction}; });
+    change(reader, [&](Reader& r) { r.take(std::move(card), t0); });
 }
 void removeCard(int reader)
 {
-    change(reader, [](Reader& r) {
-        r = {r.name, nullptr, false, true, r.forgotten, r.events + 1, r.resets, r.transaction};
-    });
+    change(reader, [](Reader& r) { r.take(nullptr); });
 }
 void resetCard(int reader)
 {
-    change(reader, [](Reader& r) { r.card->reset(), ++r.resets; });
+    change(reader, [](Reader& r) { r.resetCard(); });
 }
 std::vector<Call> calls()
 {
@@ -277,12 +283,9 @@ void clearCalls()
 std::vector<std::string> sentAPDUs()
 {
     std::vector<std::string> texts;
-    for (const Call& one : calls()) {
+    for (const Call& one : calls())
         if (one.name == "SCardTransmit")
-            texts.emplace_back();
-        for (const unsigned char byte : one.command)
-            texts.back().append(1, "0123456789ABCDEF"[byte >> 4]).append(1, "0123456789ABCDEF"[byte & 15]);
-    }
+            texts.push_back(vcard::toHex(one.command));
     return texts;
 }
 int callCount(const std::string& name)
@@ -293,19 +296,19 @@ int callCount(const std::string& name)
 }
 void failCall(const std::string& name, long result, int nth, int times)
 {
-    locked([&] { s.plans.push_back({name, result, {}, nth - 1, times}); });
+    locked([&] { s.plans.push_back({name, nth - 1, times, result}); });
+}
+void replaceAnswer(const Bytes& answer, int nth)
+{
+    locked([&] { s.plans.push_back({"answer", nth - 1, 1, 0, answer}); });
 }
 void beforeCall(const std::string& name, int nth, std::function<void()> action)
 {
-    locked([&] { s.plans.push_back({name, 0, {}, nth - 1, 1, std::move(action)}); });
+    locked([&] { s.plans.push_back({name, nth - 1, 1, 0, {}, std::move(action)}); });
 }
 void forgetPlans()
 {
     locked([] { s.plans.clear(); });
-}
-void replaceAnswer(const Bytes& answer, int nth)
-{
-    locked([&] { s.plans.push_back({"answer", 0, answer, nth - 1, 1}); });
 }
 void awaitBlockedWaits(int count, const std::function<void()>& action)
 {
@@ -333,9 +336,8 @@ const SCARD_IO_REQUEST g_rgSCardRawPci = {SCARD_PROTOCOL_RAW, sizeof(SCARD_IO_RE
 
 LONG SCardEstablishContext(DWORD, LPCVOID, LPCVOID, LPSCARDCONTEXT context)
 {
-    return call("SCardEstablishContext", [&](Call&) {
-        if (!s.runs)
-            return SCARD_E_NO_SERVICE;
+    return call("SCardEstablishContext", [&] {
+        refuse(!s.runs, SCARD_E_NO_SERVICE);
         s.contexts[*context = ++lastId] = {};
         return SCARD_S_SUCCESS;
     });
@@ -343,30 +345,29 @@ LONG SCardEstablishContext(DWORD, LPCVOID, LPCVOID, LPSCARDCONTEXT context)
 LONG SCardReleaseContext(SCARDCONTEXT context)
 {
     // Handles of the context stay on the list, so that a leak shows.
-    return call("SCardReleaseContext", [&](Call&) {
-        const LONG rc = check(context);
-        if (rc == 0 || rc == SCARD_E_NO_SERVICE) {
-            s.contexts.erase(context);
-            endTransactions();
-        }
-        return rc;
+    return call("SCardReleaseContext", [&] {
+        const auto it = s.contexts.find(context);
+        refuse(it == s.contexts.end(), SCARD_E_INVALID_HANDLE);
+        refuse(it->second.waiting, SCARD_F_INTERNAL_ERROR);
+        endTransactions(context);
+        s.contexts.erase(it);
+        return SCARD_S_SUCCESS;
     });
 }
 LONG SCardIsValidContext(SCARDCONTEXT context)
 {
-    return call("SCardIsValidContext", [&](Call&) { return check(context); });
+    return call("SCardIsValidContext", [&] { return check(context), SCARD_S_SUCCESS; });
 }
 LONG SCardListReaders(SCARDCONTEXT context, LPCSTR, LPSTR names, LPDWORD length)
 {
-    return call("SCardListReaders", [&](Call&) {
+    return call("SCardListReaders", [&] {
+        check(context);
         std::string list;
         for (const Reader& reader : s.readers)
             list += reader.attached ? reader.name + '\0' : "";
-        if (check(context) != 0 || list.empty())
-            return check(context) != 0 ? check(context) : SCARD_E_NO_READERS_AVAILABLE;
+        refuse(list.empty(), SCARD_E_NO_READERS_AVAILABLE);
         const DWORD room = std::exchange(*length, list.size() + 1);
-        if (room < *length)
-            return SCARD_E_INSUFFICIENT_BUFFER;
+        refuse(room < *length, SCARD_E_INSUFFICIENT_BUFFER);
         std::memcpy(names, list.c_str(), *length);
         return SCARD_S_SUCCESS;
     });
@@ -374,82 +375,76 @@ LONG SCardListReaders(SCARDCONTEXT context, LPCSTR, LPSTR names, LPDWORD length)
 LONG SCardConnect(SCARDCONTEXT context, LPCSTR name, DWORD, DWORD protocols, LPSCARDHANDLE handle,
                   LPDWORD active)
 {
-    return call("SCardConnect", [&](Call&) {
-        Handle fresh{context, find(name), {}};
-        if (check(context) != 0 || fresh.reader == nullptr || !fresh.reader->attached)
-            return check(context) != 0 ? check(context) : SCARD_E_UNKNOWN_READER;
-        const LONG rc = connect(fresh, protocols, active);
-        if (rc == 0)
-            s.handles[*handle = ++lastId] = fresh;
-        return rc;
+    return call("SCardConnect", [&] {
+        check(context);
+        Handle fresh{context, findReader(name), {}};
+        refuse(fresh.reader == nullptr || !fresh.reader->attached, SCARD_E_UNKNOWN_READER);
+        connect(fresh, protocols, *active);
+        s.handles[*handle = ++lastId] = fresh;
+        return SCARD_S_SUCCESS;
     });
 }
-LONG SCardReconnect(SCARDHANDLE handle, DWORD, DWORD protocols, DWORD action, LPDWORD active)
+LONG SCardReconnect(SCARDHANDLE number, DWORD, DWORD protocols, DWORD action, LPDWORD active)
 {
-    return call("SCardReconnect", [&](Call&) {
-        if (checkHandle(handle) == SCARD_E_INVALID_HANDLE)
-            return SCARD_E_INVALID_HANDLE;
-        Reader& reader = *s.handles[handle].reader;
-        if (action == SCARD_RESET_CARD && reader.card)
-            reader.card->reset(), ++reader.resets;
-        return connect(s.handles[handle], protocols, active);
+    return call("SCardReconnect", [&] {
+        Handle& handle = findHandle(number);
+        if (action == SCARD_RESET_CARD && handle.reader->card)
+            handle.reader->resetCard();
+        connect(handle, protocols, *active);
+        return SCARD_S_SUCCESS;
     });
 }
-LONG SCardDisconnect(SCARDHANDLE handle, DWORD disposition)
+LONG SCardDisconnect(SCARDHANDLE number, DWORD disposition)
 {
-    return call("SCardDisconnect", [&](Call&) {
-        if (disposition != SCARD_LEAVE_CARD)
-            return SCARD_E_INVALID_VALUE; // the library never resets a card that others share
-        for (Reader& reader : s.readers)
-            reader.transaction = reader.transaction == handle ? 0 : reader.transaction;
-        return s.handles.erase(handle) != 0 ? SCARD_S_SUCCESS : SCARD_E_INVALID_HANDLE;
+    return call("SCardDisconnect", [&] {
+        const auto it = s.handles.find(number);
+        refuse(it == s.handles.end(), SCARD_E_INVALID_HANDLE);
+        refuse(disposition != SCARD_LEAVE_CARD, SCARD_E_INVALID_VALUE); // others share the card
+        SCARDHANDLE& owner = it->second.reader->transaction;
+        owner = owner == number ? 0 : owner;
+        s.handles.erase(it);
+        return SCARD_S_SUCCESS;
     });
 }
-LONG SCardBeginTransaction(SCARDHANDLE handle)
+LONG SCardBeginTransaction(SCARDHANDLE number)
 {
-    return call("SCardBeginTransaction", [&](Call&) {
-        if (checkHandle(handle) != 0)
-            return checkHandle(handle);
-        SCARDHANDLE& owner = s.handles[handle].reader->transaction;
+    return call("SCardBeginTransaction", [&] {
+        SCARDHANDLE& owner = findUnchanged(number).reader->transaction;
         std::unique_lock<std::mutex> lock(mutex, std::adopt_lock);
-        changed.wait(lock, [&] { return owner == 0 || owner == handle; });
+        changed.wait(lock, [&] { return owner == 0 || owner == number; });
         lock.release();
-        owner = handle;
-        return checkHandle(handle);
+        findUnchanged(number);
+        owner = number;
+        return SCARD_S_SUCCESS;
     });
 }
-LONG SCardEndTransaction(SCARDHANDLE handle, DWORD disposition)
+LONG SCardEndTransaction(SCARDHANDLE number, DWORD disposition)
 {
-    return call("SCardEndTransaction", [&](Call&) {
-        if (checkHandle(handle) == SCARD_E_INVALID_HANDLE || disposition != SCARD_LEAVE_CARD)
-            return SCARD_E_INVALID_VALUE;
-        SCARDHANDLE& owner = s.handles[handle].reader->transaction;
-        if (owner != handle)
-            return SCARD_E_NOT_TRANSACTED;
+    return call("SCardEndTransaction", [&] {
+        SCARDHANDLE& owner = findHandle(number).reader->transaction;
+        refuse(disposition != SCARD_LEAVE_CARD, SCARD_E_INVALID_VALUE);
+        refuse(owner != number, SCARD_E_NOT_TRANSACTED);
         owner = 0;
         return SCARD_S_SUCCESS;
     });
 }
-LONG SCardStatus(SCARDHANDLE handle, LPSTR, LPDWORD, LPDWORD, LPDWORD, LPBYTE, LPDWORD)
+LONG SCardStatus(SCARDHANDLE number, LPSTR, LPDWORD, LPDWORD, LPDWORD, LPBYTE, LPDWORD)
 {
-    return call("SCardStatus", [&](Call&) { return checkHandle(handle); });
+    return call("SCardStatus", [&] { return findUnchanged(number), SCARD_S_SUCCESS; });
 }
 LONG SCardGetStatusChange(SCARDCONTEXT context, DWORD timeout, SCARD_READERSTATE* states, DWORD count)
 {
-    return call("SCardGetStatusChange", [&](Call&) {
-        if (check(context) != 0)
-            return check(context);
-        const auto isUnknown = [](const SCARD_READERSTATE& state) {
-            const Reader* reader = find(state.szReader);
-            return !isNotification(state.szReader) && (reader == nullptr || reader->forgotten);
-        };
-        if (std::any_of(states, states + count, isUnknown))
-            return SCARD_E_UNKNOWN_READER;
+    return call("SCardGetStatusChange", [&] {
+        check(context);
+        for (SCARD_READERSTATE* state = states; state != states + count; ++state) {
+            const Reader* reader = findReader(state->szReader);
+            refuse(!isNotification(state->szReader) && (reader == nullptr || reader->forgotten),
+                   SCARD_E_UNKNOWN_READER);
+        }
         const DWORD readers = s.attached();
         if (refresh(states, count, readers))
             return SCARD_S_SUCCESS;
-        if (timeout == 0)
-            return SCARD_E_TIMEOUT;
+        refuse(timeout == 0, SCARD_E_TIMEOUT);
         // A cancel that came before this is lost, as in the real service.
         Context& own = s.contexts[context] = {true, false, false, eventfd(0, EFD_CLOEXEC)};
         wakeAll();
@@ -465,39 +460,32 @@ LONG SCardGetStatusChange(SCARDCONTEXT context, DWORD timeout, SCARD_READERSTATE
 }
 LONG SCardCancel(SCARDCONTEXT context)
 {
-    return call("SCardCancel", [&](Call&) {
-        if (s.contexts.count(context) == 0)
-            return SCARD_E_INVALID_HANDLE;
+    return call("SCardCancel", [&] {
+        refuse(s.contexts.count(context) == 0, SCARD_E_INVALID_HANDLE);
         s.contexts[context].cancelled = true;
         wakeAll();
         return SCARD_S_SUCCESS;
     });
 }
-LONG SCardTransmit(SCARDHANDLE handle, const SCARD_IO_REQUEST* pci, LPCBYTE command, DWORD length,
+LONG SCardTransmit(SCARDHANDLE number, const SCARD_IO_REQUEST* pci, LPCBYTE command, DWORD length,
                    SCARD_IO_REQUEST*, LPBYTE answer, LPDWORD answerLength)
 {
-    return call(
-        "SCardTransmit",
-        [&](Call& record) {
-            if (checkHandle(handle) != 0 || length < 4)
-                return checkHandle(handle) != 0 ? checkHandle(handle) : SCARD_E_INVALID_PARAMETER;
-            const Handle connected = s.handles[handle];
-            const SCARDHANDLE owner = connected.reader->transaction;
-            if (owner != 0 && owner != handle)
-                return SCARD_E_SHARING_VIOLATION;
-            if (pci->dwProtocol != connected.then.protocol())
-                return SCARD_E_PROTO_MISMATCH;
-            Plan plan{};
-            if (!due("answer", plan)) {
-                const Unlocked unlocked; // a card may pull itself out of the reader
-                plan.answer = connected.then.card->transmit(record.command);
-            }
-            record.answer = plan.answer;
-            if (record.answer.size() > *answerLength)
-                return SCARD_E_INSUFFICIENT_BUFFER;
-            std::copy(record.answer.begin(), record.answer.end(), answer);
-            *answerLength = record.answer.size();
-            return SCARD_S_SUCCESS;
-        },
-        Bytes(command, command + length));
+    const Bytes sent(command, command + length);
+    const auto transmit = [&] {
+        const Handle handle = findUnchanged(number);
+        refuse(length < 4, SCARD_E_INVALID_PARAMETER);
+        const SCARDHANDLE owner = handle.reader->transaction;
+        refuse(owner != 0 && owner != number, SCARD_E_SHARING_VIOLATION);
+        refuse(pci->dwProtocol != handle.then.protocol(), SCARD_E_PROTO_MISMATCH);
+        std::optional<Plan> plan = due("answer");
+        if (!plan) {
+            const Unlocked unlocked; // a card may pull itself out of the reader
+            plan = Plan{"", 0, 0, 0, handle.then.card->transmit(sent)};
+        }
+        refuse(plan->answer.size() > *answerLength, SCARD_E_INSUFFICIENT_BUFFER);
+        std::copy(plan->answer.begin(), plan->answer.end(), answer);
+        *answerLength = plan->answer.size();
+        return SCARD_S_SUCCESS;
+    };
+    return call("SCardTransmit", transmit, sent);
 }

@@ -35,12 +35,11 @@ void removeCard(int reader);
 /// Another application resets the card: open handles see SCARD_W_RESET_CARD until they reconnect.
 void resetCard(int reader);
 
-/// One call of the library. `name` is the function's; `command` and `answer` are filled for SCardTransmit.
+/// One call of the library; `command` is that of SCardTransmit.
 struct Call {
     std::string name;
-    long result = 0;
+    long result;
     Bytes command;
-    Bytes answer;
 };
 /// All calls since the last clearCalls().
 std::vector<Call> calls();
