@@ -104,18 +104,6 @@ protected:
         std::snprintf(code, sizeof code, " %lx", static_cast<unsigned long>(rv));
         return code;
     }
-    /// The texts of the failures since the last call, what and where.
-    static std::string failures(TraceFile& trace)
-    {
-        std::string text;
-        for (const std::string& line : trace.news()) {
-            if (line.rfind("ex.what():", 0) == 0)
-                text += "(" + line.substr(12) + "|";
-            else if (line.rfind("ex.where():", 0) == 0)
-                text += line.substr(13) + ")";
-        }
-        return text;
-    }
     /// Codes by call, in hexadecimal, and the texts of their failures.
     std::string codes(const Family& family, TraceFile& trace)
     {
@@ -133,7 +121,7 @@ protected:
             text += name;
             for (const CK_RV rv : rvs)
                 text += hex(rv);
-            text += " " + failures(trace) + "\n";
+            text += " " + trace.failures() + "\n";
         };
         std::vector<CK_RV> create;
         for (kind = CKO_DATA; kind <= CKO_SECRET_KEY + 1; ++kind)
@@ -179,7 +167,7 @@ protected:
         const auto reopen = [&] {
             C_CloseSession(m_session);
             EXPECT_EQ(open(), CKR_OK);
-            failures(trace);
+            trace.failures();
         };
         for (const CK_MECHANISM_TYPE type : {CKM_RSA_PKCS, CKM_RSA_X_509}) {
             CK_MECHANISM_INFO info{};
@@ -223,7 +211,7 @@ protected:
             login("123456");
             fakepcsc::clearCalls();
             text += use.name + hex(use.run());
-            text += failures(trace);
+            text += trace.failures();
             const int commands = fakepcsc::callCount("SCardTransmit");
             for (const unsigned status : {0x6A80, 0x63C2, 0x6983}) {
                 text += ", refused with " + vcard::toHex(vcard::twoBytes(status)) + ":";
@@ -232,12 +220,19 @@ protected:
                     login("123456");
                     fakepcsc::replaceAnswer(vcard::twoBytes(status), nth);
                     text += hex(use.run());
-                    text += failures(trace);
+                    text += trace.failures();
                     fakepcsc::forgetPlans();
                 }
             }
             text += "\n";
         }
+        reopen();
+        login("123456");
+        note("logged out", {C_SignInit(m_session, &rsa, mine), C_Logout(m_session),
+                            C_Sign(m_session, in, 8, out, &(length = sizeof out)), login("123456"),
+                            C_DecryptInit(m_session, &rsa, mine), C_Logout(m_session),
+                            C_Decrypt(m_session, in, 8, out, &(length = sizeof out)),
+                            encrypt(theirs, CKM_RSA_PKCS, {1}).rv, verify(theirs, CKM_RSA_PKCS, {1}, {1})});
         // With so many objects in the end.
         text += "begin, refused with 6A82:";
         const auto refused = [&](int nth) {
@@ -246,7 +241,7 @@ protected:
             fakepcsc::replaceAnswer({0x6A, 0x82}, nth);
             CK_TOKEN_INFO info{};
             text += hex(C_GetTokenInfo(1, &info));
-            text += failures(trace);
+            text += trace.failures();
             const int commands = fakepcsc::callCount("SCardTransmit");
             fakepcsc::forgetPlans();
             reopen();
@@ -256,7 +251,7 @@ protected:
         for (int nth = 1; refused(nth); ++nth)
             ;
         text += "\n";
-        failures(trace);
+        trace.failures();
         note("token", {C_InitToken(1, in, 8, label)});
         return text;
     }

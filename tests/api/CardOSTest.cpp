@@ -1,7 +1,10 @@
 #include "tests/support/CryptokiFixture.h"
+#include "tests/support/ScriptedCard.h"
 #include "tools/vcard/CardOSCard.h"
 
 namespace {
+
+using scripted::bytes;
 
 /// Cards before V5.0 (false) and of V5.0 (true), through the C_ functions.
 class CardOSTest : public CryptokiFixture, public ::testing::WithParamInterface<bool> {
@@ -17,6 +20,14 @@ protected:
     {
         ASSERT_NO_FATAL_FAILURE(start(m_card));
         ASSERT_EQ(login("123456"), CKR_OK);
+    }
+    static void answer(const std::string& text, int nth) { fakepcsc::replaceAnswer(bytes(text), nth); }
+    /// What a use of the public key finds out when the card computes this block.
+    CK_RV verifyBlock(CK_MECHANISM_TYPE type, const std::string& block, const Bytes& data)
+    {
+        // The desktop edition does not trust what other programs may have selected.
+        answer(block + "9000", GetParam() ? 4 + isDesktop() : 9 + 2 * isDesktop());
+        return verify(find(CKO_PUBLIC_KEY), type, data, Bytes(128, 0x77));
     }
 
     std::shared_ptr<vcard::CardOSCard> m_card;
@@ -43,6 +54,7 @@ TEST_P(CardOSTest, ASearchReadsOnlyWhatDecides)
     EXPECT_TRUE(fakepcsc::sentAPDUs().empty());
     EXPECT_EQ(findAll({valueEntry, {CKA_CLASS, &certificates, sizeof certificates}}).size(), 1);
     EXPECT_EQ(fakepcsc::sentAPDUs().size(), 3 + value.size() / 241 + 1); // one file
+    EXPECT_EQ(attribute(find(CKO_DATA), CKA_VALUE).bytes, Bytes(300, 0x2A));
 }
 
 TEST_P(CardOSTest, ResultsStandUpToLibcrypto)
@@ -51,7 +63,6 @@ TEST_P(CardOSTest, ResultsStandUpToLibcrypto)
     const auto publicKey = publicKeyOf(m_card->certificate());
     const CK_OBJECT_HANDLE mine = find(CKO_PRIVATE_KEY);
     const CK_OBJECT_HANDLE theirs = find(CKO_PUBLIC_KEY);
-    EXPECT_EQ(attribute(find(CKO_DATA), CKA_VALUE).bytes, Bytes(300, 0x2A));
     const Bytes signature = sign(mine, CKM_RSA_PKCS, m_data).bytes;
     EXPECT_EQ(verify(theirs, CKM_RSA_PKCS, vcard::fromText("another"), signature), CKR_SIGNATURE_INVALID);
     EXPECT_EQ(verify(theirs, CKM_RSA_X_509, m_data, sign(mine, CKM_RSA_X_509, m_data).bytes), CKR_OK);
@@ -62,6 +73,48 @@ TEST_P(CardOSTest, ResultsStandUpToLibcrypto)
     const Bytes block = vcard::join({Bytes(m_card->key().size() - m_data.size()), m_data});
     EXPECT_EQ(decrypt(mine, CKM_RSA_X_509, encryptFor(publicKey, block, RSA_NO_PADDING)).bytes,
               GetParam() ? block : m_data);
+    // Too much data: the block keeps eight bytes of filler and grows beyond the key.
+    EXPECT_EQ(sign(mine, CKM_RSA_PKCS, Bytes(block.size() - 10, 1)).rv, CKR_DEVICE_ERROR);
+    EXPECT_EQ(vcard::fromHex(fakepcsc::sentAPDUs().back()).size(),
+              GetParam() ? 7 + 1 + 257 + 2 : 5 + 1 + 129 + 1);
+}
+
+TEST_P(CardOSTest, LengthsAndAccess)
+{
+    ASSERT_NO_FATAL_FAILURE(start(m_card));
+    EXPECT_EQ(encrypt(find(CKO_PUBLIC_KEY), CKM_RSA_PKCS, m_data).rv,
+              GetParam() ? CKR_OK : CKR_USER_NOT_LOGGED_IN);
+    for (const std::string& pin : {std::string(), std::string(256, '1')}) {
+        EXPECT_EQ(login(pin), CKR_PIN_LEN_RANGE);
+        EXPECT_EQ(setPin("123456", pin), CKR_PIN_LEN_RANGE);
+    }
+    ASSERT_EQ(login("123456"), CKR_OK);
+    if (!GetParam()) {
+        // A security environment that is not restored ends a signature without result and without error.
+        attribute(find(CKO_PRIVATE_KEY), CKA_MODULUS);
+        answer("6A82", 5);
+        EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).length, 0);
+    }
+}
+
+TEST_P(CardOSTest, ABlockThatIsNoSignatureIsRefused)
+{
+    begin();
+    attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS);
+    const std::string filler = "FFFFFFFFFFFFFFFFFFFFFF00";
+    EXPECT_EQ(verifyBlock(CKM_RSA_PKCS, "000001" + filler + "AABB", {0xAA, 0xBB}), CKR_OK);
+    for (const char* end : {"", "AA", "AABBCC", "AABC"})
+        EXPECT_EQ(verifyBlock(CKM_RSA_PKCS, "000001" + filler + end, {0xAA, 0xBB}), CKR_SIGNATURE_INVALID)
+            << end;
+    // Anything but filler leaves room for a cube that ends as it should.
+    for (const char* start : {"11FFFFFF", "FFFFFF11", "FFFF00FF"})
+        EXPECT_EQ(verifyBlock(CKM_RSA_PKCS, std::string("000001") + start + "00AABB", {0xAA, 0xBB}),
+                  CKR_SIGNATURE_INVALID)
+            << start;
+    for (const char* block : {"", "0000", "000001FFFFFFFF"})
+        EXPECT_EQ(verifyBlock(CKM_RSA_PKCS, block, {}), CKR_SIGNATURE_INVALID) << block;
+    EXPECT_EQ(verifyBlock(CKM_RSA_X_509, "000000AABB", {0x00, 0xAA, 0xBB}), CKR_OK);
+    EXPECT_EQ(verifyBlock(CKM_RSA_X_509, "000000AABBCC", {0xAA, 0xBB}), CKR_SIGNATURE_INVALID);
 }
 
 TEST_P(CardOSTest, OddAndDamagedFiles)
@@ -81,6 +134,86 @@ TEST_P(CardOSTest, OddAndDamagedFiles)
     EXPECT_EQ(C_GetTokenInfo(1, &info), CKR_TOKEN_NOT_RECOGNIZED);
 }
 
+TEST_P(CardOSTest, KeysAreReadFromAFileOrWithTheirSign)
+{
+    const std::string modulus = "C15A5A5A5A5A5A5A5A5A5A5A5A5A5A5A";
+    begin();
+    if (GetParam()) {
+        answer("7F4918 811100" + modulus + "82030100019000", 4);
+        EXPECT_EQ(number(find(CKO_PUBLIC_KEY), CKA_MODULUS_BITS), 128); // the sign byte counts as nothing
+        answer("7F4918 811100" + modulus + "82030100019000", 4);
+        EXPECT_EQ(attribute(find(CKO_PRIVATE_KEY), CKA_MODULUS).bytes, bytes("00" + modulus));
+        EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data, 15).length, 16);
+        return;
+    }
+    answer("6981", 5);
+    answer("7F4916 021100" + modulus + "020103 9000", 6);
+    EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS).bytes, bytes(modulus));
+    EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_PUBLIC_EXPONENT).bytes, Bytes(1, 0x03));
+    answer("6981", 5);
+    answer("7F4916 0211 9000", 6); // cut off: no modulus, and no signature
+    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_ERROR);
+}
+
+// Length bytes wrap modulo 256, long data fields make extended commands.
+TEST_P(CardOSTest, LongKeys)
+{
+    vcard::CardOSOptions options;
+    options.isV50 = GetParam();
+    options.rsaBits = 2048;
+    m_card = std::make_shared<vcard::CardOSCard>(options);
+    begin();
+    const auto shortest = [&](int size) {
+        decrypt(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, Bytes(size));
+        return fakepcsc::sentAPDUs().back().substr(0, 14);
+    };
+    EXPECT_EQ(shortest(248), "002A8086F90000");
+    EXPECT_EQ(shortest(249), "002A80860000FA");
+    const auto publicKey = publicKeyOf(m_card->certificate());
+    EXPECT_EQ(decrypt(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, encryptFor(publicKey, m_data)).bytes, m_data);
+    if (GetParam())
+        return;
+    std::string modulus;
+    while (modulus.size() < 504)
+        modulus += "C3";
+    answer("10010100" + modulus + "6104", 5);
+    answer("C3C3C3C3 9000", 6);
+    EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS).length, 256);
+    fakepcsc::clearCalls();
+    EXPECT_EQ(encrypt(find(CKO_PUBLIC_KEY), CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_ERROR);
+    EXPECT_EQ(fakepcsc::sentAPDUs().at(3 + 2 * isDesktop()),
+              "00DA016E1C83022002850821000C0FFFFF0000860801010101010101018F020100" + modulus + "C3C3C3C3");
+}
+
 INSTANTIATE_TEST_SUITE_P(Generations, CardOSTest, ::testing::Bool());
+
+class CardOSModels : public CryptokiFixture {};
+
+TEST_F(CardOSModels, EachVersionHasItsModel)
+{
+    std::istringstream rows(
+        "C802:M4.0 C803:M4.01 C804:M4.01a C806:V4.2 C807:V4.3 C808:V4.3b C809:V4.2b C80A:V4.2b "
+        "C80B:V4.2c C80C:V4.2cDI C80D:V4.4 C901:V5.0 C805: C902:");
+    const auto card = std::make_shared<vcard::CardOSCard>();
+    for (std::string row; rows >> row;) {
+        const std::string model = row.size() == 5 ? "unknown" : "CardOS " + row.substr(5);
+        const bool isV50 = model == "CardOS V5.0";
+        // Older cards are asked for the package with longer keys.
+        const bool isAsked = row < "C807" || model == "unknown";
+        fakepcsc::replaceAnswer(bytes(row.substr(0, 4) + "9000"), 2);
+        fakepcsc::replaceAnswer(bytes("00012345 9000"), 3);
+        ASSERT_NO_FATAL_FAILURE(start(card));
+        const CK_TOKEN_INFO info = tokenInfo();
+        EXPECT_EQ(std::string(std::begin(info.model), std::end(info.model)).find(model + "  "), 0) << row;
+        EXPECT_EQ(info.manufacturerID[0], isV50 ? 'A' : 'S') << row;
+        EXPECT_EQ(info.ulFreePrivateMemory, isV50 ? 0x12345 : 1) << row;
+        CK_MECHANISM_INFO mechanism{};
+        fakepcsc::replaceAnswer(bytes(row < "C804" ? "E10901041C02C8068F010177 9000" : "E1 9000"));
+        EXPECT_EQ(C_GetMechanismInfo(1, CKM_RSA_X_509, &mechanism), CKR_OK);
+        EXPECT_EQ(mechanism.ulMaxKeySize, isV50 ? 4096 : isAsked && row > "C804" ? 1024 : 2048) << row;
+        TearDown();
+        SetUp();
+    }
+}
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "tests/support/CryptokiFixture.h"
+#include "tests/support/TraceFile.h"
 #include "tools/vcard/PivCard.h"
 
 #include <zlib.h>
@@ -44,16 +45,23 @@ TEST_F(PivTest, TokenAndObjectsShowWhatTheCardHolds)
     ASSERT_EQ(login("123456"), CKR_OK);
     ASSERT_EQ(findAll().size(), 12U);
     CK_OBJECT_HANDLE handle = 0;
-    for (const auto& [reference, bits] :
-         {std::pair(0x9A, 2048), std::pair(0x9C, 1024), std::pair(0x9D, 2048), std::pair(0x9E, 0)}) {
-        Bytes modulus = bits ? vcard::RsaKey::get(bits, reference).modulus() : Bytes();
+    for (const auto& [reference, id] : {std::pair(0x9A, "9A07"), std::pair(0x9C, "9C06"),
+                                        std::pair(0x9D, "9D07"), std::pair(0x9E, "9E07")}) {
         EXPECT_EQ(attribute(handle + 1, CKA_VALUE).bytes,
                   m_card->certificate(static_cast<unsigned char>(reference)));
-        EXPECT_EQ(vcard::toHex(attribute(handle += 3, CKA_ID).bytes),
-                  vcard::toHex({static_cast<unsigned char>(reference)}) + (bits == 1024 ? "06" : "07"));
-        EXPECT_EQ(findAll({{CKA_MODULUS, modulus.data(), modulus.size()}}).size(), 2U);
-        EXPECT_TRUE(findAll({{CKA_PRIVATE_EXPONENT, nullptr, 0}}).empty());
+        EXPECT_EQ(vcard::toHex(attribute(handle += 3, CKA_ID).bytes), id);
     }
+    EXPECT_TRUE(findAll({{CKA_PRIVATE_EXPONENT, nullptr, 0}}).empty());
+}
+
+TEST_F(PivTest, SelectionHasASecondForm)
+{
+    fakepcsc::insertCard(fakepcsc::addReader("Reader"), std::make_shared<vcard::PivCard>());
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    fakepcsc::replaceAnswer({0x6A, 0x86});
+    fakepcsc::replaceAnswer({0x90, 0x01}, 2);
+    EXPECT_EQ(tokenInfo().label[0], 'P');
+    EXPECT_EQ(fakepcsc::sentAPDUs().at(1), "00A4040C0BA000000308000010000100");
 }
 
 TEST_F(PivTest, SignaturesStandUpAndMessagesAreRead)
@@ -87,26 +95,64 @@ TEST_F(PivTest, SignaturesStandUpAndMessagesAreRead)
         EXPECT_EQ(decrypt(reader, CKM_RSA_X_509, encryptFor(owner, block, RSA_NO_PADDING)).bytes, block);
         const Bytes raw = sign(key, CKM_RSA_PKCS, vcard::join({block, data})).bytes;
         EXPECT_EQ(vcard::RsaKey::publicOperation(attribute(key, CKA_MODULUS).bytes, {1, 0, 1}, raw), block);
+        EXPECT_EQ(sign(key, CKM_RSA_PKCS, Bytes(253, 1)).length, 256U); // leaves no room for filler
         fakepcsc::clearCalls();
         EXPECT_EQ(sign(key, CKM_RSA_PKCS, Bytes(254, 1)).rv, CKR_DATA_LEN_RANGE);
+        EXPECT_EQ(sign(key, CKM_RSA_PKCS, data, 255).length, 256U);
         EXPECT_EQ(fakepcsc::callCount("SCardTransmit"), 0);
         EXPECT_EQ(sign(key, CKM_RSA_X_509, data).rv, isDesktop() ? CKR_OK : CKR_MECHANISM_INVALID);
         C_Finalize(nullptr);
     }
 }
 
-TEST_F(PivTest, AChangedPinIsReplayedAndWrongOnesLock)
+TEST_F(PivTest, EachPieceOfALongCommandMustSucceedAndTheErrorOfAShortOneIsAnEmptyResult)
 {
+    if (isDesktop())
+        GTEST_SKIP() << "selects on the way";
+    TraceFile trace;
     startPiv();
+    ASSERT_EQ(login("123456"), CKR_OK);
+    const struct {
+        size_t key; // of 2048 bits and of 1024
+        const char *first, *second, *result;
+        CK_RV rv = CKR_OK;
+    } rows[] = {{0, "9001", "7C038201779001", "77"},
+                {0, "6883", "", "", CKR_DEVICE_ERROR},
+                {0, "9000", "6982", "", CKR_DEVICE_ERROR},
+                {1, "7C04820211229001", "", "1122"},
+                {1, "7C0582036103", "1122339000", "112233"},
+                {1, "6982", "", ""},
+                {1, "7C04829000", "", ""}};
+    for (const auto& row : rows) {
+        fakepcsc::replaceAnswer(vcard::fromHex(row.first), 2);
+        fakepcsc::replaceAnswer(vcard::fromHex(row.second), 3);
+        const Outcome signature = sign(find(CKO_PRIVATE_KEY, row.key), CKM_RSA_PKCS, {1, 2});
+        fakepcsc::forgetPlans();
+        EXPECT_EQ(signature.rv, row.rv) << row.first << row.second;
+        EXPECT_EQ(vcard::toHex(signature.bytes), row.result);
+    }
+    EXPECT_EQ(trace.failures(), "(GENERAL AUTHENTICATE first command failed|PIVJavaToken::GeneralAuth)"
+                                "(GENERAL AUTHENTICATE last command failed|PIVJavaToken::GeneralAuth)");
+}
+
+TEST_F(PivTest, PinsAreChangedByTheirOwnersAndAreEightCharactersAtMost)
+{
+    vcard::PivOptions options;
+    options.verifiesPuk = true;
+    startPiv(options);
     EXPECT_EQ(setPin("123456", "654321"), CKR_OK);
-    EXPECT_EQ(login("123456"), CKR_PIN_INCORRECT);
+    fakepcsc::clearCalls();
+    EXPECT_EQ(login("123456789"), CKR_PIN_LEN_RANGE);
+    EXPECT_EQ(setPin("123456789", "123456"), CKR_PIN_LEN_RANGE);
+    EXPECT_EQ(fakepcsc::callCount("SCardTransmit"), 0);
+    EXPECT_EQ(setPin("654321", "123456789"), CKR_PIN_INCORRECT);
     ASSERT_EQ(login("654321"), CKR_OK);
     EXPECT_EQ(setPin("654321", "77777777"), CKR_OK);
-    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY, 1), CKM_RSA_PKCS, Bytes(20)).length, 128U);
+    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY, 1), CKM_RSA_PKCS, Bytes(20)).length, 128U); // the new one is shown
     ASSERT_EQ(C_Logout(m_session), CKR_OK);
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(login("000000"), CKR_PIN_INCORRECT);
-    EXPECT_EQ(login("77777777"), CKR_PIN_LOCKED);
+    ASSERT_EQ(login("12345678", CKU_SO), CKR_OK);
+    EXPECT_EQ(setPin("12345678", "87654321"), CKR_OK);
+    EXPECT_EQ(C_Logout(m_session) | login("87654321", CKU_SO), CKR_OK);
 }
 
 TEST_F(PivTest, OddContainersCostNoMoreThanTheirOwnObjects)

@@ -1,5 +1,5 @@
-#include "pkcs11/token/Hex.h"
 #include "tests/support/ReaderFixture.h"
+#include "tests/support/TlvText.h"
 
 #include <winscard.h>
 
@@ -14,10 +14,8 @@ protected:
     std::string send(const std::string& command)
     {
         Blob answer;
-        const int sw = m_slot->SendCmd(PKCS11_hex2blob(command.c_str()), answer);
-        char text[8];
-        std::snprintf(text, sizeof text, "%04X ", static_cast<unsigned>(sw));
-        return text + PKCS11_blob2hex(answer);
+        const int sw = m_slot->SendCmd(hex(command), answer);
+        return vcard::toHex(vcard::twoBytes(static_cast<unsigned>(sw))) + PKCS11_blob2hex(answer);
     }
     std::string sendFails(const std::string& command)
     {
@@ -27,52 +25,43 @@ protected:
 
 std::string repeated(const std::string& byte, int count)
 {
-    std::string text;
-    while (count-- > 0)
-        text += byte;
-    return text;
+    return count == 0 ? "" : byte + repeated(byte, count - 1);
 }
 
-TEST_F(Transport, AppliesTheRulesForWrongLengthAndWaitingData)
+TEST_F(Transport, FramesCommandsAndCollectsAnswers)
 {
     scripted::Card& card = connect();
-    card.expect("00A40000", "6C10").expect("00A40000 10", "AA 9000");
-    EXPECT_EQ(send("00A40000"), "9000 AA");
-    card.expect("00B0000000", "6C08").expect("00B0000008", "6120").expect("00C0000020", "BB 6105");
-    EXPECT_EQ(send("00B0000000"), "6105 BB");
-    card.expect("00B0000000", "CC 6120");
-    EXPECT_EQ(send("00B0000000"), "6120 CC");
-    card.expect("00B0000000", "6C08").expect("00B0000008", "6C09");
-    EXPECT_EQ(send("00B0000000"), "6C09 ");
-    card.expect("00CB3FFF 000005 5C035FC105 0000", "6C20")
-        .expect("00CB3FFF 000005 5C035FC105 0020", "DD 9000");
-    EXPECT_EQ(send("00CB3FFF0000055C035FC1050000"), "9000 DD");
+    // What goes to the card with its answers, and what is made of them.
+    for (const auto& [script, answer] :
+         {std::pair("00B0000000:6C08 00B0000008:6120 00C0000020:BB6105", "6105BB"),
+          {"00B0000000:CC6120", "6120CC"},
+          {"00B0000000:6C08 00B0000008:6C09", "6C09"}}) {
+        card.expectAll(script);
+        EXPECT_EQ(send("00B0000000"), answer);
+    }
+    card.expectAll("00A40000:6C10 00A4000010:AA9000");
+    EXPECT_EQ(send("00A40000"), "9000AA");
+    card.expectAll("00CB3FFF0000055C035FC1050000:6C20 00CB3FFF0000055C035FC1050020:DD9000");
+    EXPECT_EQ(send("00CB3FFF0000055C035FC1050000"), "9000DD");
     char text[640];
     int length = 0;
-    card.expect("00B00000F1", "EE 9000");
+    card.expectAll("00B00000F1:EE9000");
     EXPECT_EQ(m_slot->SendCmd(std::string("00b00000F1"), text, &length), 0x9000);
     EXPECT_EQ(std::string(text, static_cast<std::size_t>(length)), "\xEE");
-}
 
-TEST_F(Transport, FramesDataAndCollectsChainedAnswers)
-{
-    scripted::Card& card = connect();
-    const Blob header = PKCS11_hex2blob("00870011");
+    const Blob header = hex("00870011");
     Blob answer;
-    card.expect("00870011 02 AABB 07", "9000").expect("00870011 00", "9000");
-    EXPECT_EQ(m_slot->Send(header, PKCS11_hex2blob("AABB"), 7, answer), 0x9000);
+    card.expectAll("0087001102AABB07 0087001100");
+    EXPECT_EQ(m_slot->Send(header, hex("AABB"), 7, answer), 0x9000);
     EXPECT_EQ(m_slot->Send(header, Blob()), 0x9000);
-    card.expect("00870011 01 AA", "01 6102").expect("00C0000002", "02 6100").expect("00C0000000", "03 6A82");
-    EXPECT_EQ(m_slot->SendCard(header, PKCS11_hex2blob("AA")), PKCS11_hex2blob("010203"));
-    card.expect("00870011 01 AA", "6C05");
-    EXPECT_EQ(m_slot->SendCard(header, PKCS11_hex2blob("AA")), Blob());
-    card.expect("00870011 00", "6102").expect("00C0000002", "02 6102").expect("00C0000002", "6102");
-    EXPECT_EQ(m_slot->SendCmdChained(PKCS11_hex2blob("0087001100"), answer), 0x6102);
-    EXPECT_EQ(answer, PKCS11_hex2blob("02"));
-
-    const vcard::Bytes endless = scripted::bytes(repeated("55", 256) + "6100");
+    card.expectAll("0087001101AA:016102 00C0000002:026100 00C0000000:036A82 0087001101AA:6C05");
+    EXPECT_EQ(m_slot->SendCard(header, hex("AA")), hex("010203"));
+    EXPECT_EQ(m_slot->SendCard(header, hex("AA")), Blob());
+    card.expectAll("0087001100:6102 00C0000002:026102 00C0000002:6102");
+    EXPECT_EQ(m_slot->SendCmdChained(hex("0087001100"), answer), 0x6102);
+    EXPECT_EQ(answer, hex("02"));
     for (int i = 0; i < 300; ++i)
-        fakepcsc::replaceAnswer(endless);
+        fakepcsc::replaceAnswer(scripted::bytes(repeated("55", 256) + "6100"));
     EXPECT_EQ(m_slot->SendCard(header, Blob()).size(), 0x10000);
 }
 
@@ -86,8 +75,8 @@ TEST_F(Transport, ReconnectsOnceWhenTheCardIsNotWhatItWas)
         const int resets = card.resets();
         fakepcsc::clearCalls();
         fakepcsc::failCall("SCardTransmit", result);
-        card.expect("00A40000", "9000");
-        EXPECT_EQ(send("00A40000"), "9000 ");
+        card.expectAll("00A40000");
+        EXPECT_EQ(send("00A40000"), "9000");
         EXPECT_EQ(card.resets(), resets + 1);
         EXPECT_EQ(fakepcsc::sentAPDUs(), APDUs({"00A40000", "00A40000"}));
     }
@@ -95,8 +84,8 @@ TEST_F(Transport, ReconnectsOnceWhenTheCardIsNotWhatItWas)
     EXPECT_EQ(sendFails("00A40000"), "5|PCSC driver failed|PCSCSlot::SendCmdIntern");
 
     // Another card, of the other protocol, in the middle of the work.
-    insert("", true).expect("00A40000", "6A82");
-    EXPECT_EQ(send("00A40000"), "6A82 ");
+    insert("", true).expectAll("00A40000:6A82");
+    EXPECT_EQ(send("00A40000"), "6A82");
     fakepcsc::removeCard(m_reader);
     EXPECT_EQ(sendFails("00A40000"), "5|reset error|PCSCSlot::ResetChannel");
     EXPECT_TRUE(m_slot->isConnected());
@@ -109,15 +98,15 @@ TEST_F(Transport, LeavesTheLengthOutWhereT0RefusesIt)
     for (const long result : {0x57L, SCARD_E_INVALID_PARAMETER}) {
         fakepcsc::clearCalls();
         fakepcsc::failCall("SCardTransmit", result);
-        card.expect("00A40400 01 AA", "9000");
-        EXPECT_EQ(send("00A4040001AA00"), "9000 ");
+        card.expectAll("00A4040001AA");
+        EXPECT_EQ(send("00A4040001AA00"), "9000");
         EXPECT_EQ(fakepcsc::sentAPDUs(), retried);
     }
     fakepcsc::clearCalls();
     fakepcsc::failCall("SCardTransmit", SCARD_W_RESET_CARD);
     fakepcsc::failCall("SCardTransmit", 0x57, 2);
-    card.expect("00A40400 01 AA", "9000");
-    EXPECT_EQ(send("00A4040001AA00"), "9000 ");
+    card.expectAll("00A4040001AA");
+    EXPECT_EQ(send("00A4040001AA00"), "9000");
     EXPECT_EQ(fakepcsc::sentAPDUs(), APDUs({retried[0], retried[0], retried[1]}));
 
     m_slot->CloseChannel();
@@ -156,14 +145,14 @@ TEST_F(Transport, ReadsFilesInChunksOf241Bytes)
     const std::string full = repeated("11", 241);
     Blob file;
     for (const std::string& end :
-         {std::string("6B00"), std::string("9000"), repeated("22", 240) + "9000", std::string("2222 6282")}) {
-        card.expect("00B00000F1", full + "9000").expect("00B000F1F1", end);
+         {std::string("6B00"), std::string("9000"), repeated("22", 240) + "9000", std::string("22226282")}) {
+        card.expectAll("00B00000F1:" + full + "9000 00B000F1F1:" + end);
         EXPECT_EQ(m_slot->ReadBinary(file), 0x9000) << end;
-        EXPECT_EQ(file.size(), 241 + static_cast<int>(scripted::bytes(end).size()) - 2) << end;
+        EXPECT_EQ(PKCS11_blob2hex(file), full + end.substr(0, end.size() - 4));
     }
-    for (const char* refusal : {"6B00", "6A82"}) {
-        card.expect("00B00000F1", refusal);
-        EXPECT_EQ(m_slot->ReadBinary(file), PKCS11_hex2blob(refusal)[0] << 8 | PKCS11_hex2blob(refusal)[1]);
+    for (const int refusal : {0x6B00, 0x6A82}) {
+        fakepcsc::replaceAnswer(vcard::twoBytes(static_cast<unsigned>(refusal)));
+        EXPECT_EQ(m_slot->ReadBinary(file), refusal);
         EXPECT_TRUE(file.empty());
     }
     for (int i = 0; i < 17; ++i)
@@ -175,33 +164,31 @@ TEST_F(Transport, ReadsFilesInChunksOf241Bytes)
 TEST_F(Transport, ReadsFilesOfCardsThatInsistOnALength)
 {
     scripted::Card& card = connect();
-    card.expect("00B0000000", "6C40").expect("00B0000040", "6C40").expect("00B0000070", "010203 9000");
-    card.expect("00B0000300", "6700").expect("00B0000370", "04 9000").expect("00B0000400", "05 6282");
-    EXPECT_EQ(m_slot->ReadBinaryEF(), PKCS11_hex2blob("0102030405"));
-    card.expect("00B0000000", "6700").expect("00B0000070", "6700");
-    EXPECT_EQ(m_slot->ReadBinaryEF(), Blob());
-    card.expect("00B0000000", "01 9000").expect("00B0000100", "6B00");
-    EXPECT_EQ(m_slot->ReadBinaryEF(), PKCS11_hex2blob("01"));
+    for (const auto& [script, file] :
+         {std::pair("00B0000000:6C40 00B0000040:6C40 00B0000070:0102039000 00B0000300:6700 00B0000370:049000 "
+                    "00B0000400:056282",
+                    "0102030405"),
+          {"00B0000000:6700 00B0000070:6700", ""},
+          {"00B0000000:019000 00B0000100:6B00", "01"}}) {
+        card.expectAll(script);
+        EXPECT_EQ(m_slot->ReadBinaryEF(), hex(file));
+    }
     for (int i = 0; i < 129; ++i)
         fakepcsc::replaceAnswer(scripted::bytes(repeated("66", 256) + "9000"));
     EXPECT_EQ(m_slot->ReadBinaryEF().size(), 0x8000);
     EXPECT_EQ(fakepcsc::sentAPDUs().back(), "00B07F0000");
-}
-
-TEST_F(Transport, ReadsUnderT0WithTheLengthThatTheCardNames)
-{
-    connect(true).expect("00B0000000", "6C40").expect("00B0000040", "6C41").expect("00B0000041", "01 6282");
-    EXPECT_EQ(m_slot->ReadBinaryEF(), PKCS11_hex2blob("01"));
+    // Under T=0 with the length that the card names.
+    fakepcsc::forgetPlans();
+    m_slot->CloseChannel();
+    connect(true).expectAll("00B0000000:6C40 00B0000040:6C41 00B0000041:016282");
+    EXPECT_EQ(m_slot->ReadBinaryEF(), hex("01"));
 }
 
 TEST_F(Transport, SelectsApplicationsAndFiles)
 {
-    scripted::Card& card = connect();
-    card.expect("00A40404 02 A001", "6A86").expect("00A40400 02 A001", "6F05 9000");
-    EXPECT_EQ(m_slot->SelectAppl("A001"), PKCS11_hex2blob("6F05"));
-    card.expect("00A40404 02 A001", "6A82")
-        .expect("00A40204 02 5031", "9000")
-        .expect("00A40204 02 5031", "6A82");
+    connect().expectAll("00A4040402A001:6A86 00A4040002A001:6F059000 00A4040402A001:6A82 00A40204025031 "
+                        "00A40204025031:6A82");
+    EXPECT_EQ(m_slot->SelectAppl("A001"), hex("6F05"));
     EXPECT_EQ(thrownBy([&] { m_slot->SelectAppl("A001"); }), "30||");
     m_slot->SelectEF_IAS(0x5031);
     EXPECT_EQ(thrownBy([&] { m_slot->SelectEF_IAS(0x5031); }), "30|Select File|PCSCSlot::SelectEF");

@@ -31,6 +31,18 @@ public:
         m_seen = end;
         return lines;
     }
+    /// The texts of the failures among them, "(what|where)".
+    std::string failures()
+    {
+        std::string text;
+        for (const std::string& line : news()) {
+            if (line.rfind("ex.what():", 0) == 0)
+                text += "(" + line.substr(12) + "|";
+            else if (line.rfind("ex.where():", 0) == 0)
+                text += line.substr(13) + ")";
+        }
+        return text;
+    }
 
 private:
     static std::pair<std::vector<std::string>, std::streamoff> read(std::streamoff at)

@@ -1,0 +1,87 @@
+#include "pkcs11/drivers/edu/AcosEDUObjects.h"
+#include "pkcs11/drivers/edu/AcosEDUToken.h"
+#include "tests/support/CryptokiFixture.h"
+#include "tests/support/Failure.h"
+#include "tests/support/TlvText.h"
+#include "tools/vcard/AcosCard.h"
+
+using PKCS11::AcosEDUToken;
+using PKCS11::Blob;
+
+namespace {
+
+class AcosTest : public CryptokiFixture {
+protected:
+    void answer(const std::string& text, int nth) { fakepcsc::replaceAnswer(scripted::bytes(text), nth); }
+};
+
+} // namespace
+
+TEST_F(AcosTest, TrustCardsShowWhatTheyHold)
+{
+    ASSERT_NO_FATAL_FAILURE(start(std::make_shared<vcard::AcosTrustCard>("12345")));
+    EXPECT_EQ(tokenInfo().ulFreePrivateMemory, 0x1234U);
+    fakepcsc::clearCalls(); // asking left the MF selected
+    EXPECT_EQ(encrypt(find(CKO_PUBLIC_KEY), CKM_RSA_PKCS, {1}).length, 128U);
+    EXPECT_EQ(fakepcsc::sentAPDUs().at(0), "00A4040007A000000118454E");
+    CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
+    Bytes data(35);
+    CK_ULONG length = 0;
+    ASSERT_EQ(login("12345"), CKR_OK);
+    ASSERT_EQ(C_SignInit(m_session, &mechanism, find(CKO_PRIVATE_KEY)), CKR_OK);
+    ASSERT_EQ(C_Sign(m_session, data.data(), data.size(), nullptr, &length), CKR_OK);
+    EXPECT_EQ(length, 256U);
+    // What follows a certificate is cut, what breaks off is none; a file that tells no size is read once.
+    const CK_OBJECT_HANDLE certificate = find(CKO_CERTIFICATE);
+    for (const auto& [content, value] :
+         {std::pair("3004020105 9000", ""), {"3003020105 9999 9000", "3003020105"}}) {
+        answer("6F00 9000", 3);
+        answer(content, 4);
+        EXPECT_EQ(attribute(certificate, CKA_VALUE).bytes, scripted::bytes(value));
+    }
+    // A file that is missing costs its object.
+    fakepcsc::insertCard(m_reader, std::make_shared<vcard::AcosTrustCard>("12345", false));
+    ASSERT_EQ(open(), CKR_OK);
+    EXPECT_EQ(findAll().size(), 3U);
+}
+
+TEST_F(AcosTest, TrustPinsAreEightBytesFilledWithZeros)
+{
+    ASSERT_NO_FATAL_FAILURE(start(std::make_shared<vcard::AcosTrustCard>("12345")));
+    fakepcsc::clearCalls();
+    EXPECT_EQ(login("123456789"), CKR_PIN_LEN_RANGE);
+    EXPECT_EQ(setPin("123456789", "12345"), CKR_PIN_LEN_RANGE);
+    EXPECT_EQ(setPin("12345", "123456789"), CKR_PIN_LEN_RANGE);
+    EXPECT_EQ(fakepcsc::callCount("SCardTransmit"), 0);
+    ASSERT_EQ(login("12345"), CKR_OK);
+    EXPECT_EQ(setPin("12345", "4444"), CKR_OK);
+    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, {1}).length, 128U);
+}
+
+TEST_F(AcosTest, AFileThatAnEducationCardLacksCostsItsObject)
+{
+    m_reader = fakepcsc::addReader("Reader 0");
+    fakepcsc::insertCard(m_reader, std::make_shared<vcard::AcosEduCard>("1234"));
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    answer("6A82", 7); // to the selection of file 0006
+    ASSERT_EQ(open(), CKR_OK);
+    EXPECT_EQ(findAll().size(), 2U);
+}
+
+TEST(AcosEDU, KeyFilesAreATlvOrAModulus)
+{
+    const char* const files[][2] = {
+        {"C1C20000", "C1C2"},     {"3008020300C1C3020103 0000", "C1C3"}, {"3004 0302 00C1 00", "C1"},
+        {"30040402C1C2", "C1C2"}, {"30030201C1 01", "30030201C101"},     {"3000", "30"}};
+    for (const auto& [file, modulus] : files)
+        EXPECT_EQ(PKCS11::modulusOfKeyFile(hex(file)), hex(modulus)) << file;
+}
+
+TEST(AcosEDU, PinBlocksTakeSixteenDigits)
+{
+    EXPECT_EQ(AcosEDUToken::PinToHex(Blob("1234567890123456")), hex("1234567890123456"));
+    EXPECT_EQ(AcosEDUToken::PinToHex(Blob("7")), hex("7FFFFFFFFFFFFFFF"));
+    EXPECT_EQ(thrownBy([] { AcosEDUToken::PinToHex(Blob("12345678901234567")); }), "A2||");
+    for (const char* pin : {"12a4", "12?", " 1", "1/2", "1:2"})
+        EXPECT_EQ(thrownBy([&] { AcosEDUToken::PinToHex(Blob(pin)); }), "A1||") << pin;
+}
