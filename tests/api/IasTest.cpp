@@ -52,6 +52,7 @@ TEST_F(IasTest, AResetThatNobodyToldOfIsMadeUpFor)
     startIas(options);
     EXPECT_EQ(findAll().size(), 5U); // private keys and the secret are hidden
     ASSERT_EQ(login("123456"), CKR_OK);
+    EXPECT_EQ(setPin("123456", "7777"), CKR_OK);
     m_card->reset(); // reading shows the PIN again
     EXPECT_EQ(text(find(CKO_DATA, 1), CKA_VALUE), "Only with the PIN.");
     const auto publicKey = publicKeyOf(m_card->certificate(0));
@@ -100,20 +101,21 @@ TEST_F(IasTest, AuthenticationObjectsTellUserAndAdministrator)
     const std::string noReference = seq(label("x") + seq("") + tlv(0xA1, seq("0401FF")));
     const struct {
         std::string objects, user, administrator; // what is shown to the card
-        std::string longest = "10";
+        std::string lengths = "4-10";
     } rows[] = {
         {pin("PIN", "81") + pin("Other", "82") + pin("PUK", "83"), "81 04 31323334", "82 04 31323334"},
         {pin("MY PUK", "82") + pin("", "81"), "81 04 31323334", "82 04 31323334"},
-        {pin("SO PIN", "82"), "", "82 04 31323334"},
+        {pin("SO PIN", "82") + pin("PUK", "83"), "", "82 04 31323334"},
         {noReference + pin("PIN", "81"), "", "81 04 31323334"},
         {tlv(0xA0, label("x") + seq("")) + pin("", "018205"), "82 04 31323334", ""},
         {pin("PIN", "0081", "020105 020108 02010C 0401FF") + pin("PUK", "82"), "81 08 31323334FFFFFFFF",
-         "82 08 31323334FFFFFFFF", "12"},
-        {pin("PIN", "81", "020105 02010C 0401EE"), "81 0C 31323334EEEEEEEEEEEEEEEE", ""},
+         "82 08 31323334FFFFFFFF", "5-12"},
+        {pin("PIN", "81", "020105 02010C 0401EE"), "81 0C 31323334EEEEEEEEEEEEEEEE", "", "5-10"},
     };
     for (const auto& row : rows) {
         startWith(IasCard::authentication, row.objects);
-        EXPECT_EQ(std::to_string(tokenInfo().ulMaxPinLen), row.longest) << row.objects;
+        const CK_TOKEN_INFO info = tokenInfo();
+        EXPECT_EQ(std::to_string(info.ulMinPinLen) + "-" + std::to_string(info.ulMaxPinLen), row.lengths);
         for (const auto& [user, shown] : {std::pair(CKU_USER, row.user), {CKU_SO, row.administrator}}) {
             fakepcsc::clearCalls();
             answer("63C2", 3);
@@ -164,6 +166,8 @@ TEST_F(IasTest, PublicKeysAreCutFromTheAnswer)
     const char* const answers[][2] = {{"70810C BFA0018107 7F4904 8102C1C2", "C1C2"},
                                       {"700C BFA00108 7F4905 8102C1C2 82", ""}, // broken off
                                       {"700A BFA00206 7F4903 8101C1", ""},      // another key
+                                      {"710B BFA00107 7F4904 8102C1C2", ""},
+                                      {"700D BFA00109 8102C1C2 3003 020501", ""},
                                       {"7004 BFA00180", ""}};
     for (const auto& [template_, modulus] : answers) {
         startIas();
@@ -183,9 +187,10 @@ TEST_F(IasTest, KeyRecordsTellTypeUsageAndDays)
     const std::string days = tlv(0x18, "32303235303130325A") + tlv(0xA0, tlv(0x18, "32303330313233315A"));
     std::string records;
     for (const auto& [tag, type] : types)
-        records += tlv(tag, label("K") + seq("04010103020102030204B002020081" + days) +
+        records += tlv(tag, label("K") + seq("04010103020102030204B002020091" + days) +
                                 tlv(0xA1, seq("300404023F0002020400")));
     startWith(IasCard::publicKeys, records);
+    EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS).bytes, m_card->key(0).modulus());
     for (size_t i = 0; i < std::size(types); ++i) {
         const CK_OBJECT_HANDLE key = find(CKO_PUBLIC_KEY, i);
         EXPECT_EQ(number(key, CKA_KEY_TYPE), types[i].second) << i;

@@ -65,55 +65,53 @@ TEST_F(Transport, FramesCommandsAndCollectsAnswers)
     EXPECT_EQ(m_slot->SendCard(header, Blob()).size(), 0x10000);
 }
 
-TEST_F(Transport, ReconnectsOnceWhenTheCardIsNotWhatItWas)
+TEST_F(Transport, RepeatsForACardThatIsNotWhatItWasAndLeavesTheLengthOutWhereT0RefusesIt)
+{
+    const std::string whole = "00A4040001AA00", cut = "00A4040001AA";
+    const std::string failed = "5|PCSC driver failed|PCSCSlot::SendCmdIntern";
+    const struct {
+        bool t0;
+        std::vector<long> failures;
+        std::string outcome;
+        APDUs sent;
+    } rows[] = {{false, {SCARD_W_RESET_CARD}, "9000", {whole, whole}},
+                {false, {SCARD_W_REMOVED_CARD}, "9000", {whole, whole}},
+                {false, {SCARD_W_UNRESPONSIVE_CARD}, "9000", {whole, whole}},
+                {false, {SCARD_W_RESET_CARD, SCARD_W_RESET_CARD}, failed, {whole, whole}},
+                {false, {0x57}, failed, {whole}},
+                {true, {0x57}, "9000", {whole, cut}},
+                {true, {SCARD_E_INVALID_PARAMETER}, "9000", {whole, cut}},
+                {true, {SCARD_W_RESET_CARD, 0x57}, "9000", {whole, whole, cut}}};
+    for (const auto& row : rows) {
+        m_slot->CloseChannel();
+        scripted::Card& card = connect(row.t0);
+        fakepcsc::clearCalls();
+        int nth = 0;
+        for (const long failure : row.failures)
+            fakepcsc::failCall("SCardTransmit", failure, ++nth);
+        if (row.outcome == "9000")
+            card.expectAll(row.sent.back());
+        std::string outcome;
+        outcome += thrownBy([&] { outcome = send(whole); });
+        EXPECT_EQ(outcome, row.outcome);
+        EXPECT_EQ(fakepcsc::sentAPDUs(), row.sent);
+        EXPECT_EQ(fakepcsc::callCount("SCardReconnect"),
+                  std::count(row.sent.begin(), row.sent.end(), whole) - 1);
+    }
+}
+
+TEST_F(Transport, GoesOnWithAnotherCardAndFailsWithoutOne)
 {
     EXPECT_EQ(sendFails("00A40000"), "5|card not connected|PCSCSlot::SendCmdIntern");
     EXPECT_EQ(thrownBy([&] { m_slot->ResetChannel(); }), "5|card not connected|PCSCSlot::ResetChannel");
     EXPECT_EQ(thrownBy([&] { m_slot->CreateChannel(); }), "5||");
-    scripted::Card& card = connect();
-    for (const long result : {SCARD_W_RESET_CARD, SCARD_W_REMOVED_CARD, SCARD_W_UNRESPONSIVE_CARD}) {
-        const int resets = card.resets();
-        fakepcsc::clearCalls();
-        fakepcsc::failCall("SCardTransmit", result);
-        card.expectAll("00A40000");
-        EXPECT_EQ(send("00A40000"), "9000");
-        EXPECT_EQ(card.resets(), resets + 1);
-        EXPECT_EQ(fakepcsc::sentAPDUs(), APDUs({"00A40000", "00A40000"}));
-    }
-    fakepcsc::failCall("SCardTransmit", SCARD_W_RESET_CARD, 1, 2);
-    EXPECT_EQ(sendFails("00A40000"), "5|PCSC driver failed|PCSCSlot::SendCmdIntern");
-
-    // Another card, of the other protocol, in the middle of the work.
-    insert("", true).expectAll("00A40000:6A82");
+    connect().expectAll("00A40000");
+    EXPECT_EQ(send("00A40000"), "9000");
+    insert("", true).expectAll("00A40000:6A82"); // of the other protocol, in the middle of the work
     EXPECT_EQ(send("00A40000"), "6A82");
     fakepcsc::removeCard(m_reader);
     EXPECT_EQ(sendFails("00A40000"), "5|reset error|PCSCSlot::ResetChannel");
     EXPECT_TRUE(m_slot->isConnected());
-}
-
-TEST_F(Transport, LeavesTheLengthOutWhereT0RefusesIt)
-{
-    scripted::Card& card = connect(true);
-    const APDUs retried{"00A4040001AA00", "00A4040001AA"};
-    for (const long result : {0x57L, SCARD_E_INVALID_PARAMETER}) {
-        fakepcsc::clearCalls();
-        fakepcsc::failCall("SCardTransmit", result);
-        card.expectAll("00A4040001AA");
-        EXPECT_EQ(send("00A4040001AA00"), "9000");
-        EXPECT_EQ(fakepcsc::sentAPDUs(), retried);
-    }
-    fakepcsc::clearCalls();
-    fakepcsc::failCall("SCardTransmit", SCARD_W_RESET_CARD);
-    fakepcsc::failCall("SCardTransmit", 0x57, 2);
-    card.expectAll("00A4040001AA");
-    EXPECT_EQ(send("00A4040001AA00"), "9000");
-    EXPECT_EQ(fakepcsc::sentAPDUs(), APDUs({retried[0], retried[0], retried[1]}));
-
-    m_slot->CloseChannel();
-    connect();
-    fakepcsc::failCall("SCardTransmit", 0x57);
-    EXPECT_EQ(sendFails("00A4040001AA00"), "5|PCSC driver failed|PCSCSlot::SendCmdIntern");
-    EXPECT_EQ(fakepcsc::sentAPDUs(), APDUs({retried[0]}));
 }
 
 TEST_F(Transport, TracesCodesAndNeverCommands)
