@@ -17,20 +17,13 @@ protected:
 
 } // namespace
 
-TEST_F(AcosTest, TrustCardsShowWhatTheyHold)
+TEST_F(AcosTest, TrustFilesArePaddedAndPinsHaveEightBytes)
 {
     ASSERT_NO_FATAL_FAILURE(start(std::make_shared<vcard::AcosTrustCard>("12345")));
     EXPECT_EQ(tokenInfo().ulFreePrivateMemory, 0x1234U);
     fakepcsc::clearCalls(); // asking left the MF selected
     EXPECT_EQ(encrypt(find(CKO_PUBLIC_KEY), CKM_RSA_PKCS, {1}).length, 128U);
     EXPECT_EQ(fakepcsc::sentAPDUs().at(0), "00A4040007A000000118454E");
-    CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
-    Bytes data(35);
-    CK_ULONG length = 0;
-    ASSERT_EQ(login("12345"), CKR_OK);
-    ASSERT_EQ(C_SignInit(m_session, &mechanism, find(CKO_PRIVATE_KEY)), CKR_OK);
-    ASSERT_EQ(C_Sign(m_session, data.data(), data.size(), nullptr, &length), CKR_OK);
-    EXPECT_EQ(length, 256U);
     // What follows a certificate is cut, what breaks off is none; a file that tells no size is read once.
     const CK_OBJECT_HANDLE certificate = find(CKO_CERTIFICATE);
     for (const auto& [content, value] :
@@ -39,15 +32,6 @@ TEST_F(AcosTest, TrustCardsShowWhatTheyHold)
         answer(content, 4);
         EXPECT_EQ(attribute(certificate, CKA_VALUE).bytes, scripted::bytes(value));
     }
-    // A file that is missing costs its object.
-    fakepcsc::insertCard(m_reader, std::make_shared<vcard::AcosTrustCard>("12345", false));
-    ASSERT_EQ(open(), CKR_OK);
-    EXPECT_EQ(findAll().size(), 3U);
-}
-
-TEST_F(AcosTest, TrustPinsAreEightBytesFilledWithZeros)
-{
-    ASSERT_NO_FATAL_FAILURE(start(std::make_shared<vcard::AcosTrustCard>("12345")));
     fakepcsc::clearCalls();
     EXPECT_EQ(login("123456789"), CKR_PIN_LEN_RANGE);
     EXPECT_EQ(setPin("123456789", "12345"), CKR_PIN_LEN_RANGE);
@@ -55,17 +39,9 @@ TEST_F(AcosTest, TrustPinsAreEightBytesFilledWithZeros)
     EXPECT_EQ(fakepcsc::callCount("SCardTransmit"), 0);
     ASSERT_EQ(login("12345"), CKR_OK);
     EXPECT_EQ(setPin("12345", "4444"), CKR_OK);
-    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, {1}).length, 128U);
-}
-
-TEST_F(AcosTest, AFileThatAnEducationCardLacksCostsItsObject)
-{
-    m_reader = fakepcsc::addReader("Reader 0");
-    fakepcsc::insertCard(m_reader, std::make_shared<vcard::AcosEduCard>("1234"));
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
-    answer("6A82", 7); // to the selection of file 0006
-    ASSERT_EQ(open(), CKR_OK);
-    EXPECT_EQ(findAll().size(), 2U);
+    const Bytes message =
+        encryptFor(publicKeyOf(vcard::RsaKey::get(1024).certificate("Any")), vcard::fromText("a secret"));
+    EXPECT_EQ(decrypt(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, message).bytes, vcard::fromText("a secret"));
 }
 
 TEST(AcosEDU, KeyFilesAreATlvOrAModulus)

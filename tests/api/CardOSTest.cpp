@@ -73,6 +73,13 @@ TEST_P(CardOSTest, ResultsStandUpToLibcrypto)
     const Bytes block = vcard::join({Bytes(m_card->key().size() - m_data.size()), m_data});
     EXPECT_EQ(decrypt(mine, CKM_RSA_X_509, encryptFor(publicKey, block, RSA_NO_PADDING)).bytes,
               GetParam() ? block : m_data);
+    const Bytes encrypted = encrypt(theirs, CKM_RSA_PKCS, m_data).bytes;
+    const std::vector<std::string> sent = fakepcsc::sentAPDUs();
+    EXPECT_EQ(m_card->key().privateOperation(encrypted).at(1), 0x02);
+    EXPECT_EQ(decrypt(mine, CKM_RSA_PKCS, encrypted).bytes, m_data);
+    EXPECT_EQ(std::count(sent.begin(), sent.end(),
+                         "00DA016E1F83022102850801000C0FFFFF0000860801010101010101018F050400010001") > 0,
+              !GetParam());
     // Too much data: the block keeps eight bytes of filler and grows beyond the key.
     EXPECT_EQ(sign(mine, CKM_RSA_PKCS, Bytes(block.size() - 10, 1)).rv, CKR_DEVICE_ERROR);
     EXPECT_EQ(vcard::fromHex(fakepcsc::sentAPDUs().back()).size(),
@@ -107,10 +114,9 @@ TEST_P(CardOSTest, ABlockThatIsNoSignatureIsRefused)
         EXPECT_EQ(verifyBlock(CKM_RSA_PKCS, "000001" + filler + end, {0xAA, 0xBB}), CKR_SIGNATURE_INVALID)
             << end;
     // Anything but filler leaves room for a cube that ends as it should.
-    for (const char* start : {"11FFFFFF", "FFFFFF11", "FFFF00FF"})
-        EXPECT_EQ(verifyBlock(CKM_RSA_PKCS, std::string("000001") + start + "00AABB", {0xAA, 0xBB}),
-                  CKR_SIGNATURE_INVALID)
-            << start;
+    for (const char* end : {"11FFFFFF00AABB", "FFFFFF1100AABB", "FFFF00FF00AABB", "FFFFFFFF11AABB"})
+        EXPECT_EQ(verifyBlock(CKM_RSA_PKCS, std::string("000001") + end, {0xAA, 0xBB}), CKR_SIGNATURE_INVALID)
+            << end;
     for (const char* block : {"", "0000", "000001FFFFFFFF"})
         EXPECT_EQ(verifyBlock(CKM_RSA_PKCS, block, {}), CKR_SIGNATURE_INVALID) << block;
     EXPECT_EQ(verifyBlock(CKM_RSA_X_509, "000000AABB", {0x00, 0xAA, 0xBB}), CKR_OK);
@@ -153,6 +159,7 @@ TEST_P(CardOSTest, KeysAreReadFromAFileOrWithTheirSign)
     answer("6981", 5);
     answer("7F4916 0211 9000", 6); // cut off: no modulus, and no signature
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_ERROR);
+    EXPECT_EQ(fakepcsc::sentAPDUs().back(), "00B00000F1");
 }
 
 // Length bytes wrap modulo 256, long data fields make extended commands.

@@ -10,6 +10,7 @@ TEST(PKCS1, BlocksGrowWhereTheFillerMustAndLoseWhatStandsBeforeTheFirstZero)
     const char* const cases[][2] = {{"0002FFEE00AA00BB", "AA00BB"},
                                     {"02FF00AA", "AA"},
                                     {"0002FFEE", "FFEE"},
+                                    {"02FFEE", "FFEE"},
                                     {"0000AA", "AA"},
                                     {"02FF00", ""},
                                     {"00", ""},
