@@ -133,7 +133,11 @@ TEST_F(DesktopPrograms, ACallGivesTheCardBackWhateverBecomesOfIt)
         fakepcsc::failCall("SCardTransmit", SCARD_F_COMM_ERROR, 2);
         EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_GENERAL_ERROR);
         useCardElsewhere();
+        fakepcsc::failCall("SCardEndTransaction", SCARD_F_COMM_ERROR);
         EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).length, 256U);
+        EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).length, 256U);
+        useCardElsewhere();
+        EXPECT_EQ(login("123456"), CKR_USER_ALREADY_LOGGED_IN);
     }
     fakepcsc::beforeCall("SCardBeginTransaction", 1, [&] {
         vcard::PivOptions options;
@@ -150,7 +154,7 @@ TEST_F(DesktopPrograms, ACallGivesTheCardBackWhateverBecomesOfIt)
     int taken = 0;
     for (const fakepcsc::Call& call : fakepcsc::calls()) {
         taken += call.result == 0 && call.name == "SCardBeginTransaction" ? 1 : 0;
-        taken -= call.name == "SCardEndTransaction" ? 1 : 0;
+        taken -= call.result == 0 && call.name == "SCardEndTransaction" ? 1 : 0;
         EXPECT_TRUE(call.name != "SCardDisconnect" || taken == 0);
     }
 }

@@ -146,8 +146,13 @@ TEST_F(DesktopReaders, AForkedChildStartsAnewBesideItsParent)
     ASSERT_EQ(login("123456"), CKR_OK);
     ASSERT_EQ(wait(CKF_DONT_BLOCK), 0U);
     const int contexts = fakepcsc::openContexts();
+    std::promise<void> inside;
+    std::promise<void> forked;
+    fakepcsc::beforeCall("SCardStatus", 1, [&] { inside.set_value(), forked.get_future().wait(); });
+    auto otherThread = std::async(std::launch::async, [this] { return signs(); });
+    inside.get_future().wait();
     const std::size_t lines = trace.lines().size();
-    const pid_t child = fork();
+    const pid_t child = fork(); // where that thread does not exist
     if (child == 0) {
         alarm(30);
         const bool good = C_Initialize(nullptr) == CKR_OK && slots(true) == IDs({1}) && open() == CKR_OK &&
@@ -159,7 +164,8 @@ TEST_F(DesktopReaders, AForkedChildStartsAnewBesideItsParent)
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
-    EXPECT_TRUE(signs());
+    forked.set_value();
+    EXPECT_TRUE(otherThread.get());
     // The child's trace stands between the parent's lines.
     const std::vector<std::string> all = trace.lines();
     ASSERT_GT(all.size(), lines + 100);
