@@ -43,7 +43,8 @@ long DesktopReaderStates::getStatusChange(WaitContext& wait, PCSCWord timeout)
                 return SCARD_S_SUCCESS;
             continue;
         }
-        const bool hasNews = hasReturned || !attached().empty();
+        const bool hasNews = hasReturned || std::any_of(m_present.begin(), m_present.end(),
+                                                        [&](auto& name) { return isNew(name); });
         const long result =
             SCardGetStatusChange(wait.context(), hasNews ? 0 : timeout, m_states.data(), m_states.size());
         if (result == SCARD_S_SUCCESS || result == SCARD_E_TIMEOUT) {
@@ -106,23 +107,21 @@ bool DesktopReaderStates::markChanges()
     return any;
 }
 
-std::vector<std::string> DesktopReaderStates::attached() const
+bool DesktopReaderStates::isNew(const std::string& name) const
 {
-    std::vector<std::string> names;
-    for (const std::string& name : m_present) {
-        if (!contains(*m_atBegin, name) && !contains(m_readers, name))
-            names.push_back(name);
-    }
-    return names;
+    return !contains(*m_atBegin, name) && !contains(m_readers, name);
 }
 
 CK_SLOT_ID DesktopReaderStates::attachedSlot(const SlotList& slots) const
 {
-    const std::vector<std::string> names = attached();
-    if (names.empty())
-        return 0;
-    const CK_SLOT_ID id = slotOf(slots, names.front());
-    return id != 0 ? id : slots.highWater() + 1;
+    CK_SLOT_ID last = slots.highWater();
+    for (const std::string& name : m_present) {
+        const CK_SLOT_ID known = slotOf(slots, name);
+        const CK_SLOT_ID id = known != 0 ? known : ++last; // slots are given in the order of PC/SC's list
+        if (isNew(name))
+            return id;
+    }
+    return 0;
 }
 
 } // namespace PKCS11

@@ -25,8 +25,8 @@ private:
     /// Sets the states of readers that are not there, and marks those that went or came back; true when there
     /// is a change.
     bool markChanges();
-    /// The readers without a slot that were not there when the wait began.
-    std::vector<std::string> attached() const;
+    /// Whether a reader was neither there nor had a slot when the wait began.
+    bool isNew(const std::string& name) const;
 
     std::vector<std::string> m_present;
     /// What m_present was at the begin.
