@@ -86,14 +86,6 @@ void measure(benchmark::State& state, Call call)
     state.counters["peak_MiB"] = static_cast<double>(usage.ru_maxrss) / 1024;
 }
 
-void sessionInfo(benchmark::State& state)
-{
-    const Application application;
-    CK_SESSION_INFO info{};
-    measure(state, [&] { require(C_GetSessionInfo(application.session, &info)); });
-}
-BENCHMARK(sessionInfo)->Unit(benchmark::kMicrosecond)->Iterations(20000);
-
 /// The longest trace of a call that sends nothing.
 void tokenInfo(benchmark::State& state)
 {

@@ -160,19 +160,16 @@ TEST(NamesTest, PrintHelpersWriteOneLineEach)
 {
     const TraceFile trace;
     const std::string longText(2000, 'x');
-    PKCS11_PrintStr("reader", 4);
-    PKCS11_PrintStr("a\0b", 3);
-    PKCS11_PrintStr(longText.c_str(), 2000);
-    PKCS11_PrintStr(nullptr, 4);
-    PKCS11_PrintStr("reader", -1);
+    for (const auto& [text, length] :
+         {std::pair("reader", 4), {"a\0b", 3}, {longText.c_str(), 2000}, {nullptr, 4}, {"reader", -1}}) {
+        PKCS11_PrintStr(text, length);
+        PKCS11_PrintMem(text, std::min(length, 2));
+    }
     PKCS11_PrintInfo("information");
     PKCS11_PrintInfo(nullptr);
     PKCS11_PrintInt(-0x12345A);
-    PKCS11_PrintMem("\x0A\xFF", 2);
-    PKCS11_PrintMem(nullptr, 2);
-    PKCS11_PrintMem("", -1);
-    EXPECT_EQ(trace.lines(), (std::vector<std::string>{"read", "a", longText.substr(0, 1023), "information",
-                                                       "FFEDCBA6", "0AFF"}));
+    EXPECT_EQ(trace.lines(), (std::vector<std::string>{"read", "7265", "a", "6100", longText.substr(0, 1023),
+                                                       "7878", "information", "FFEDCBA6"}));
 }
 
 } // namespace

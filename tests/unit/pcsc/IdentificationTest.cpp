@@ -93,16 +93,6 @@ TEST_F(Identification, KnowsEveryRow)
             EXPECT_EQ(classify(bytes), name) << bytes;
 }
 
-TEST_F(Identification, ReadsTheATRWithoutAChannel)
-{
-    EXPECT_EQ(m_slot->GetATR(), Blob());
-    insert("c901");
-    EXPECT_EQ(PKCS11_blob2hex(m_slot->GetATR()), "3B8201C9014B");
-    fakepcsc::failCall("SCardGetStatusChange", SCARD_E_NO_SERVICE);
-    EXPECT_EQ(m_slot->GetATR(), Blob());
-    EXPECT_EQ(fakepcsc::callCount("SCardConnect"), 0);
-}
-
 TEST_F(Identification, ProbesForIASAndSearchesTheDirectory)
 {
     scripted::Card& card = connect();
@@ -133,14 +123,6 @@ TEST_F(Identification, TurnsFailuresIntoNoToken)
         EXPECT_EQ(m_slot->IsPIVToken(), answer != "6A82") << answer;
         m_slot->CloseChannel();
     }
-    insert("0031c064b0f31000079000"); // no driver, and no command to find out
-    std::vector<std::string> lines;
-    Logger::SetLogger(std::make_unique<TraceRecorder>(lines).release());
-    EXPECT_EQ(create(), "none");
-    Logger::FreeLogger();
-    EXPECT_EQ(lines.at(0), "80 Oberthur ID One Dual 128 V5.5");
-    EXPECT_EQ(lines.at(1), "80 model: 5049565F4341435F43415244");
-
     insert("ae01030000").expectAll(kPIVProbe + ":6A82");
     EXPECT_EQ(create(), "none");
     insert("ae01030000");
