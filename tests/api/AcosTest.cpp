@@ -1,5 +1,7 @@
 #include "pkcs11/drivers/edu/AcosEDUObjects.h"
 #include "pkcs11/drivers/edu/AcosEDUToken.h"
+#include "pkcs11/frontend/SystemWrapper.h"
+#include "pkcs11/pcsc/PCSCSlot.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Failure.h"
 #include "tests/support/TlvText.h"
@@ -42,6 +44,23 @@ TEST_F(AcosTest, TrustFilesArePaddedAndPinsHaveEightBytes)
     const Bytes message =
         encryptFor(publicKeyOf(vcard::RsaKey::get(1024).certificate("Any")), vcard::fromText("a secret"));
     EXPECT_EQ(decrypt(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, message).bytes, vcard::fromText("a secret"));
+}
+
+TEST_F(AcosTest, EducationCardsAreSentNothingThatDoesNotFit)
+{
+    m_reader = fakepcsc::addReader("Reader 0");
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    dynamic_cast<PKCS11::PCSCSlot&>(*wrapper.slots()->getSlot(1)).setEduVariant(1);
+    fakepcsc::insertCard(m_reader, std::make_shared<vcard::AcosEduCard>("1234"));
+    answer("300B04014C0402415004023100 9000", 17); // the certificate: a record of label and ID
+    ASSERT_EQ(open() | login("1234"), CKR_OK);
+    EXPECT_EQ(text(find(CKO_CERTIFICATE), CKA_ID), "AP");
+    const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
+    fakepcsc::clearCalls();
+    EXPECT_EQ(sign(key, CKM_RSA_PKCS, Bytes(256)).rv, CKR_DATA_LEN_RANGE);
+    EXPECT_EQ(decrypt(key, CKM_RSA_PKCS, Bytes(255)).rv, CKR_DATA_LEN_RANGE);
+    EXPECT_EQ(sign(key, CKM_RSA_PKCS, {1}, 127).length, 128U);
+    EXPECT_EQ(fakepcsc::callCount("SCardTransmit"), 0);
 }
 
 TEST(AcosEDU, KeyFilesAreATlvOrAModulus)

@@ -102,6 +102,18 @@ TEST_P(CardOSTest, LengthsAndAccess)
         answer("6A82", 5);
         EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).length, 0);
     }
+    // Without its DF no file is looked for and no key used.
+    attribute(find(CKO_PRIVATE_KEY), CKA_MODULUS);
+    answer("6A82", 3);
+    sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data);
+    EXPECT_EQ(fakepcsc::sentAPDUs().back(), "00A4010002200100");
+    answer("6A82", 2);
+    attribute(find(CKO_CERTIFICATE), CKA_VALUE);
+    EXPECT_EQ(fakepcsc::sentAPDUs().back(), "00A4010002200100");
+    // The administrator's new PIN is shown from then on.
+    ASSERT_EQ(C_Logout(m_session) | login("12345678", CKU_SO) | setPin("12345678", "87654321"), CKR_OK);
+    Bytes fresh = vcard::fromText("7777");
+    EXPECT_EQ(C_InitPIN(m_session, fresh.data(), fresh.size()), CKR_OK);
 }
 
 TEST_P(CardOSTest, ABlockThatIsNoSignatureIsRefused)
