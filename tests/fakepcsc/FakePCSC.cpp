@@ -95,8 +95,11 @@ void wakeAll()
 template <class Action>
 auto locked(Action action)
 {
+    struct WakeAtEnd {
+        ~WakeAtEnd() { wakeAll(); }
+    };
     const std::lock_guard<std::mutex> lock(mutex);
-    wakeAll();
+    const WakeAtEnd wake; // an action may let others in before it changes anything
     return action();
 }
 template <class Action>
