@@ -133,6 +133,11 @@ TEST_F(DesktopReaders, ABlockedWaitSeesReadersComeAndGo)
     EXPECT_EQ(reportedWhen([] { insert(2); }), 3U); // of the others, while that one is gone
     EXPECT_EQ(reportedWhen([] { fakepcsc::attachReader(1); }), 2U);
     EXPECT_EQ(reportedWhen([] { insert(1); }), 2U);
+    EXPECT_EQ(reportedWhen([] {
+                  fakepcsc::addReader("Reader 3");
+                  EXPECT_EQ(slots().size(), 4U); // it has its slot before the wait looks
+              }),
+              4U);
     EXPECT_EQ(reportedWhen([] { C_Finalize(nullptr); }), 0U);
 }
 
