@@ -4,6 +4,7 @@
 #include "pkcs11/frontend/trace/Names.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "tests/support/CryptokiFixture.h"
+#include "tests/support/Expected.h"
 #include "tests/support/TraceFile.h"
 #include "tools/vcard/Families.h"
 #include "tools/vcard/Keys.h"
@@ -47,15 +48,6 @@ protected:
                 return " of key " + std::to_string(pair);
         }
         return "";
-    }
-    /// Where the text differs from the file it is left in the working directory.
-    static void expectFile(const std::string& name, const std::string& shown)
-    {
-        std::ostringstream expected;
-        expected << std::ifstream(QUARVEL_EXPECTED + name).rdbuf();
-        EXPECT_TRUE(shown == expected.str()) << "diff " QUARVEL_EXPECTED << name << " " << name;
-        if (HasFailure())
-            std::ofstream(name) << shown;
     }
     /// A session on a card of the family where the user is logged in.
     void begin(const Family& family)
@@ -270,7 +262,7 @@ TEST_F(CallsTest, EachCallHasItsCode)
             if ((i == 0 && common.insert(line).second) || common.count(line) == 0)
                 shown += line + "\n";
     }
-    expectFile("calls.codes", shown);
+    expectFile("api/calls.codes", shown);
 }
 
 /// The commands that a use sends: of long ones, whose data differ in each run, the header and the number of
@@ -302,7 +294,7 @@ TEST_F(CallsTest, EachUseSendsItsCommands)
             note(use.name);
         }
     }
-    expectFile("calls.commands", shown);
+    expectFile("api/calls.commands", shown);
 }
 
 /// Token, mechanisms and objects as an application sees them, a line for each; what is made anew for each run
@@ -357,7 +349,7 @@ TEST_F(CallsTest, EachFamilyShowsItsTokenAndObjects)
                 attribute(object, type);
         EXPECT_EQ(fakepcsc::callCount("SCardTransmit"), 0) << family.title();
     }
-    expectFile("calls.objects", shown);
+    expectFile("api/calls.objects", shown);
 }
 
 /// The first block of each call in the trace, a line for a call; numbers that stand for addresses taken out.
@@ -408,7 +400,7 @@ TEST_F(CallsTest, TheTraceShowsEachCallAsThePageOfLinesSays)
     std::string shown;
     for (const auto& [call, block] : blocks)
         shown += block + "\n";
-    expectFile("calls.trace", shown);
+    expectFile("api/calls.trace", shown);
 }
 
 } // namespace

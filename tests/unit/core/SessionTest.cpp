@@ -1,289 +1,347 @@
-#include "pkcs11/core/SessionList.h"
-#include "tests/unit/core/SessionFixture.h"
+// What the methods of a session do in each situation, in SessionTest.txt beside this file; and its list.
+#include "pkcs11/core/Session.h"
 
-#include <cstring>
+#include "pkcs11/core/SessionList.h"
+#include "tests/support/Expected.h"
+#include "tests/unit/core/Fakes.h"
+
+#include <array>
+#include <map>
 
 using namespace PKCS11;
 
 namespace {
 
-using S = Session;
-using SessionTest = SessionFixture;
+constexpr CK_OBJECT_HANDLE kPrivate = 1, kPublic = 2, kSecret = 3, kData = 4, kBare = 5, kNone = 9;
+
+/// A session for reading and writing, its user logged in, on a token with an object of each kind where
+/// everything is permitted; and what its methods are given.
+struct World {
+    World()
+    {
+        script = Script();
+        openAs(CKF_SERIAL_SESSION | CKF_RW_SESSION);
+        for (const CK_MECHANISM_TYPE type : {CKM_RSA_PKCS, CKM_SHA256_RSA_PKCS})
+            token().getMechanismList()->add({type, 2048, 512, ~0UL});
+        token().getMechanismList()->add({CKM_RSA_X9_31, 2048, 512, 0});
+        objects().put(std::make_unique<FakePrivateKey>());
+        objects().put(std::make_unique<FakePublicKey>());
+        objects().put(std::make_unique<FakeSecretKey>());
+        objects().put(std::make_unique<FakeData>());
+        objects().put(std::make_unique<Bare>());
+        secret().setValue(Blob("abc"));
+        secret().setValueLen(3);
+        permit(CK_TRUE);
+        session.login(CKU_USER, in, 1);
+    }
+    void openAs(CK_FLAGS flags) { session.openSession(&slot, 7, flags, nullptr, nullptr); }
+    Token& token() { return *session.getToken(); }
+    ObjectList& objects() { return *token().getObjectList(); }
+    template <class Kind>
+    Kind& object(CK_OBJECT_HANDLE handle)
+    {
+        return dynamic_cast<Kind&>(*objects().getObject(handle, true));
+    }
+    SecretKey& secret() { return object<SecretKey>(kSecret); }
+    void permit(CK_BBOOL value)
+    {
+        for (const CK_ATTRIBUTE_TYPE use :
+             {CKA_SIGN, CKA_DECRYPT, CKA_VERIFY, CKA_VERIFY_RECOVER, CKA_ENCRYPT, CKA_DERIVE})
+            for (const CK_OBJECT_HANDLE key : {kPrivate, kPublic, kSecret}) {
+                const CK_ATTRIBUTE attribute = {use, &value, sizeof value};
+                object<Storage>(key).setAttribute(&attribute, 1);
+            }
+    }
+    /// In place of the private key, the public one, the one to wrap and the data.
+    void useHandles(CK_OBJECT_HANDLE first, CK_OBJECT_HANDLE second, CK_OBJECT_HANDLE third,
+                    CK_OBJECT_HANDLE fourth)
+    {
+        mine = first, theirs = second, wrapped = third, data = fourth;
+    }
+    void loginSO() { session.logout(), session.login(CKU_SO, in, 2); }
+    void begin() { session.signInit(&mechanism, kPrivate); }
+
+    FakeSlot slot;
+    Session session, unopened;
+    Session* s = &session;
+    CK_MECHANISM mechanism = {CKM_RSA_PKCS, nullptr, 0};
+    M with = &mechanism;
+    CK_OBJECT_HANDLE mine = kPrivate, theirs = kPublic, wrapped = kSecret, data = kData;
+    CK_BYTE in[4] = {1, 2, 3, 4}, out[4] = {};
+    B input = in, output = out;
+    CK_ULONG n = 4, m = 3, len = 5; // lengths of input and output, and where the latter is told
+    CK_ULONG* length = &len;
+    CK_OBJECT_CLASS objectClass = CKO_SECRET_KEY;
+    CK_BBOOL onToken = CK_TRUE;
+    CK_ATTRIBUTE both[2] = {{CKA_CLASS, &objectClass, sizeof objectClass}, {CKA_TOKEN, &onToken, 1}};
+    CK_ATTRIBUTE dangling = {CKA_LABEL, nullptr, 4};
+    A entries = both, entries2 = both;
+    CK_ULONG count = 2;
+    CK_OBJECT_HANDLE made = 0, made2 = 0;
+    CK_OBJECT_HANDLE *place = &made, *place2 = &made2;
+    std::string noted;
+};
+using W = World;
+
+struct Call {
+    const char* name;
+    void (*run)(W&);
+};
+const Call kCalls[] = {
+    {"signInit", [](W& w) { w.s->signInit(w.with, w.mine); }},
+    {"verifyInit", [](W& w) { w.s->verifyInit(w.with, w.theirs); }},
+    {"verifyRecoverInit", [](W& w) { w.s->verifyRecoverInit(w.with, w.theirs); }},
+    {"encryptInit", [](W& w) { w.s->encryptInit(w.with, w.theirs); }},
+    {"decryptInit", [](W& w) { w.s->decryptInit(w.with, w.mine); }},
+    {"digestInit", [](W& w) { w.s->digestInit(w.with); }},
+    {"sign", [](W& w) { w.s->sign(w.input, w.n, w.output, w.length); }},
+    {"signUpdate", [](W& w) { w.s->signUpdate(w.input, w.n); }},
+    {"signFinal", [](W& w) { w.s->signFinal(w.output, w.length); }},
+    {"verify", [](W& w) { w.s->verify(w.input, w.n, w.output, w.m); }},
+    {"verifyUpdate", [](W& w) { w.s->verifyUpdate(w.input, w.n); }},
+    {"verifyFinal", [](W& w) { w.s->verifyFinal(w.output, w.m); }},
+    {"verifyRecover", [](W& w) { w.s->verifyRecover(w.input, w.n, w.output, w.length); }},
+    {"encrypt", [](W& w) { w.s->encrypt(w.input, w.n, w.output, w.length); }},
+    {"encryptUpdate", [](W& w) { w.s->encryptUpdate(w.input, w.n, w.output, w.length); }},
+    {"encryptFinal", [](W& w) { w.s->encryptFinal(w.output, w.length); }},
+    {"decrypt", [](W& w) { w.s->decrypt(w.input, w.n, w.output, w.length); }},
+    {"decryptUpdate", [](W& w) { w.s->decryptUpdate(w.input, w.n, w.output, w.length); }},
+    {"decryptFinal", [](W& w) { w.s->decryptFinal(w.output, w.length); }},
+    {"digest", [](W& w) { w.s->digest(w.input, w.n, w.output, w.length); }},
+    {"digestUpdate", [](W& w) { w.s->digestUpdate(w.input, w.n); }},
+    {"digestFinal", [](W& w) { w.s->digestFinal(w.output, w.length); }},
+    {"createObject", [](W& w) { w.s->createObject(w.entries, w.count, w.place); }},
+    {"copyObject", [](W& w) { w.s->copyObject(w.data, w.entries, w.count, w.place); }},
+    {"destroyObject", [](W& w) { w.s->destroyObject(w.data); }},
+    {"getObjectSize", [](W& w) { w.s->getObjectSize(w.data, w.length); }},
+    {"getAttributeValue", [](W& w) { w.s->getAttributeValue(w.mine, w.entries, w.count); }},
+    {"setAttributeValue", [](W& w) { w.s->setAttributeValue(w.mine, w.entries, w.count); }},
+    {"search",
+     [](W& w) {
+         CK_OBJECT_HANDLE found[9] = {};
+         const auto next = [&](CK_ULONG max) {
+             w.s->findObjects(found, max, &w.m);
+             w.noted += " " + std::to_string(w.m);
+         };
+         w.s->findObjectsInit(nullptr, 0);
+         next(1), next(9), next(9);
+         w.s->findObjectsFinal();
+         next(9);
+         w.s->findObjects(w.place, 1, w.length);
+     }},
+    {"generateKey", [](W& w) { w.s->generateKey(w.with, w.entries, w.count, w.place); }},
+    {"generateKeyPair",
+     [](W& w) { w.s->generateKeyPair(w.with, w.entries, w.count, w.entries2, 1, w.place, w.place2); }},
+    {"deriveKey", [](W& w) { w.s->deriveKey(w.with, w.mine, w.entries, w.count, w.place); }},
+    {"WrapKey", [](W& w) { w.s->WrapKey(w.with, w.theirs, w.wrapped, w.output, w.length); }},
+    {"UnwrapKey", [](W& w) { w.s->UnwrapKey(w.with, w.mine, w.input, w.n, w.entries, w.count, w.place); }},
+    {"seedRandom", [](W& w) { w.s->seedRandom(w.input, w.n); }},
+    {"generateRandom", [](W& w) { w.s->generateRandom(w.output, w.m); }},
+    {"login", [](W& w) { w.s->login(CKU_USER, w.input, w.n); }},
+    {"login as SO", [](W& w) { w.s->login(CKU_SO, w.input, w.n); }},
+    {"login for a key", [](W& w) { w.s->login(CKU_CONTEXT_SPECIFIC, w.input, w.n); }},
+    {"logout", [](W& w) { w.s->logout(); }},
+    {"initPIN", [](W& w) { w.s->initPIN(Blob("12345")); }},
+    {"setPIN", [](W& w) { w.s->setPIN(Blob("1234"), Blob("12345")); }},
+    {"getSessionInfo",
+     [](W& w) {
+         const CK_SESSION_INFO info = w.s->getSessionInfo();
+         w.noted += " slot " + std::to_string(info.slotID) + " flags " + std::to_string(info.flags) +
+                    " state " + std::to_string(info.state);
+     }},
+};
+
+std::vector<CK_BYTE> kLong(65537);
+
+/// Told is what differs from the situation named before the last comma, or from the first one.
+const struct {
+    const char* name;
+    void (*arrange)(W&);
+} kSituations[] = {
+    {"in peace", [](W&) {}},
+    {"the administrator is logged in", [](W& w) { w.loginSO(); }},
+    {"the administrator is logged in, by another session",
+     [](W& w) { w.session.logout(), w.token().LoginSO(Blob("so")); }},
+    {"to read only", [](W& w) { w.openAs(CKF_SERIAL_SESSION); }},
+    {"to read only, nothing onto the token", [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.onToken = 0; }},
+    {"to read only, onto the token in no byte",
+     [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.both[1].ulValueLen = 0; }},
+    {"to read only, nobody is logged in", [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.session.logout(); }},
+    {"to read only, the administrator is logged in", [](W& w) { w.loginSO(), w.openAs(CKF_SERIAL_SESSION); }},
+    {"not opened", [](W& w) { w.s = &w.unopened; }},
+    {"nothing is offered", [](W&) { script.yields = Script::nothing; }},
+    {"nothing but the operation is offered", [](W&) { script.yields = Script::noSteps; }},
+    {"nothing is produced", [](W&) { script.produced = 0; }},
+    {"the card fails", [](W&) { script.fail = CKR_DEVICE_ERROR; }},
+    {"the card fails in the step", [](W&) { script.fail = CKR_DEVICE_ERROR, script.failsInside = true; }},
+    {"no use of a key is permitted", [](W& w) { w.permit(CK_FALSE); }},
+    {"keys may not be changed", [](W& w) { w.object<Storage>(kPrivate).setModifiable(CK_FALSE); }},
+    {"with a mechanism that does nothing", [](W& w) { w.mechanism.mechanism = CKM_RSA_X9_31; }},
+    {"with a mechanism that RSA keys do not know", [](W& w) { w.mechanism.mechanism = CKM_SHA256_RSA_PKCS; }},
+    {"with a mechanism that is not listed", [](W& w) { w.mechanism.mechanism = CKM_MD5; }},
+    {"without a mechanism", [](W& w) { w.with = nullptr; }},
+    {"with secret keys", [](W& w) { w.useHandles(kSecret, kSecret, kSecret, kSecret); }},
+    {"with secret keys, not permitted",
+     [](W& w) { w.permit(CK_FALSE), w.useHandles(kSecret, kSecret, kSecret, kSecret); }},
+    {"with the other keys", [](W& w) { w.useHandles(kPublic, kPrivate, kPublic, kPrivate); }},
+    {"with data", [](W& w) { w.useHandles(kData, kData, kData, kData); }},
+    {"with data, of no list", [](W& w) { w.useHandles(kBare, kBare, kBare, kBare); }},
+    {"with unknown handles", [](W& w) { w.useHandles(kNone, kNone, kNone, kNone); }},
+    {"to wrap what is unknown", [](W& w) { w.wrapped = kNone; }},
+    {"to wrap what has no value", [](W& w) { w.secret().setValue(Blob()); }},
+    {"to wrap what tells no length", [](W& w) { w.secret().setValueLen(0); }},
+    {"a template for data", [](W& w) { w.objectClass = CKO_DATA; }},
+    {"a template for a certificate", [](W& w) { w.objectClass = CKO_CERTIFICATE; }},
+    {"a template without class", [](W& w) { w.entries = w.both + 1, w.count = 1; }},
+    {"a template without class, nor anything else", [](W& w) { w.entries = nullptr, w.count = 0; }},
+    {"a template without a value", [](W& w) { w.entries = &w.dangling, w.count = 1; }},
+    {"the second template without a value", [](W& w) { w.entries2 = &w.dangling; }},
+    {"nowhere to put a handle", [](W& w) { w.place = nullptr; }},
+    {"nowhere to put the second handle", [](W& w) { w.place2 = nullptr; }},
+    {"room for two bytes", [](W& w) { w.len = 2; }},
+    {"no output", [](W& w) { w.output = nullptr; }},
+    {"no length", [](W& w) { w.length = nullptr; }},
+    {"no output, nor its length", [](W& w) { w.output = nullptr, w.length = nullptr; }},
+    {"nobody is logged in", [](W& w) { w.session.logout(); }},
+    {"nobody is logged in, but should be",
+     [](W& w) { w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED; }},
+    {"nobody is logged in, another session logged the administrator out",
+     [](W& w) { w.loginSO(), w.token().Logout(); }},
+    {"nobody is logged in, the administrator was on another card",
+     [](W& w) { w.loginSO(), w.session.closeSession(), w.slot.getToken()->Logout(); }},
+    {"nobody is logged in, a long input",
+     [](W& w) { w.session.logout(), w.input = kLong.data(), w.n = 65536; }},
+    {"nobody is logged in, a longer input",
+     [](W& w) { w.session.logout(), w.input = kLong.data(), w.n = 65537; }},
+    {"nobody is logged in, no input of no length",
+     [](W& w) { w.session.logout(), w.input = nullptr, w.n = 0; }},
+    {"nobody is logged in, input of no length", [](W& w) { w.session.logout(), w.n = 0; }},
+    {"active", [](W& w) { w.begin(); }},
+    {"active, no output", [](W& w) { w.begin(), w.output = nullptr, w.m = 0; }},
+    {"active, no output, but a length", [](W& w) { w.begin(), w.output = nullptr; }},
+    {"active, no length", [](W& w) { w.begin(), w.length = nullptr; }},
+    {"active, no input", [](W& w) { w.begin(), w.input = nullptr; }},
+    {"active, the step fails",
+     [](W& w) { w.begin(), script.fail = CKR_DEVICE_ERROR, script.failsInside = true; }},
+    {"active, the step is a wrong one",
+     [](W& w) { w.begin(), script.fail = CKR_MECHANISM_INVALID, script.failsInside = true; }},
+    {"active, without steps", [](W& w) { script.yields = Script::noSteps, w.begin(); }},
+    {"active, without steps, a signature in parts", [](W& w) { script.yields = Script::parts, w.begin(); }},
+    {"active, without steps, a verification in parts",
+     [](W& w) { script.yields = Script::parts, w.session.verifyInit(&w.mechanism, kPublic); }},
+    {"active, without steps, an encryption in parts",
+     [](W& w) { script.yields = Script::parts, w.session.encryptInit(&w.mechanism, kPublic); }},
+    {"active, without steps, a decryption in parts",
+     [](W& w) { script.yields = Script::parts, w.session.decryptInit(&w.mechanism, kPrivate); }},
+};
+
+/// What it throws, or what became of it.
+std::string outcome(const Call& call, void (*arrange)(W&))
+{
+    W w;
+    arrange(w);
+    const auto state = [&] {
+        CK_STATE now = 99;
+        codeOf([&] { now = w.s->getSessionState(w.s->flags()); });
+        return now;
+    };
+    const CK_STATE before = state();
+    const CK_ULONG room = w.len;
+    const std::array<const Object*, 3> keys = {&w.object<Object>(kPrivate), &w.object<Object>(kPublic),
+                                               &w.secret()};
+    const auto isActive = [&] { return codeOf([&] { w.s->digestInit(nullptr); }) == CKR_OPERATION_ACTIVE; };
+    const auto keyInUse = [&] {
+        return std::find_if(keys.begin(), keys.end(), [&](auto& key) { return w.s->usesObject(key); }) -
+               keys.begin();
+    };
+    const bool wasActive = isActive();
+    const auto keyBefore = keyInUse();
+    script.method = call.name;
+    script.called.clear();
+    std::string text = thrownBy([&] { call.run(w); });
+    const bool failed = !text.empty();
+    if (const size_t at = text.rfind("|Session::" + script.method); at != text.npos)
+        text = text.substr(0, at) + "|itself";
+    const auto tell = [&](bool condition, const std::string& what) { text += condition ? " " + what : ""; };
+    tell(failed && !script.called.empty(), "from the card");
+    text += failed ? "" : script.called;
+    script = Script();
+    text += w.noted;
+    tell(w.len != room, "length " + std::to_string(w.len));
+    tell(w.out[0] != 0, "out " + PKCS11_blob2hex(Blob(w.out, w.out + 4)));
+    for (const CK_OBJECT_HANDLE made : {w.made, w.made2})
+        if (made != 0) {
+            auto& object = w.object<Storage>(made);
+            tell(true, "made " + std::to_string(made) + " of class " + std::to_string(object.getClass()));
+            tell(object.getOnToken() != CK_FALSE, "on token");
+            if (auto* key = dynamic_cast<SecretKey*>(&object); key != nullptr && !key->getValue().empty())
+                tell(true, PKCS11_blob2hex(key->getValue()));
+        }
+    tell(w.objects().highWater() != kBare + CK_ULONG{w.made != 0} + CK_ULONG{w.made2 != 0},
+         "and more objects");
+    tell(state() != before, "state " + std::to_string(state()));
+    tell(w.token().userPin() == Blob(w.in, w.in + 4), "user PIN kept");
+    tell(w.token().soPin() == Blob(w.in, w.in + 4), "SO PIN kept");
+    tell(keyInUse() != keyBefore, "with key " + std::to_string(keyInUse() + 1));
+    tell(isActive() != wasActive, wasActive ? "ends" : "begins");
+    return text.empty() ? " done" : text;
+}
 
 } // namespace
 
-TEST_F(SessionTest, StepsEndOrKeepTheOperation)
+TEST(SessionTest, EachMethodInEachSituation)
 {
-    CK_BYTE *input = in, *output = out;
-    const struct {
-        std::string step;
-        const char* ends; // by s(uccess), q(uery), f(ailure), w(rong step)
-        std::function<Failure()> run;
-    } rows[] = {
-        {"sign", "sfw", [&] { return failureOf(&S::sign, input, 4, output, &len); }},
-        {"signUpdate", "", [&] { return failureOf(&S::signUpdate, input, 4); }},
-        {"signFinal", "sfw", [&] { return failureOf(&S::signFinal, output, &len); }},
-        {"verify", "sqf", [&] { return failureOf(&S::verify, input, 4, output, 0); }},
-        {"verifyUpdate", "", [&] { return failureOf(&S::verifyUpdate, input, 4); }},
-        {"verifyFinal", "sf", [&] { return failureOf(&S::verifyFinal, output, 0); }},
-        {"verifyRecover", "sfw", [&] { return failureOf(&S::verifyRecover, input, 4, output, &len); }},
-        {"encrypt", "sf", [&] { return failureOf(&S::encrypt, input, 4, output, &len); }},
-        {"encryptUpdate", "f", [&] { return failureOf(&S::encryptUpdate, input, 4, output, &len); }},
-        {"encryptFinal", "sf", [&] { return failureOf(&S::encryptFinal, output, &len); }},
-        {"decrypt", "sf", [&] { return failureOf(&S::decrypt, input, 4, output, &len); }},
-        {"decryptUpdate", "f", [&] { return failureOf(&S::decryptUpdate, input, 4, output, &len); }},
-        {"decryptFinal", "sf", [&] { return failureOf(&S::decryptFinal, output, &len); }},
-        {"digest", "sf", [&] { return failureOf(&S::digest, input, 4, output, &len); }},
-        {"digestUpdate", "f", [&] { return failureOf(&S::digestUpdate, input, 4); }},
-        {"digestFinal", "sf", [&] { return failureOf(&S::digestFinal, output, &len); }},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.step);
-        session.cleanMechanism();
-        const std::string named = row.step == "encryptFinal" ? "encryptUpdate" : row.step;
-        EXPECT_EQ(row.run(), Failure(CKR_OPERATION_NOT_INITIALIZED, "Session::" + named));
-        for (const char kind : {'s', 'q', 'f', 'w'}) {
-            restart();
-            script.fail = kind == 'f' ? CKR_DEVICE_ERROR : kind == 'w' ? CKR_MECHANISM_INVALID : CKR_OK;
-            output = kind == 'q' || kind == 'f' ? nullptr : out;
-            EXPECT_EQ(row.run().first, script.fail);
-            EXPECT_EQ(script.called, row.step);
-            EXPECT_EQ(!isActive(), std::strchr(row.ends, kind) != nullptr) << kind;
-            script.fail = CKR_OK;
+    std::string shown;
+    std::map<std::string, std::map<std::string, std::string>> all; // of a situation and a method
+    for (const auto& [name, arrange] : kSituations) {
+        const std::string situation = name;
+        const size_t comma = situation.rfind(", ");
+        const auto& before = all[comma != situation.npos ? situation.substr(0, comma) : kSituations[0].name];
+        std::map<std::string, std::string> methods;
+        for (const Call& call : kCalls) {
+            const std::string& text = all[situation][call.name] = outcome(call, arrange);
+            if (&before == &all[situation] || before.at(call.name) != text)
+                methods[text] += std::string(" ") + call.name;
         }
-        input = nullptr; // a length without its bytes is a failure like any other
-        restart();
-        const bool takesInput = row.step.find("Final") == std::string::npos;
-        EXPECT_EQ(row.run().first, takesInput ? CKR_ARGUMENTS_BAD : CKR_OK);
-        EXPECT_EQ(!isActive(), std::strchr(row.ends, takesInput ? 'f' : 's') != nullptr);
-        input = in;
+        shown += situation + "\n";
+        for (const auto& [text, names] : methods)
+            shown += (text[0] == ' ' ? " " : "  ") + text + ":" + names + "\n";
     }
-    restart();
-    EXPECT_EQ(call(&S::sign, in, 4, out, nullptr), CKR_ARGUMENTS_BAD);
-    restart();
-    EXPECT_EQ(call(&S::verify, in, 4, nullptr, 1), CKR_ARGUMENTS_BAD);
-    restart();
-    EXPECT_EQ(call(&S::verifyFinal, nullptr, 1), CKR_ARGUMENTS_BAD);
+    expectFile("unit/core/SessionTest.txt", shown);
 }
 
-TEST_F(SessionTest, OperationsStartWithTheRightKey)
+TEST(SessionTest, KeysTakeTheMechanismsOfTheirType)
 {
-    const struct {
-        std::string name;
-        void (Session::*init)(CK_MECHANISM*, CK_OBJECT_HANDLE);
-        CK_OBJECT_HANDLE key, otherKey;
-        CK_ATTRIBUTE_TYPE usage;
-        std::string factory;
-        CK_RV withSecretKey;
-    } rows[] = {
-        {"signInit", &S::signInit, kPrivate, kPublic, CKA_SIGN, "sign", CKR_OK},
-        {"verifyInit", &S::verifyInit, kPublic, kPrivate, CKA_VERIFY, "verify", CKR_OK},
-        {"encryptInit", &S::encryptInit, kPublic, kPrivate, CKA_ENCRYPT, "encrypt", CKR_OK},
-        {"decryptInit", &S::decryptInit, kPrivate, kPublic, CKA_DECRYPT, "decrypt", CKR_OK},
-        {"verifyRecoverInit", &S::verifyRecoverInit, kPublic, kPrivate, CKA_VERIFY_RECOVER, "recover",
-         CKR_KEY_HANDLE_INVALID},
-    };
-    CK_MECHANISM sha256 = {CKM_SHA256_RSA_PKCS, nullptr, 0};
-    CK_MECHANISM incapable = {CKM_RSA_X9_31, nullptr, 0};
-    CK_MECHANISM unlisted = {CKM_MD5, nullptr, 0};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const std::string where = "Session::" + row.name;
-        const auto init = [&](CK_MECHANISM* with, CK_OBJECT_HANDLE key) {
-            session.cleanMechanism();
-            Failure failure = failureOf(row.init, with, key);
-            EXPECT_EQ(isActive(), failure.first == CKR_OK);
-            return failure;
-        };
-        const Failure notPermitted(CKR_KEY_FUNCTION_NOT_PERMITTED, where);
-        set(row.key, row.usage, CK_FALSE);
-        EXPECT_EQ(init(&mechanism, row.key), notPermitted);
-        set(row.key, row.usage, CK_TRUE);
-        EXPECT_EQ(init(&sha256, row.key), notPermitted);
-        EXPECT_EQ(init(&mechanism, row.key).first, CKR_OK);
-        EXPECT_EQ(script.called, row.factory);
-        EXPECT_EQ(failureOf(row.init, &mechanism, row.key), Failure(CKR_OPERATION_ACTIVE, where));
-        if (row.withSecretKey == CKR_OK) {
-            EXPECT_EQ(init(&sha256, kSecret), notPermitted);
-            set(kSecret, row.usage, CK_TRUE);
+    std::string taken;
+    for (const CK_KEY_TYPE keyType : {CKK_RSA, CKK_EC, CKK_DSA}) {
+        W w;
+        w.object<FakePrivateKey>(kPrivate).type = keyType;
+        taken += "key";
+        for (w.mechanism.mechanism = 0; w.mechanism.mechanism < 0x1050; ++w.mechanism.mechanism) {
+            w.token().getMechanismList()->add({w.mechanism.mechanism, 0, 0, CKF_SIGN});
+            w.session.cleanMechanism();
+            if (codeOf([&] { w.begin(); }) == CKR_OK && keyType != CKK_DSA)
+                taken += " " + std::to_string(w.mechanism.mechanism);
         }
-        EXPECT_EQ(init(&sha256, kSecret).first, row.withSecretKey);
-        EXPECT_EQ(script.called, row.withSecretKey == CKR_OK ? "secret " + row.factory : row.factory);
-        EXPECT_EQ(init(&incapable, row.key), Failure(CKR_MECHANISM_INVALID, where));
-        EXPECT_EQ(init(&unlisted, row.key).first, CKR_MECHANISM_INVALID);
-        EXPECT_EQ(init(nullptr, row.key).first, CKR_ARGUMENTS_BAD);
-        EXPECT_EQ(init(&mechanism, 9).first, CKR_OBJECT_HANDLE_INVALID);
-        const std::string named = row.name == "encryptInit" ? "Session::verifyInit" : where;
-        EXPECT_EQ(init(&mechanism, row.otherKey), Failure(CKR_KEY_HANDLE_INVALID, named));
-        script.yields = false;
-        EXPECT_EQ(init(&mechanism, row.key), Failure(CKR_FUNCTION_NOT_SUPPORTED, where));
-        script.yields = true;
+        taken += w.session.usesObject(&w.object<Object>(kPrivate)) ? " and the last\n" : "\n";
     }
-    const auto signsWith = [&](CK_KEY_TYPE keyType, CK_MECHANISM_TYPE type) {
-        session.getToken()->getMechanismList()->add({type, 0, 0, CKF_SIGN});
-        static_cast<FakePrivateKey*>(object(kPrivate))->type = keyType;
-        CK_MECHANISM with = {type, nullptr, 0};
-        session.cleanMechanism();
-        return call(&S::signInit, &with, kPrivate) == CKR_OK;
-    };
-    EXPECT_TRUE(signsWith(CKK_RSA, CKM_SHA1_RSA_PKCS_PSS) && signsWith(CKK_EC, CKM_ECDSA_SHA1));
-    EXPECT_FALSE(signsWith(CKK_RSA, CKM_RSA_X9_31_KEY_PAIR_GEN) || signsWith(CKK_EC, CKM_RSA_PKCS));
-    EXPECT_TRUE(signsWith(CKK_DSA, CKM_SHA256_RSA_PKCS));
-    session.cleanMechanism();
-    EXPECT_EQ(call(&S::digestInit, &mechanism), CKR_OK);
-    EXPECT_TRUE(isActive());
+    EXPECT_EQ(taken, "key 1 2 3 4 5 6 7 8 9 12 13 14\nkey 4161 4162\nkey and the last\n");
 }
 
-TEST_F(SessionTest, LoginRules)
+TEST(SessionTest, AFetchedTokenServesOneCallAndAnotherCardEndsTheOperation)
 {
-    enum { nobody, user, so };
-    const struct {
-        CK_FLAGS open;
-        int before;
-        CK_USER_TYPE type;
-        CK_RV code;
-        CK_STATE state; // after the call
-    } rows[] = {
-        {7, nobody, CKU_USER, CKR_OK, CKS_RW_USER_FUNCTIONS},
-        {4, nobody, CKU_USER, CKR_OK, CKS_RO_USER_FUNCTIONS},
-        {7, nobody, CKU_SO, CKR_OK, CKS_RW_SO_FUNCTIONS},
-        {4, nobody, CKU_SO, CKR_USER_TYPE_INVALID, CKS_RO_PUBLIC_SESSION},
-        {4, user, CKU_SO, CKR_USER_TYPE_INVALID, CKS_RO_USER_FUNCTIONS},
-        {7, user, CKU_SO, CKR_USER_ANOTHER_ALREADY_LOGGED_IN, CKS_RW_USER_FUNCTIONS},
-        {7, so, CKU_USER, CKR_USER_ANOTHER_ALREADY_LOGGED_IN, CKS_RW_SO_FUNCTIONS},
-        {4, so, CKU_USER, CKR_USER_ANOTHER_ALREADY_LOGGED_IN, CKS_RO_PUBLIC_SESSION},
-        {4, so, CKU_CONTEXT_SPECIFIC, CKR_USER_TYPE_INVALID, CKS_RO_PUBLIC_SESSION},
-        {4, user, CKU_USER, CKR_USER_ALREADY_LOGGED_IN, CKS_RO_USER_FUNCTIONS},
-        {7, user, CKU_CONTEXT_SPECIFIC, CKR_USER_ALREADY_LOGGED_IN, CKS_RW_USER_FUNCTIONS},
-        {7, so, CKU_SO, CKR_USER_ALREADY_LOGGED_IN, CKS_RW_SO_FUNCTIONS},
-        {7, nobody, CKU_CONTEXT_SPECIFIC, CKR_USER_TYPE_INVALID, CKS_RW_PUBLIC_SESSION},
-    };
-    Token& token = *session.getToken();
-    for (const auto& row : rows) {
-        SCOPED_TRACE(&row - rows);
-        openAs(row.open);
-        token.Logout();
-        if (row.before != nobody)
-            row.before == user ? token.Login(Blob("x")) : token.LoginSO(Blob("x"));
-        EXPECT_EQ(call(&S::login, row.type, in, 4), row.code);
-        EXPECT_EQ((row.type == CKU_SO ? token.soPin() : token.userPin()) == Blob(in, in + 4),
-                  row.code == CKR_OK);
-        const CK_SESSION_INFO info = session.getSessionInfo();
-        EXPECT_EQ(info.state, row.state);
-        EXPECT_EQ(info.flags, row.open & 6);
-        const bool isSO = row.state == CKS_RW_SO_FUNCTIONS;
-        const CK_RV access = row.open == CKF_SERIAL_SESSION ? CKR_SESSION_READ_ONLY : CKR_OK;
-        EXPECT_EQ(call(&S::setPIN, Blob(), Blob()), access);
-        EXPECT_TRUE(access != CKR_OK || script.called == (isSO ? "SetSOPIN" : "SetPIN"));
-        EXPECT_EQ(call(&S::initPIN, Blob()), isSO || access != CKR_OK ? access : CKR_USER_NOT_LOGGED_IN);
-        const bool isPublic = row.state == CKS_RO_PUBLIC_SESSION || row.state == CKS_RW_PUBLIC_SESSION;
-        EXPECT_EQ(call(&S::logout), isPublic ? CKR_USER_NOT_LOGGED_IN : CKR_OK);
-        if (!isPublic && access == CKR_OK) {
-            session.setPIN(Blob(), Blob()); // as the session saw the state last
-            EXPECT_EQ(script.called, "SetPIN");
-        }
-    }
-    session.login(CKU_SO, in, 4);
-    session.setPIN(Blob(), Blob());
-    EXPECT_EQ(script.called, "SetSOPIN");
-    session.logout();
-    EXPECT_EQ(call(&S::login, CKU_USER, nullptr, 1), CKR_ARGUMENTS_BAD);
-}
-
-TEST_F(SessionTest, ObjectsFollowTheSessionsRights)
-{
-    CK_OBJECT_CLASS objectClass = CKO_DATA;
-    CK_BBOOL yes = CK_TRUE;
-    CK_ATTRIBUTE both[] = {{CKA_CLASS, &objectClass, sizeof objectClass}, {CKA_TOKEN, &yes, 1}};
-    EXPECT_EQ(call(&S::createObject, both, 2, &made), CKR_OK);
-    EXPECT_EQ(made, 5U);
-    EXPECT_EQ(call(&S::copyObject, kData, both, 2, &made), CKR_OK);
-    EXPECT_TRUE(static_cast<Storage*>(object(made))->getOnToken());
-    EXPECT_EQ(call(&S::copyObject, kData, both + 1, 1, &made), CKR_OK);
-    EXPECT_TRUE(static_cast<Storage*>(object(made))->getOnToken());
-    EXPECT_EQ(call(&S::setAttributeValue, kData, both, 2), CKR_OK);
-    script.tokenFlags = CKF_LOGIN_REQUIRED;
-    EXPECT_EQ(call(&S::getAttributeValue, kPrivate, both, 1), CKR_USER_NOT_LOGGED_IN);
-    CK_ULONG count = 9;
-    CK_OBJECT_HANDLE found[9] = {};
-    session.findObjectsInit(nullptr, 0);
-    session.findObjects(found, 9, &count);
-    EXPECT_EQ(count, 5U); // all but the private and the secret key
-    EXPECT_EQ(call(&S::findObjects, nullptr, 1, &count), CKR_ARGUMENTS_BAD);
-    session.findObjects(found, 9, &count);
-    EXPECT_EQ(count, 0U);
-    session.findObjectsFinal();
-    session.findObjects(found, 9, &count);
-    EXPECT_EQ(count, 5U);
-    script = Script();
-    openAs(CKF_SERIAL_SESSION);
-    EXPECT_EQ(call(&S::createObject, both, 1, &made), CKR_OK);
-    both[1].ulValueLen = 0; // does not ask for the token
-    EXPECT_EQ(call(&S::createObject, both, 2, &made), CKR_ATTRIBUTE_VALUE_INVALID);
-    EXPECT_EQ(call(&S::destroyObject, kData), CKR_OK);
-    EXPECT_EQ(call(&S::destroyObject, kData), CKR_OBJECT_HANDLE_INVALID);
-    struct OnCard final : Data {
-        void Delete() override { script.call("deleted from the card"); }
-    };
-    session.destroyObject(objects().put(std::make_unique<OnCard>()));
-    EXPECT_EQ(script.called, "deleted from the card");
-}
-
-TEST_F(SessionTest, KeysAreMadeDerivedAndWrapped)
-{
-    session.generateKeyPair(&mechanism, nullptr, 0, nullptr, 0, &second, &made);
-    EXPECT_TRUE(made == 5 && second == 6 && !isActive());
-    EXPECT_EQ(object(made)->getClass(), CKO_PRIVATE_KEY);
-    EXPECT_EQ(call(&S::generateKey, &mechanism, nullptr, 0, &made), CKR_OK);
-    EXPECT_TRUE(object(made)->getClass() == CKO_SECRET_KEY && !isActive());
-    session.destroyObject(made);
-    set(kPrivate, CKA_DERIVE, CK_TRUE);
-    EXPECT_EQ(call(&S::deriveKey, &mechanism, kPrivate, nullptr, 0, &made), CKR_OK);
-    EXPECT_TRUE(made == 7 && isActive()); // a derivation stays active
-    EXPECT_TRUE(session.usesObject(object(kPrivate)));
-    session.cleanMechanism();
-
-    set(kPublic, CKA_ENCRYPT, CK_TRUE);
-    set(kPrivate, CKA_DECRYPT, CK_TRUE);
-    const auto wrap = [&](auto* to, auto* size) {
-        return call(&S::WrapKey, &mechanism, kPublic, kSecret, to, size);
-    };
-    auto* secret = static_cast<SecretKey*>(object(kSecret));
-    secret->setValueLen(3);
-    EXPECT_EQ(wrap(out, &len), CKR_KEY_SIZE_RANGE);
-    secret->setValue(Blob("abc"));
-    len = 2;
-    EXPECT_EQ(wrap(out, &len), CKR_BUFFER_TOO_SMALL);
-    EXPECT_TRUE(len == 3 && out[0] == 0 && !isActive());
-    EXPECT_EQ(wrap(out, &len), CKR_OK);
-
-    CK_OBJECT_CLASS objectClass = CKO_SECRET_KEY;
-    CK_ATTRIBUTE attributes[] = {{CKA_CLASS, &objectClass, sizeof objectClass}};
-    session.UnwrapKey(&mechanism, kPrivate, out, 3, attributes, 1, &made);
-    EXPECT_EQ(static_cast<SecretKey*>(object(made))->getValue(), Blob("abc"));
-}
-
-TEST_F(SessionTest, AFetchedTokenServesOneCallAndAnotherCardEndsTheOperation)
-{
+    W w;
     int fetches = 0;
     script.cardPresent = [&] { return ++fetches > 0; };
-    session.beginCall();
-    restart();
-    EXPECT_EQ(call(&S::sign, in, 4, out, &len), CKR_OK);
+    w.session.beginCall();
+    w.begin();
+    w.session.sign(w.in, 4, w.out, &w.len);
     EXPECT_EQ(fetches, 1);
-    restart();
-    EXPECT_TRUE(session.usesObject(object(kPrivate)));
-    script.cardPresent = [&] { return session.closeSession(), true; }; // as when the card was exchanged
-    session.beginCall();
-    EXPECT_EQ(call(&S::sign, in, 4, out, &len), CKR_OPERATION_NOT_INITIALIZED);
-    EXPECT_FALSE(session.isPaused());
-    script = Script();
-    session.login(CKU_SO, in, 4);
-    Token& token = *session.getToken();
-    session.closeSession();
-    token.Logout();
-    session.setPIN(Blob(), Blob());
-    EXPECT_EQ(script.called, "SetPIN"); // a session that comes back has the state of the card that is there
+    w.begin();
+    script.cardPresent = [&] { return w.session.closeSession(), true; }; // as when the card was exchanged
+    w.session.beginCall();
+    EXPECT_EQ(codeOf([&] { w.session.signUpdate(w.in, 4); }), CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_FALSE(w.session.isPaused());
 }
 
 TEST(SessionList, HandlesOutliveTheCard)

@@ -1,0 +1,18 @@
+/// Texts that stand in files beside the tests.
+#pragma once
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <string>
+
+/// Where the text differs from the file under tests/ it is left in the working directory.
+inline void expectFile(const std::string& path, const std::string& shown)
+{
+    std::ostringstream expected;
+    expected << std::ifstream(QUARVEL_TESTS + path).rdbuf();
+    const std::string left = path.substr(path.rfind('/') + 1);
+    EXPECT_TRUE(shown == expected.str()) << "diff " QUARVEL_TESTS << path << " " << left;
+    if (shown != expected.str())
+        std::ofstream(left) << shown;
+}
