@@ -1,13 +1,10 @@
 // What calls answer, write into the trace and send to the card, on each family, in files beside this one.
 #include "pkcs11/Edition.h"
-#include "pkcs11/frontend/SystemWrapper.h"
 #include "pkcs11/frontend/trace/Names.h"
-#include "pkcs11/pcsc/PCSCSlot.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Expected.h"
+#include "tests/support/Families.h"
 #include "tests/support/TraceFile.h"
-#include "tools/vcard/Families.h"
-#include "tools/vcard/Keys.h"
 
 #include <functional>
 #include <map>
@@ -16,18 +13,6 @@
 #include <sstream>
 
 namespace {
-
-struct Family {
-    const char* name;
-    const char* soPin;
-    int keyPair; ///< of the first private key
-    int eduVariant = 0;
-    std::string title() const { return name + (eduVariant != 0 ? " " + std::to_string(eduVariant) : ""); }
-};
-constexpr Family kFamilies[] = {{"piv", "12345678", 0x9A},    {"cardos", "12345678", 0},
-                                {"cardos-v5", "12345678", 0}, {"ias", "87654321", 0},
-                                {"atrust", "12345678", 0},    {"edu", "12345678", 1, 1},
-                                {"edu", "12345678", 0},       {"edu", "12345678", 2, 2}};
 
 class CallsTest : public CryptokiFixture {
 protected:
@@ -54,11 +39,9 @@ protected:
     {
         TearDown();
         SetUp();
-        vcard::CardOptions options;
-        options.rsaBits = 1024;
-        start(vcard::findFamily(family.name)->make(options));
+        start(family.make());
         C_CloseAllSessions(1);
-        dynamic_cast<PKCS11::PCSCSlot&>(*wrapper.slots()->getSlot(1)).setEduVariant(family.eduVariant);
+        setEduVariant(family.eduVariant);
         fakepcsc::resetCard(m_reader); // the token is made anew, with that variant
         fakepcsc::clearCalls();
         EXPECT_EQ(open(), CKR_OK);

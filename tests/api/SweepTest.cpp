@@ -1,10 +1,7 @@
 // One life of an application on a card of each family, disturbed at each of its PC/SC calls.
 #include "pkcs11/Edition.h"
-#include "pkcs11/frontend/SystemWrapper.h"
-#include "pkcs11/pcsc/PCSCSlot.h"
 #include "tests/support/CryptokiFixture.h"
-#include "tools/vcard/Families.h"
-#include "tools/vcard/Keys.h"
+#include "tests/support/Families.h"
 
 #include <map>
 #include <set>
@@ -38,13 +35,6 @@ private:
     std::unique_ptr<vcard::Card> m_card;
 };
 
-struct Family {
-    const char* name;
-    int eduVariant;
-};
-constexpr Family kFamilies[] = {{"piv", 0},    {"cardos", 0}, {"cardos-v5", 0}, {"ias", 0},
-                                {"atrust", 0}, {"edu", 0},    {"edu", 1},       {"edu", 2}};
-
 /// What the steps of a life gave, by name: a value or a failure.
 struct Life {
     std::map<std::string, Bytes> values;
@@ -71,19 +61,16 @@ protected:
         bool encrypts, verifies;
     };
 
-    static Held make(const char* family, const char* pin)
+    static Held make(const Family& family, const char* pin)
     {
-        vcard::CardOptions options;
-        options.pin = pin;
-        options.rsaBits = 1024;
-        return std::make_shared<HeldCard>(vcard::findFamily(family)->make(options), pin);
+        return std::make_shared<HeldCard>(family.make(pin), pin);
     }
     void SetUp() override
     {
         CryptokiFixture::SetUp();
         m_reader = fakepcsc::addReader("Reader 0");
         ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
-        dynamic_cast<PKCS11::PCSCSlot&>(*wrapper.slots()->getSlot(1)).setEduVariant(GetParam().eduVariant);
+        setEduVariant(GetParam().eduVariant);
     }
     void TearDown() override
     {
@@ -282,9 +269,9 @@ protected:
 
 TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
 {
-    const Held own = make(GetParam().name, "123456");
-    const Held another = make(GetParam().name, "654321");
-    const Held stranger = make(GetParam().name == std::string("piv") ? "ias" : "piv", "654321");
+    const Held own = make(GetParam(), "123456");
+    const Held another = make(GetParam(), "654321");
+    const Held stranger = make(kFamilies[GetParam().name == std::string("piv") ? 3 : 0], "654321");
     insert(own);
     ASSERT_NO_FATAL_FAILURE(learn());
     m_peace = {{stranger, inPeace(stranger)}, {another, inPeace(another)}, {own, inPeace(own)}};
@@ -356,7 +343,7 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
 
 TEST_P(SweepTest, AWrongPinCostsOneTryWhereverTheCardIsReset)
 {
-    const Held card = make(GetParam().name, "123456");
+    const Held card = make(GetParam(), "123456");
     insert(card);
     ASSERT_EQ(open(), CKR_OK);
     for (int nth = 1; nth <= 4; ++nth) {

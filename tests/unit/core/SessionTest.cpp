@@ -260,8 +260,8 @@ std::string outcome(const Call& call, void (*arrange)(W&))
     script.called.clear();
     std::string text = thrownBy([&] { call.run(w); });
     const bool failed = !text.empty();
-    if (const size_t at = text.rfind("|Session::" + script.method); at != text.npos)
-        text = text.substr(0, at) + "|itself";
+    if (const size_t at = text.rfind('|') + 1; text.substr(at) == "Session::" + script.method)
+        text = text.substr(0, at) + "itself";
     const auto tell = [&](bool condition, const std::string& what) { text += condition ? " " + what : ""; };
     tell(failed && !script.called.empty(), "from the card");
     text += failed ? "" : script.called;
