@@ -161,6 +161,7 @@ inline std::unique_ptr<Mechanism> make(const std::string& factory)
 template <class T>
 std::unique_ptr<Object> makeObject(A attributes, N count)
 {
+    script.call("object");
     auto object = std::make_unique<T>();
     object->setAttribute(attributes, count);
     return script.yields != Script::nothing ? std::move(object) : nullptr;
@@ -190,7 +191,7 @@ struct FakeToken : Token {
     }
     std::unique_ptr<Object> createPublicKey(A, N) override { return nullptr; }
     std::unique_ptr<Object> createPrivateKey(A, N) override { return nullptr; }
-    std::unique_ptr<Object> createCertificate(A, N) override { return std::make_unique<Bare>(); }
+    std::unique_ptr<Object> createCertificate(A, N) override { return makeObject<Bare>(nullptr, 0); }
     std::unique_ptr<Object> createData(A a, N n) override { return makeObject<FakeData>(a, n); }
     std::unique_ptr<Object> createSecretKey(A a, N n) override { return makeObject<FakeSecretKey>(a, n); }
     std::unique_ptr<Object> copyObject(Object*, A, N) override { return makeObject<Data>(nullptr, 0); }

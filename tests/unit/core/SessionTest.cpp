@@ -344,6 +344,23 @@ TEST(SessionTest, AFetchedTokenServesOneCallAndAnotherCardEndsTheOperation)
     EXPECT_FALSE(w.session.isPaused());
 }
 
+TEST(Mechanism, RefusesWhatNoSessionAsksFor)
+{
+    Mechanism none;
+    CK_BYTE in[4] = {}, out[4];
+    CK_ULONG len = 4;
+    EXPECT_EQ(thrownBy([&] { none.digestKey(1); }), "70|not a hash mechanism|Mechanism");
+    EXPECT_EQ(thrownBy([&] { none.signRecover(in, 4, out, &len); }),
+              "70|not a signrecover mechanism|Mechanism");
+    EXPECT_EQ(thrownBy([&] { none.seedRandom(in, 4); }), "70|not a random mechanism|Mechanism");
+    EXPECT_EQ(thrownBy([&] { none.generateRandom(in, 4); }), "70|not a random mechanism|Mechanism");
+    EXPECT_EQ(thrownBy([&] { none.generateKey(nullptr, nullptr, 0, &len); }),
+              "70|not a generateKey mechanism|Mechanism");
+    EXPECT_EQ(thrownBy([&] { none.generateKeyPair(nullptr, nullptr, 0, nullptr, 0, &len, &len); }),
+              "70|not a generateKeyPair mechanism|Mechanism");
+    EXPECT_EQ(MechanismKeygen(CKM_DES_KEY_GEN).type(), CKM_DES_KEY_GEN);
+}
+
 TEST(SessionList, HandlesOutliveTheCard)
 {
     script = Script();
