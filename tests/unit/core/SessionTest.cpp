@@ -187,6 +187,9 @@ const struct {
     {"with data", [](W& w) { w.useHandles(kData, kData, kData, kData); }},
     {"with data, of no list", [](W& w) { w.useHandles(kBare, kBare, kBare, kBare); }},
     {"with unknown handles", [](W& w) { w.useHandles(kNone, kNone, kNone, kNone); }},
+    {"with unknown handles, nothing to unwrap",
+     [](W& w) { w.useHandles(kNone, kNone, kNone, kNone), w.n = 0; }},
+    {"with unknown handles, data to wrap", [](W& w) { w.useHandles(kNone, kNone, kData, kNone); }},
     {"to wrap what is unknown", [](W& w) { w.wrapped = kNone; }},
     {"to wrap what has no value", [](W& w) { w.secret().setValue(Blob()); }},
     {"to wrap what tells no length", [](W& w) { w.secret().setValueLen(0); }},
@@ -247,6 +250,7 @@ std::string outcome(const Call& call, void (*arrange)(W&))
     };
     const CK_STATE before = state();
     const CK_ULONG room = w.len;
+    const Blob userPin = w.token().userPin(), soPin = w.token().soPin();
     const std::array<const Object*, 3> keys = {&w.object<Object>(kPrivate), &w.object<Object>(kPublic),
                                                &w.secret()};
     const auto isActive = [&] { return codeOf([&] { w.s->digestInit(nullptr); }) == CKR_OPERATION_ACTIVE; };
@@ -280,8 +284,8 @@ std::string outcome(const Call& call, void (*arrange)(W&))
     tell(w.objects().highWater() != kBare + CK_ULONG{w.made != 0} + CK_ULONG{w.made2 != 0},
          "and more objects");
     tell(state() != before, "state " + std::to_string(state()));
-    tell(w.token().userPin() == Blob(w.in, w.in + 4), "user PIN kept");
-    tell(w.token().soPin() == Blob(w.in, w.in + 4), "SO PIN kept");
+    tell(w.token().userPin() != userPin, "user PIN " + PKCS11_blob2hex(w.token().userPin().slice(0, 5)));
+    tell(w.token().soPin() != soPin, "SO PIN " + PKCS11_blob2hex(w.token().soPin().slice(0, 5)));
     tell(keyInUse() != keyBefore, "with key " + std::to_string(keyInUse() + 1));
     tell(isActive() != wasActive, wasActive ? "ends" : "begins");
     return text.empty() ? " done" : text;

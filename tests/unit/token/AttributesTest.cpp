@@ -75,4 +75,5 @@ TEST(InfoRecords, FieldsAndAttributesComeBack)
     EXPECT_EQ(TokenInfo(token.Export()).getLabel(), Blob("new"));
     const CertificateInfo shorter(hex("300D04014C04024944040231000500"));
     EXPECT_EQ(shorter.getLabel() + shorter.getID(), Blob("LID"));
+    EXPECT_EQ(CertificateInfo(hex("300704014C04023100")).getID(), Blob());
 }

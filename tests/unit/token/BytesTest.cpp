@@ -27,6 +27,7 @@ TEST(Bytes, ComeFromTextAndNumbersAndGoBack)
     EXPECT_EQ(long2blob(0x89ABCDEF), hex("89ABCDEF"));
     EXPECT_EQ(blob2long(hex("89ABCDEF")), 0x89ABCDEFUL);
     EXPECT_EQ(codeOf([] { blob2long(hex("000001")); }), CKR_DATA_INVALID);
+    EXPECT_EQ(PKCS11_blob2int(hex("FE")), 0xFE);
     EXPECT_EQ(PKCS11_blob2int(hex("FE01")), 0xFE01);
     EXPECT_EQ(PKCS11_blob2int(hex("FE0100")), 0);
     EXPECT_EQ(PKCS11_memLI2long(hex("89ABCDEF55")), 0xEFCDAB89UL);
