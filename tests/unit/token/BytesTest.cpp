@@ -17,6 +17,10 @@ TEST(Bytes, AreOnlyTouchedWhereTheyAre)
     EXPECT_EQ(reader.word(), 0x0707);
     EXPECT_EQ(codeOf([&] { reader.take(3); }), CKR_BUFFER_TOO_SMALL);
     EXPECT_EQ(reader.rest(), Blob(2, 7));
+    const Blob cut = hex("0402AA");
+    ByteReader broken(cut);
+    EXPECT_FALSE(broken.element());
+    EXPECT_EQ(broken.rest(), cut);
 }
 
 TEST(Bytes, ComeFromTextAndNumbersAndGoBack)

@@ -6,6 +6,7 @@ using namespace PKCS11;
 TEST(Framing, TLVObjectsLoseTheirPadding)
 {
     const std::pair<const char*, const char*> cases[] = {{"000000", ""},
+                                                         {"3003020105", "3003020105"},
                                                          {"3003020105000000", "3003020105"},
                                                          {"3000A18101AAAFFF", "3000A18101AA"},
                                                          {"30003080AA", "30003080AA"},
