@@ -208,6 +208,7 @@ const struct {
     {"nobody is logged in", [](W& w) { w.session.logout(); }},
     {"nobody is logged in, but should be",
      [](W& w) { w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED; }},
+    {"nobody is logged in, the administrator was", [](W& w) { w.loginSO(), w.session.logout(); }},
     {"nobody is logged in, another session logged the administrator out",
      [](W& w) { w.loginSO(), w.token().Logout(); }},
     {"nobody is logged in, the administrator was on another card",
