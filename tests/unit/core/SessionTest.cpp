@@ -202,6 +202,7 @@ const struct {
     {"nowhere to put a handle", [](W& w) { w.place = nullptr; }},
     {"nowhere to put the second handle", [](W& w) { w.place2 = nullptr; }},
     {"room for two bytes", [](W& w) { w.len = 2; }},
+    {"room for three bytes", [](W& w) { w.len = 3; }},
     {"no output", [](W& w) { w.output = nullptr; }},
     {"no length", [](W& w) { w.length = nullptr; }},
     {"no output, nor its length", [](W& w) { w.output = nullptr, w.length = nullptr; }},
