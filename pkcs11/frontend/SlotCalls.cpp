@@ -55,8 +55,10 @@ CK_RV PKCS11Wrapper::GetSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR pSlotList
                      {number("tokenPresent", tokenPresent), pointer("pSlotList", pSlotList),
                       pointer("pulCount", pulCount)},
                      [&] {
-                         if (pSlotList == nullptr)
+                         if (pSlotList == nullptr) {
                              UpdateSlotList();
+                             m_slots->update();
+                         }
                          m_slots->getIDList(tokenPresent, pSlotList, pulCount);
                          logResults({pointee("pulCount", pulCount)});
                          return CKR_OK;

@@ -91,12 +91,6 @@ CK_RV SystemWrapper::InitSlotList()
     return CKR_OK;
 }
 
-CK_RV SystemWrapper::UpdateSlotList()
-{
-    m_slots->update();
-    return CKR_OK;
-}
-
 void SystemWrapper::InitLogger()
 {
     if (m_hasLogger)

@@ -13,7 +13,6 @@ public:
     ~SystemWrapper() override;
 
     CK_RV InitSlotList() override;
-    CK_RV UpdateSlotList() override;
     CK_RV GetInfo(CK_INFO* pInfo) override;
     CK_RV InitializeSystem() override;
     void FinalizeSystem() override;

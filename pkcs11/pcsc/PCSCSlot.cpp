@@ -36,10 +36,10 @@ PCSCSlot::PCSCSlot(PKCS11Wrapper* wrapper, PCSCSystem* system, const char* reade
 PCSCSlot::~PCSCSlot()
 {
     Logger::Log(Logger::kTrace, "........~PCSCSlot begin");
-    // The token closes the channel, which must still exist.
+    Logger::Log(Logger::kTrace, "........~PCSCSlot end");
+    // The token closes the channel, which must still exist, and has always told of it behind the slot's end.
     deleteToken();
     m_system->release();
-    Logger::Log(Logger::kTrace, "........~PCSCSlot end");
 }
 
 bool PCSCSlot::isTokenPresent()

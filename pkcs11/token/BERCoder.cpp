@@ -105,6 +105,7 @@ int BERCoder::import(const Blob& in, int pos)
 
 void BERCoder::importNode(ByteReader& reader, int depth)
 {
+    m_sizeDefinable = true;
     setTag(reader.tag());
     const std::optional<std::uint32_t> length = reader.length();
     m_sizeDefinable = length.has_value();

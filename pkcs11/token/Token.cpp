@@ -95,12 +95,13 @@ void Token::setSpeFlag()
     m_tokenInfo.flags = CKF_PROTECTED_AUTHENTICATION_PATH;
 }
 
-void Token::CheckPin(const Blob& pin)
+CK_RV Token::CheckPin(const Blob& pin)
 {
     if (!pin.empty())
         VerifyPIN(pin);
     else if ((m_tokenInfo.flags & CKF_PROTECTED_AUTHENTICATION_PATH) == 0 || !m_userLoggedIn)
         throw PKCS11Exception(CKR_USER_NOT_LOGGED_IN);
+    return CKR_OK;
 }
 
 bool Token::isTokenHandleValid(long& rv)

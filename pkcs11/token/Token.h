@@ -55,8 +55,8 @@ public:
     /// Makes CKF_PROTECTED_AUTHENTICATION_PATH the only flag.
     virtual void setSpeFlag();
     /// Verifies a non-empty PIN. An empty one passes only after a login through a PIN pad, else
-    /// CKR_USER_NOT_LOGGED_IN.
-    virtual void CheckPin(const Blob& pin);
+    /// CKR_USER_NOT_LOGGED_IN is thrown. Returns CKR_OK.
+    virtual CK_RV CheckPin(const Blob& pin);
 
     /// Asks PC/SC whether the card handle still stands for the card; rv becomes the PC/SC result. Without a
     /// slot false, and rv is left alone.
