@@ -58,8 +58,11 @@ std::string rowsOf(Object& object)
             EXPECT_EQ(object.testObject(&wanted, 1, 0), now.at(type) == value) << text;
             return isSet;
         };
-        change(first, first);
-        EXPECT_FALSE(object.testObject(&cut, 1, 0));
+        const bool isFirst = change(first, first);
+        const Blob longer = Blob(first).append(Blob(1, 0));
+        const CK_ATTRIBUTE more = entry(type, longer), less = {type, more.pValue, more.ulValueLen - 2};
+        EXPECT_EQ(object.testObject(&more, 1, 0), isFirst && !isBytes) << text;
+        EXPECT_FALSE(object.testObject(&less, 1, 0)) << text;
         if (!change(second, isFlag ? Blob(1, 0) : second)) {
             text += " fixed, ";
             continue;
