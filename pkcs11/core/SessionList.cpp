@@ -61,7 +61,13 @@ Session* SessionList::getSession(CK_SESSION_HANDLE handle)
 
 void SessionList::closeSession(CK_SESSION_HANDLE handle)
 {
-    getSession(handle)->closeSession();
+    try {
+        getSession(handle)->closeSession();
+    } catch (const PKCS11Exception&) {
+        // Paused, and its card is away: the caller takes it as closed, so it must not keep a later login alive.
+        remove(handle);
+        throw;
+    }
     const std::unique_ptr<Session> closed(static_cast<Session*>(delEntry(handle)));
 }
 

@@ -24,6 +24,8 @@ public:
     Session* getSession(CK_SESSION_HANDLE handle);
     /// The session as it stands, or null. Never throws.
     Session* peekSession(CK_SESSION_HANDLE handle) const { return static_cast<Session*>(find(handle)); }
+    /// Throws CKR_SESSION_HANDLE_INVALID (0xB3), also for a paused session whose card is away; that one is
+    /// removed all the same.
     void closeSession(CK_SESSION_HANDLE handle);
     /// Closes and removes the sessions of the slot, also when its card is away.
     void closeAllSessions(CK_SLOT_ID slotID);

@@ -394,4 +394,7 @@ TEST(SessionList, HandlesOutliveTheCard)
     script.cardPresent = [] { return false; };
     list.closeAllSessions(1);
     EXPECT_TRUE(list.peekSession(1) == nullptr && list.peekSession(3) != nullptr);
+    list.pauseAllSessions2(3);
+    EXPECT_EQ(codeOf([&] { list.closeSession(3); }), CKR_SESSION_HANDLE_INVALID);
+    EXPECT_EQ(list.peekSession(3), nullptr); // it would count as one of the slot's for ever
 }
