@@ -64,7 +64,8 @@ void SessionList::closeSession(CK_SESSION_HANDLE handle)
     try {
         getSession(handle)->closeSession();
     } catch (const PKCS11Exception&) {
-        // Paused, and its card is away: the caller takes it as closed, so it must not keep a later login alive.
+        // Paused, and its card is away: the caller takes it as closed, so it must not keep a later login
+        // alive.
         remove(handle);
         throw;
     }

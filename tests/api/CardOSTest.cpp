@@ -172,6 +172,11 @@ TEST_P(CardOSTest, KeysAreReadFromAFileOrWithTheirSign)
     answer("7F4916 0211 9000", 6); // cut off: no modulus, and no signature
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_ERROR);
     EXPECT_EQ(fakepcsc::sentAPDUs().back(), "00B00000F1");
+    fakepcsc::insertCard(m_reader, m_card);
+    const CK_OBJECT_HANDLE fresh = find(CKO_PUBLIC_KEY);
+    answer("100100 9000", 5); // a record without a number is no reason to look into the file
+    attribute(fresh, CKA_MODULUS);
+    EXPECT_EQ(fakepcsc::sentAPDUs().back(), "00B2020400");
 }
 
 // Length bytes wrap modulo 256, long data fields make extended commands.

@@ -264,8 +264,8 @@ RsaComponents CardOSToken::readKey(unsigned short keyDF)
         return readPublicPart();
     if (selectEF(kPublicKeyEF) != SW_SUCCESS)
         return {{}, {}, refused};
-    RsaComponents key = readKeyRecords();
-    return key.modulus.empty() ? readKeyFile() : key;
+    const std::optional<RsaComponents> key = readKeyRecords();
+    return key ? *key : readKeyFile();
 }
 
 RsaComponents CardOSToken::readPublicPart()
@@ -287,13 +287,12 @@ RsaComponents CardOSToken::readPublicPart()
     return result;
 }
 
-RsaComponents CardOSToken::readKeyRecords()
+std::optional<RsaComponents> CardOSToken::readKeyRecords()
 {
     RsaComponents key;
     Blob record;
-    key.isWhole = card().SendCmdChained(PKCS11_hex2blob(kReadModulusRecord), record) == SW_SUCCESS;
-    if (!key.isWhole)
-        return key;
+    if (card().SendCmdChained(PKCS11_hex2blob(kReadModulusRecord), record) != SW_SUCCESS)
+        return {};
     key.modulus = stripSignByte(record.slice(kKeyRecordHeader));
     key.isWhole = card().SendCmdChained(PKCS11_hex2blob(kReadExponentRecord), record) == SW_SUCCESS;
     if (key.isWhole)

@@ -6,6 +6,7 @@
 #include "pkcs11/token/InfoRecords.h"
 
 #include <array>
+#include <optional>
 
 namespace PKCS11 {
 
@@ -77,8 +78,8 @@ private:
     const DirectoryEntry& entry(int index) const { return m_directory.at(static_cast<std::size_t>(index)); }
 
     RsaComponents readKey(unsigned short keyDF);
-    /// Record 1 and 2 of the selected key file; not whole when it has no records.
-    RsaComponents readKeyRecords();
+    /// Record 1 and 2 of the selected key file; none when the first is refused.
+    std::optional<RsaComponents> readKeyRecords();
     RsaComponents readKeyFile();
     RsaComponents readPublicPart();
 
