@@ -4,6 +4,7 @@
 #include "pkcs11/frontend/FunctionList.h"
 #include "pkcs11/frontend/trace/FileLogger.h"
 #include "tests/support/CryptokiFixture.h"
+#include "tests/support/ScriptedCard.h"
 #include "tests/support/TraceFile.h"
 #include "tools/vcard/PivCard.h"
 
@@ -79,111 +80,77 @@ TEST_F(LifeCycleTest, InitialisationsAreCounted)
     EXPECT_EQ(C_GetSlotList(CK_FALSE, nullptr, &count), CKR_OK);
 }
 
-TEST_F(LifeCycleTest, SlotCalls)
+TEST_F(LifeCycleTest, SlotsFollowTheirReaders)
 {
-    start(std::make_shared<vcard::PivCard>());
-    CK_ULONG count = 0;
-    ASSERT_EQ(C_GetMechanismList(1, nullptr, &count), CKR_OK);
-    std::vector<CK_MECHANISM_TYPE> types(count);
-    CK_ULONG room = count - 1;
-    EXPECT_EQ(C_GetMechanismList(1, types.data(), &room), CKR_BUFFER_TOO_SMALL);
-    EXPECT_EQ(room, count - 1);
-    EXPECT_EQ(C_GetMechanismList(1, types.data(), &count), CKR_OK);
-    CK_MECHANISM_INFO mechanism{};
-    EXPECT_EQ(C_GetMechanismInfo(1, types.back(), &mechanism), CKR_OK);
-    EXPECT_EQ(C_GetMechanismInfo(1, CKM_AES_ECB, &mechanism), CKR_MECHANISM_INVALID);
-
-    fakepcsc::removeCard(m_reader);
-    CK_SLOT_INFO slot{};
-    EXPECT_EQ(C_GetSlotInfo(1, &slot), CKR_OK);
-    EXPECT_EQ(slot.flags, CK_FLAGS{CKF_REMOVABLE_DEVICE | CKF_HW_SLOT});
-    EXPECT_EQ(C_GetSlotInfo(99, &slot), CKR_SLOT_ID_INVALID);
-    CK_TOKEN_INFO token{};
-    EXPECT_EQ(C_GetTokenInfo(1, &token), CKR_TOKEN_NOT_PRESENT);
-    EXPECT_EQ(C_InitToken(1, nullptr, 0, nullptr), CKR_TOKEN_NOT_PRESENT);
-}
-
-TEST_F(LifeCycleTest, SessionsOfASlotShareItsTokenAndTheLastOneEndsTheLogin)
-{
-    const auto card = std::make_shared<vcard::PivCard>();
-    start(card);
-    const CK_SESSION_HANDLE first = m_session;
-    ASSERT_EQ(open(), CKR_OK);
-    const CK_SESSION_HANDLE second = m_session;
-    const auto state = [](CK_SESSION_HANDLE session) {
-        CK_SESSION_INFO info{};
-        EXPECT_EQ(C_GetSessionInfo(session, &info), CKR_OK);
-        return info.state;
+    TraceFile trace;
+    fakepcsc::addReader("Reader 0");
+    m_reader = fakepcsc::addReader("Reader 1");
+    fakepcsc::insertCard(m_reader, std::make_shared<vcard::PivCard>());
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    trace.news();
+    using Answer = std::vector<CK_ULONG>; // the code, what became of the room, and what was put there
+    const auto slots = [](CK_BBOOL withCard, CK_ULONG room, bool nowhere = false) {
+        CK_SLOT_ID ids[2] = {};
+        const CK_RV rv = C_GetSlotList(withCard, nowhere ? nullptr : ids, &room);
+        return Answer{rv, room, ids[0], ids[1]};
     };
-    ASSERT_EQ(login("123456"), CKR_OK);
-    EXPECT_EQ(state(first), CKS_RW_USER_FUNCTIONS);
-    CK_SESSION_HANDLE reading = 0;
-    ASSERT_EQ(C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &reading), CKR_OK);
-    EXPECT_EQ(tokenInfo().ulSessionCount * 10 + tokenInfo().ulRwSessionCount, 32U);
-    ASSERT_EQ(C_CloseSession(reading), CKR_OK);
-
-    // A destroyed key ends the operations that work with it, in every session, and no other.
-    CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
-    const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
-    ASSERT_EQ(C_SignInit(first, &mechanism, key), CKR_OK);
-    ASSERT_EQ(C_SignInit(second, &mechanism, find(CKO_PRIVATE_KEY, 1)), CKR_OK);
-    EXPECT_EQ(C_DestroyObject(second, key), CKR_OK);
-    Bytes room(256);
-    CK_ULONG length = room.size();
-    EXPECT_EQ(C_Sign(first, room.data(), 20, room.data(), &length), CKR_OPERATION_NOT_INITIALIZED);
-    EXPECT_EQ(C_Sign(second, room.data(), 20, room.data(), &length), CKR_OK);
-    ASSERT_EQ(C_SignInit(second, &mechanism, find(CKO_PRIVATE_KEY)), CKR_OK);
-    EXPECT_EQ(C_DestroyObject(first, find(CKO_PRIVATE_KEY)), CKR_OK);
-    EXPECT_EQ(C_Sign(second, room.data(), 20, room.data(), &length), CKR_OPERATION_NOT_INITIALIZED);
-
-    // Another card pauses both sessions; the one that is used comes back, and searches from the start.
-    EXPECT_EQ(C_FindObjectsInit(first, nullptr, 0), CKR_OK);
-    CK_OBJECT_HANDLE found[20] = {};
-    CK_ULONG count = 0;
-    EXPECT_EQ(C_FindObjects(first, found, 5, &count), CKR_OK);
-    fakepcsc::insertCard(m_reader, card);
-    m_session = first;
-    ASSERT_EQ(login("123456"), CKR_OK);
-    EXPECT_EQ(C_FindObjects(first, found, 20, &count), CKR_OK);
-    EXPECT_EQ(count, 12U);
-    EXPECT_EQ(C_CloseAllSessions(1), CKR_OK); // the paused one last
-    EXPECT_EQ(C_CloseSession(second), CKR_SESSION_HANDLE_INVALID);
-    ASSERT_EQ(open(), CKR_OK);
-    EXPECT_EQ(state(m_session), CKS_RW_PUBLIC_SESSION);
-    ASSERT_EQ(login("123456"), CKR_OK);
-    const CK_SESSION_HANDLE third = m_session;
-    ASSERT_EQ(open(), CKR_OK);
-    EXPECT_EQ(C_CloseSession(third), CKR_OK);
-    EXPECT_EQ(state(m_session), CKS_RW_USER_FUNCTIONS);
-    EXPECT_EQ(C_CloseSession(m_session), CKR_OK);
-    EXPECT_EQ(tokenInfo().ulSessionCount, 0U);
-    ASSERT_EQ(open(), CKR_OK);
-    EXPECT_EQ(state(m_session), CKS_RW_PUBLIC_SESSION);
-    EXPECT_EQ(C_OpenSession(1, CKF_RW_SESSION, nullptr, nullptr, &m_session),
-              CKR_SESSION_PARALLEL_NOT_SUPPORTED);
-    EXPECT_EQ(C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, nullptr), CKR_ARGUMENTS_BAD);
+    const auto types = [](CK_ULONG room) {
+        CK_MECHANISM_TYPE found[9] = {};
+        const CK_RV rv = C_GetMechanismList(2, found, &room);
+        return Answer{rv, rv == CKR_OK ? 0 : room, found[1]};
+    };
+    const auto flags = [](CK_SLOT_ID id = 2) {
+        CK_SLOT_INFO info{};
+        return Answer{C_GetSlotInfo(id, &info), info.flags};
+    };
+    CK_TOKEN_INFO info{};
+    EXPECT_EQ(slots(CK_FALSE, 1), Answer({0, 2, 1, 2}));
+    EXPECT_EQ(slots(CK_TRUE, 0), Answer({CKR_BUFFER_TOO_SMALL, 1, 0, 0}));
+    EXPECT_EQ(trace.failures(), "(buffer too samll|SlotList::getIdList)");
+    EXPECT_EQ(slots(CK_TRUE, 1), Answer({0, 1, 2, 0}));
+    EXPECT_EQ(slots(CK_TRUE, 0, true), Answer({0, 1, 0, 0}));
+    EXPECT_EQ(types(1), Answer({CKR_BUFFER_TOO_SMALL, 1, 0}));
+    fakepcsc::clearCalls();
+    EXPECT_EQ(types(9), Answer({0, 0, CKM_RSA_X_509}));
+    EXPECT_EQ(C_GetTokenInfo(2, &info), CKR_OK);
+    EXPECT_EQ(fakepcsc::calls().size(), 4U); // is the card the same one, and is it there?
+    EXPECT_EQ(std::memcmp(info.utcTime, "unkown\0         ", 16), 0);
+    CK_MECHANISM_INFO mechanism{};
+    EXPECT_EQ(C_GetMechanismInfo(2, CKM_AES_ECB, &mechanism), CKR_MECHANISM_INVALID);
+    // The card goes between two questions.
+    fakepcsc::beforeCall("SCardGetStatusChange", 1, [this] { fakepcsc::removeCard(m_reader); });
+    EXPECT_EQ(types(9), Answer({CKR_DEVICE_REMOVED, 9, 0}));
+    EXPECT_EQ(fakepcsc::openHandles(), 0);
+    EXPECT_EQ(types(9), Answer({CKR_TOKEN_NOT_PRESENT, 9, 0}));
+    EXPECT_EQ(C_GetTokenInfo(2, &info), CKR_TOKEN_NOT_PRESENT);
+    EXPECT_EQ(C_InitToken(2, nullptr, 0, nullptr), CKR_TOKEN_NOT_PRESENT);
+    EXPECT_EQ(flags(), Answer({0, CKF_REMOVABLE_DEVICE | CKF_HW_SLOT}));
+    EXPECT_EQ(flags(99), Answer({CKR_SLOT_ID_INVALID, 0}));
+    fakepcsc::insertCard(m_reader,
+                         std::make_shared<scripted::Card>(scripted::atrWith("0031c064b0f31000079000")));
+    EXPECT_EQ(types(9), Answer({CKR_TOKEN_NOT_RECOGNIZED, 9, 0}));
+    trace.news();
+    fakepcsc::failCall("SCardGetStatusChange", SCARD_F_COMM_ERROR, 1, 2);
+    EXPECT_EQ(flags(), Answer({CKR_DEVICE_ERROR, 0}));
+    EXPECT_EQ(trace.failures(),
+              "(could not connect to reader (wrong READERNAME set?)|PCSCSlot::IsTokenPresent)");
 }
 
 TEST_F(LifeCycleTest, CallsAreTracedLineByLineWithoutPins)
 {
-    const TraceFile trace;
+    TraceFile trace;
     start(std::make_shared<vcard::PivCard>());
-    const CK_SESSION_HANDLE good = std::exchange(m_session, 77);
-    const size_t before = trace.lines().size();
-    EXPECT_EQ(login("987654"), CKR_SESSION_HANDLE_INVALID);
-    EXPECT_EQ(C_SignFinal(77, nullptr, nullptr), CKR_SESSION_HANDLE_INVALID);
-    Lines lines = trace.lines();
+    Lines lines = trace.news();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "CInitArg :\t 0"), 1);
-    EXPECT_EQ(Lines(lines.begin() + before, lines.end() - 6),
-              (Lines{std::string(40, '-'), "C_Login", "hSession :\t 77", "userType :\t 1", "pPin :\t *",
-                     "PKCS11Exception:", "ex.value() :\t 179", "ex.what():\t CKR_SESSION_HANDLE_INVALID",
-                     "ex.where():\t SessionList::getSession", "C_Login return: CKR_SESSION_HANDLE_INVALID",
-                     "", std::string(40, '-'), "C_SignFinal", "hSession :\t 77", "pSignature :\t 0",
-                     "pulSignatureLen :\t 0x00000000"}));
-    m_session = good;
+    EXPECT_EQ(C_SignFinal(77, nullptr, nullptr), CKR_SESSION_HANDLE_INVALID);
+    EXPECT_EQ(trace.news(),
+              (Lines{std::string(40, '-'), "C_SignFinal", "hSession :\t 77", "pSignature :\t 0",
+                     "pulSignatureLen :\t 0x00000000", "PKCS11Exception:", "ex.value() :\t 179",
+                     "ex.what():\t CKR_SESSION_HANDLE_INVALID", "ex.where():\t SessionList::getSession",
+                     "C_SignFinal return: CKR_SESSION_HANDLE_INVALID", ""}));
     EXPECT_EQ(login("987654"), CKR_PIN_INCORRECT);
     EXPECT_EQ(setPin("987654", "987655"), CKR_PIN_INCORRECT);
-    for (const std::string& line : trace.lines()) {
+    for (const std::string& line : trace.news()) {
         EXPECT_EQ(line.find("98765"), std::string::npos) << line;
         EXPECT_EQ(line.find("3938373635"), std::string::npos) << line;
     }
@@ -206,21 +173,15 @@ TEST_F(LifeCycleTest, FailuresBelowBecomeCodesAndPauseSessions)
     const auto paused = [&] { return wrapper.sessions()->peekSession(m_session)->isPaused(); };
     card->link = [] { throw std::runtime_error("of another kind"); };
     EXPECT_EQ(login("123456"), CKR_FUNCTION_FAILED);
-    card->link = [] { throw PKCS11Exception(CKR_PIN_EXPIRED); };
-    EXPECT_EQ(login("123456"), CKR_PIN_EXPIRED);
-    EXPECT_FALSE(paused());
-    for (const CK_RV code : {CKR_TOKEN_NOT_PRESENT, CKR_TOKEN_NOT_RECOGNIZED, CKR_DEVICE_REMOVED}) {
+    for (const CK_RV code :
+         {CKR_PIN_EXPIRED, CKR_TOKEN_NOT_PRESENT, CKR_TOKEN_NOT_RECOGNIZED, CKR_DEVICE_REMOVED}) {
         card->link = [code] { throw PKCS11Exception(code); };
         EXPECT_EQ(login("123456"), code);
-        EXPECT_TRUE(paused());
+        EXPECT_EQ(paused(), code != CKR_PIN_EXPIRED);
     }
     card->link = [] {};
     EXPECT_EQ(login("123456"), CKR_OK);
     EXPECT_FALSE(paused());
-    fakepcsc::failCall("SCardTransmit", SCARD_F_COMM_ERROR,
-                       isDesktop() ? 3 : 2); // which PIN holds nobody knows
-    EXPECT_EQ(setPin("123456", "654321"), CKR_GENERAL_ERROR);
-    EXPECT_EQ(login("123456"), CKR_OK);
 }
 
 /// A trace that fails at the name of one call, from where an exception escapes the method.

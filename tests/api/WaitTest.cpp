@@ -1,3 +1,4 @@
+#include "pkcs11/frontend/trace/Names.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/TraceFile.h"
 #include "tools/vcard/PivCard.h"
@@ -9,6 +10,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <winscard.h>
 
 namespace {
 
@@ -23,26 +25,52 @@ struct LastWord {
 };
 LastWord lastWord __attribute__((init_priority(101)));
 
+constexpr char kNone[] = "CKR_NO_EVENT", kEnded[] = "CKR_CRYPTOKI_NOT_INITIALIZED";
+
 class WaitTest : public CryptokiFixture {
 protected:
-    using Waits = std::vector<std::future<CK_RV>>;
+    using Waits = std::vector<std::future<std::string>>;
 
+    /// The slot that the wait reports, or its code.
+    static std::string wait(CK_FLAGS flags = 0)
+    {
+        CK_SLOT_ID slot = 0;
+        const CK_RV rv = C_WaitForSlotEvent(flags, &slot, nullptr);
+        EXPECT_EQ(slot == 0, rv != CKR_OK);
+        return slot != 0 ? std::to_string(slot) : PKCS11::rvName(rv);
+    }
+    static std::string poll() { return wait(CKF_DONT_BLOCK); }
+    /// A line for each poll until there is nothing more: what it reports and what the trace tells about it.
+    static std::string polls(TraceFile& trace)
+    {
+        const std::pair<std::string, const char*> kinds[] = {
+            {"state :\t 0x000", " "},  {"prev_state :\t 0x000", "<"},
+            {"SCard", " SCard"},       {"SlotList::waitForSlotEvent -> smart card ", " "},
+            {"rc :\t 0x", " "},        {"ex.what():\t ", " "},
+            {"ex.where():\t ", " in "}};
+        std::string text, reported;
+        do {
+            trace.news();
+            text += reported = poll();
+            for (const std::string& line : trace.news())
+                for (const auto& [start, shown] : kinds)
+                    if (line.size() > start.size() && line.rfind(start, 0) == 0)
+                        text += shown + line.substr(start.size());
+            text += "\n";
+        } while (isdigit(reported[0]) != 0 && text.size() < 1000);
+        return text;
+    }
     /// That many threads, each inside a blocked wait.
     static Waits blockedWaits(int count)
     {
         Waits waits;
         for (int i = 0; i < count; ++i)
-            waits.push_back(std::async(std::launch::async, [] {
-                CK_SLOT_ID slot = 99;
-                const CK_RV rv = C_WaitForSlotEvent(0, &slot, nullptr);
-                EXPECT_EQ(slot, rv == CKR_OK ? 1U : 99U);
-                return rv;
-            }));
+            waits.push_back(std::async(std::launch::async, [] { return wait(); }));
         fakepcsc::awaitBlockedWaits(count);
         return waits;
     }
     /// Runs the action in a signal handler of this thread while it waits, beside so many others.
-    static CK_RV waitInterruptedBy(void (*action)(), int others)
+    static std::string waitInterruptedBy(void (*action)(), int others)
     {
         static std::atomic<void (*)()> interrupt;
         interrupt = action;
@@ -54,35 +82,26 @@ protected:
                     std::this_thread::yield();
             });
         }).detach();
-        CK_SLOT_ID slot = 0;
-        return C_WaitForSlotEvent(0, &slot, nullptr);
+        return wait();
     }
-    static void expectAll(CK_RV rv, Waits waits)
+    static void expectAll(const std::string& reported, Waits waits)
     {
         for (auto& wait : waits)
-            EXPECT_EQ(wait.get(), rv);
-    }
-    static CK_RV poll()
-    {
-        CK_SLOT_ID slot = 0;
-        return C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr);
+            EXPECT_EQ(wait.get(), reported);
     }
     /// Initialises and finalises while threads wait in a loop; some are refused, some cancelled.
     static void cross(int waiters, int times)
     {
         std::atomic<bool> done{false};
-        std::atomic<int> others{0};
-        std::vector<std::thread> threads;
-        threads.reserve(waiters);
+        std::vector<std::future<void>> threads;
         for (int i = 0; i < waiters; ++i)
-            threads.emplace_back([&, flags = i == 2 ? CK_FLAGS{CKF_DONT_BLOCK} : 0] {
-                CK_SLOT_ID slot = 0;
+            threads.push_back(std::async(std::launch::async, [&, flags = i == 2 ? CKF_DONT_BLOCK : 0] {
                 while (!done) {
-                    const CK_RV rv = C_WaitForSlotEvent(flags, &slot, nullptr);
-                    others += rv != CKR_CRYPTOKI_NOT_INITIALIZED && rv != CKR_NO_EVENT;
+                    const std::string reported = wait(flags);
+                    EXPECT_TRUE(reported == kEnded || reported == kNone) << reported;
                     std::this_thread::yield();
                 }
-            });
+            }));
         for (int i = 0; i < times; ++i) {
             EXPECT_EQ(C_Initialize(nullptr), CKR_OK);
             if (i % 4 == 0)
@@ -91,25 +110,85 @@ protected:
             fakepcsc::clearCalls();
         }
         done = true;
-        for (std::thread& thread : threads)
-            thread.join();
-        EXPECT_EQ(others, 0);
+        threads.clear();
         EXPECT_EQ(fakepcsc::openContexts(), 1); // the library's own
     }
 };
+
+TEST_F(WaitTest, PollsReportEachChangeOnce)
+{
+    if (isDesktop())
+        GTEST_SKIP() << "the product's calls of the service";
+    TraceFile trace;
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    std::string shown = polls(trace);
+    C_Finalize(nullptr);
+    const auto insert = [](int reader) { fakepcsc::insertCard(reader, std::make_shared<vcard::PivCard>()); };
+    for (const char* name : {"A reader", "B reader"})
+        fakepcsc::addReader(name);
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    const std::function<void()> changes[] = {
+        [] {},
+        [&] { insert(0), insert(1); },
+        [] { fakepcsc::removeCard(1), fakepcsc::detachReader(0); },
+        [] { fakepcsc::attachReader(0); },
+        [] { fakepcsc::failCall("SCardGetStatusChange", SCARD_E_NO_SERVICE); },
+        [] { fakepcsc::failCall("SCardGetStatusChange", SCARD_E_NO_SERVICE, 2); },
+        [] { fakepcsc::failCall("SCardEstablishContext", SCARD_E_NO_SERVICE); },
+        [] { fakepcsc::failCall("SCardGetStatusChange", SCARD_E_CANCELLED, 2); },
+        [] { fakepcsc::addReader("C reader"); },
+    };
+    for (const auto& change : changes) {
+        change();
+        shown += polls(trace);
+        EXPECT_LE(fakepcsc::openContexts(), 2); // the library's own, and that of the last poll
+    }
+    EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
+    const std::vector<std::string> end = trace.news();
+    EXPECT_EQ(std::count(end.begin(), end.end(),
+                         "SlotList::stopWaitForSlotEvent: C_Finalize SCardCancel() succeed."),
+              1);
+    for (const auto& name : {std::string("X"), std::string(64, 'n')}) { // whose description is another one
+        fakepcsc::reset();
+        fakepcsc::addReader(name);
+        EXPECT_EQ(C_Initialize(nullptr), CKR_OK);
+        shown += polls(trace);
+        EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
+    }
+    EXPECT_EQ(shown, R"(CKR_NO_EVENT
+CKR_NO_EVENT 00012<00012 00012<00012
+1 10022<00012 inserted!
+2 10022<10022 10022<00012 inserted!
+CKR_NO_EVENT 10022<10022 10022<10022
+1 20006<10022 reader detached!
+2 20006<20006 20012<10022 removed!
+CKR_NO_EVENT 20006<20006 20012<20012
+1 20012<20006 reader attached!
+CKR_NO_EVENT 20012<20012 20012<20012
+CKR_FUNCTION_FAILED 8010001d SCardGetStatusChange failed with getting initial slot status! in SlotList::waitForSlotEvent
+CKR_FUNCTION_FAILED 00000000 SCardGetStatusChange failed with catching slot event in SlotList::waitForSlotEvent
+CKR_FUNCTION_FAILED Cannot establish PCSC context! in SlotList::waitForSlotEvent
+CKR_CRYPTOKI_NOT_INITIALIZED SCardGetStatusChange was canceled by application, so just return
+CKR_NO_EVENT 20012<20012 20012<20012
+CKR_FUNCTION_FAILED 80100009 SCardGetStatusChange failed with getting initial slot status! in SlotList::waitForSlotEvent
+CKR_FUNCTION_FAILED 80100009 SCardGetStatusChange failed with getting initial slot status! in SlotList::waitForSlotEvent
+)");
+}
 
 TEST_F(WaitTest, WaitsDoNotHoldUpEachOtherNorAnythingElse)
 {
     start(std::make_shared<vcard::PivCard>());
     Waits waits = blockedWaits(3);
-    EXPECT_EQ(poll(), CKR_NO_EVENT);
+    EXPECT_EQ(poll(), kNone);
     EXPECT_EQ(login("123456"), CKR_OK);
     fakepcsc::removeCard(m_reader);
-    expectAll(CKR_OK, std::move(waits));
+    expectAll("1", std::move(waits));
 
     waits = blockedWaits(3);
+    // PC/SC loses cancels while the thread is not blocked yet.
+    fakepcsc::failCall("SCardCancel", SCARD_S_SUCCESS, 1, 9);
     EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
-    expectAll(CKR_CRYPTOKI_NOT_INITIALIZED, std::move(waits));
+    expectAll(kEnded, std::move(waits));
     EXPECT_EQ(fakepcsc::openContexts(), 1);
 }
 
@@ -136,7 +215,7 @@ TEST_F(WaitTest, ExitEndsWhoeverWaits)
             const CK_RV ended = CKR_CRYPTOKI_NOT_INITIALIZED;
             return C_GetSlotList(CK_FALSE, nullptr, &count) == ended && C_CloseSession(1) == ended &&
                            C_Initialize(nullptr) == ended && C_Finalize(nullptr) == ended &&
-                           poll() == ended && C_GetFunctionList(&list) == ended &&
+                           poll() == kEnded && C_GetFunctionList(&list) == ended &&
                            fakepcsc::openContexts() == 1 // that of the interrupted wait
                        ? 0
                        : 2;
@@ -150,14 +229,14 @@ TEST_F(WaitTest, FinalizeMayInterruptAWaitOfItsOwnThread)
 {
     fakepcsc::addReader("Reader 0");
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
-    EXPECT_EQ(waitInterruptedBy([] { C_Finalize(nullptr); }, 0), CKR_CRYPTOKI_NOT_INITIALIZED);
+    EXPECT_EQ(waitInterruptedBy([] { C_Finalize(nullptr); }, 0), kEnded);
 }
 
 TEST_F(WaitTest, ForkedChildLeavesTheParentsAlone)
 {
     const TraceFile trace;
     start(std::make_shared<vcard::PivCard>());
-    ASSERT_EQ(poll(), CKR_NO_EVENT); // a context that the next wait takes
+    ASSERT_EQ(poll(), kNone); // a context that the next wait takes
     Waits waits = blockedWaits(1);
     const std::size_t lines = trace.lines().size();
     for (const bool finalizes : {false, true}) {
@@ -178,7 +257,7 @@ TEST_F(WaitTest, ForkedChildLeavesTheParentsAlone)
     EXPECT_EQ(trace.lines().size(), lines);
     EXPECT_EQ(login("123456"), CKR_OK);
     EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
-    expectAll(CKR_CRYPTOKI_NOT_INITIALIZED, std::move(waits));
+    expectAll(kEnded, std::move(waits));
 }
 
 } // namespace
