@@ -1,0 +1,318 @@
+// A reader's slot and its card: commands with the rules of status words, files, and what a card is taken for.
+#include "pkcs11/pcsc/PCSCSlot.h"
+
+#include "pkcs11/pcsc/CardIdentification.h"
+#include "pkcs11/token/Token.h"
+#include "tests/support/CryptokiFixture.h"
+#include "tests/support/Failure.h"
+#include "tests/support/TlvText.h"
+#include "tests/support/TraceFile.h"
+
+#include <winscard.h>
+
+using namespace PKCS11;
+using Texts = std::vector<std::string>;
+
+namespace {
+
+std::string repeated(const std::string& byte, int count)
+{
+    return count == 0 ? "" : byte + repeated(byte, count - 1);
+}
+/// Commands that read so many chunks of a file, with their answers.
+std::string chunks(unsigned count, unsigned size)
+{
+    std::string script;
+    for (unsigned offset = 0; offset < count * size; offset += size)
+        script += "00B0" + vcard::toHex(vcard::twoBytes(offset)) +
+                  vcard::toHex({static_cast<unsigned char>(size)}) + ":" + repeated("11", size) + "9000 ";
+    return script;
+}
+std::string select(const std::string& aid)
+{
+    return "00A40404" + vcard::toHex({static_cast<unsigned char>(aid.size() / 2)}) + aid;
+}
+
+class PCSCSlotTest : public CryptokiFixture {
+protected:
+    void SetUp() override
+    {
+        CryptokiFixture::SetUp();
+        m_reader = fakepcsc::addReader("Reader");
+        ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+        m_slot = &dynamic_cast<PCSCSlot&>(*wrapper.slots()->getSlot(1));
+    }
+    void TearDown() override
+    {
+        m_slot->CloseChannel();
+        CryptokiFixture::TearDown();
+        fakepcsc::reset(); // lets go of the card, which tells what of its script is left
+    }
+    scripted::Card& insert(const std::string& script, const std::string& historical = "", bool t0 = false)
+    {
+        const auto card = std::make_shared<scripted::Card>(scripted::atrWith(historical));
+        card->expectAll(script);
+        fakepcsc::insertCard(m_reader, card, t0);
+        return *card;
+    }
+    scripted::Card& connect(const std::string& script = "", bool t0 = false)
+    {
+        m_slot->CloseChannel();
+        scripted::Card& card = insert(script, "", t0);
+        m_slot->CreateChannel();
+        fakepcsc::clearCalls();
+        return card;
+    }
+    /// Status word and data.
+    static std::string shown(int sw, const Blob& data = {})
+    {
+        return vcard::toHex(vcard::twoBytes(static_cast<unsigned>(sw))) + PKCS11_blob2hex(data);
+    }
+    std::string send(const std::string& command)
+    {
+        Blob answer;
+        const int sw = m_slot->SendCmd(hex(command), answer);
+        return shown(sw, answer);
+    }
+    std::string sendFails(const std::string& command)
+    {
+        return thrownBy([&] { send(command); });
+    }
+    /// What becomes of createToken; the channel must be closed unless there is a token.
+    std::string create()
+    {
+        std::unique_ptr<Token> token;
+        const std::string failure = thrownBy([&] { token = m_slot->createToken(); });
+        EXPECT_EQ(m_slot->isConnected(), token != nullptr);
+        return !failure.empty() ? failure : token ? "token" : "none";
+    }
+
+    PCSCSlot* m_slot = nullptr;
+};
+
+const std::string kTokenInfo = "00A40204025032";
+const std::string kFiles = " " + kTokenInfo + " 00A40204025031";
+const std::string kDir = " 00A40204022F00";
+const std::string kApplet = " " + select("A000000077010800070000FE");
+const std::string kPKCS15 = " " + select("E828BD080FD2500000040301");
+const std::string kGeneric = " " + select("E828BD080FD25047656E65726963");
+const std::string kPIVProbe = " 00A404000BA000000308000010000100";
+
+TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
+{
+    using Operation = std::function<std::string()>;
+    const Blob header = hex("00870011");
+    Blob answer;
+    const auto command = [&](const char* text) -> Operation { return [=] { return send(text); }; };
+    const Operation read = [&] { return shown(m_slot->ReadBinary(answer), answer); };
+    const Operation readSize = [&] { return m_slot->ReadBinary(answer), std::to_string(answer.size()); };
+    const Operation readEF = [&] { return PKCS11_blob2hex(m_slot->ReadBinaryEF()); };
+    const Operation readSizeEF = [&] { return std::to_string(m_slot->ReadBinaryEF().size()); };
+    const Operation gather = [&] { return PKCS11_blob2hex(m_slot->SendCard(header, hex("AA"))); };
+    const Operation gatherSize = [&] { return std::to_string(m_slot->SendCard(header, Blob()).size()); };
+    const Operation appl = [&] { return PKCS11_blob2hex(m_slot->SelectAppl("A001")); };
+    const Operation file = [&] { return m_slot->SelectEF_IAS(0x5031), "done"; };
+    const Operation isPIV = [&] { return m_slot->IsPIVToken() ? "yes" : "no"; };
+    const Operation aid = [&] { return PKCS11_blob2hex(m_slot->GetAIDofIAS()); };
+    const Operation ias = [&] { return m_slot->CheckIAS() ? aid() : "none"; };
+    const std::string full = repeated("11", 241), first = "00B00000F1:" + full + "9000 00B000F1F1:";
+    const std::string search =
+        kApplet + ":6A82" + kGeneric + ":6A82" + kPKCS15 + ":6A82" + kDir + " 00B0000000:";
+    const std::string other = "61054F03A0B0C0", pkcs15 = "610E4F0CE828BD080FD2500000040301";
+    const struct {
+        Operation run;
+        std::string script, outcome;
+        bool t0 = false;
+    } rows[] = {
+        {command("00B0000000"), "00B0000000:6C08 00B0000008:6120 00C0000020:BB6105", "6105BB"},
+        {command("00B0000000"), "00B0000000:CC6120", "6120CC"},
+        {command("00B0000000"), "00B0000000:6C08 00B0000008:6C09", "6C09"},
+        {command("00A40000"), "00A40000:6C10 00A4000010:AA9000", "9000AA"},
+        {command("00CB3FFF0000055C035FC1050000"),
+         "00CB3FFF0000055C035FC1050000:6C20 00CB3FFF0000055C035FC1050020:DD9000", "9000DD"},
+        {[&] { return shown(m_slot->Send(header, hex("AABB"), 7, answer)); }, "0087001102AABB07", "9000"},
+        {[&] { return shown(m_slot->Send(header, Blob())); }, "0087001100", "9000"},
+        {gather, "0087001101AA:016102 00C0000002:026100 00C0000000:036A82", "010203"},
+        {gather, "0087001101AA:6C05", ""},
+        {gatherSize,
+         "0087001100:" + repeated("55", 256) + "6100" +
+             repeated(" 00C0000000:" + repeated("55", 256) + "6100", 255),
+         "65536"},
+        {[&] { return shown(m_slot->SendCmdChained(hex("0087001100"), answer), answer); },
+         "0087001100:6102 00C0000002:026102 00C0000002:6102", "610202"},
+        {read, first + "6B00", "9000" + full},
+        {read, first + "9000", "9000" + full},
+        {read, first + repeated("22", 240) + "9000", "9000" + full + repeated("22", 240)},
+        {read, first + "22226282", "9000" + full + "2222"},
+        {read, "00B00000F1:6B00", "6B00"},
+        {read, "00B00000F1:6A82", "6A82"},
+        {readSize, chunks(17, 241), "4096"},
+        {readEF,
+         "00B0000000:6C40 00B0000040:6C40 00B0000070:0102039000 00B0000300:6700 00B0000370:049000 "
+         "00B0000400:056282",
+         "0102030405"},
+        {readEF, "00B0000000:6700 00B0000070:6700", ""},
+        {readEF, "00B0000000:019000 00B0000100:6B00", "01"},
+        {readSizeEF, chunks(128, 256), "32768"},
+        // Under T=0 with the length that the card names.
+        {readEF, "00B0000000:6C40 00B0000040:6C41 00B0000041:016282", "01", true},
+        {appl, "00A4040402A001:6A86 00A4040002A001:6F059000", "6F05"},
+        {appl, "00A4040402A001:6A82", "30||"},
+        {file, "00A40204025031", "done"},
+        {file, "00A40204025031:6A82", "30|Select File|PCSCSlot::SelectEF"},
+        {isPIV, kPIVProbe, "yes"},
+        {isPIV, kPIVProbe + ":9001", "yes"},
+        {isPIV, kPIVProbe + ":AA6102", "yes"},
+        {isPIV, kPIVProbe + ":6A82", "no"},
+        {ias, kApplet + kPKCS15 + kFiles, IAS_PKCS15_AID},
+        {ias, kApplet + kPKCS15 + kFiles + ":6A82" + kGeneric + kFiles, SAGEM_IAS_GENERIC_AID},
+        {ias, kApplet + ":6A82" + kGeneric + ":6A82" + kPKCS15 + kFiles, IAS_PKCS15_AID},
+        {ias, search + "00" + other + "6103500101" + pkcs15 + "6282" + kPKCS15 + kFiles, IAS_PKCS15_AID},
+        // The one that is named first for its application fails; then any other is good.
+        {ias,
+         search + "61024F006109500761054F03A0B0C1" + pkcs15 + other + "6282" + kPKCS15 + " " + kTokenInfo +
+             ":6A82" + kPKCS15 + ":6A82 " + select("A0B0C0") + kFiles,
+         "A0B0C0"},
+        {ias, search + "61054F03A0B06282", "30|AID not found|GetAIDofIAS"},
+        {aid, kDir + ":6A82", "30|Select File|PCSCSlot::SelectEF"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.script.substr(0, 200));
+        scripted::Card& card = connect(row.script, row.t0);
+        const int before = card.resets();
+        std::string outcome;
+        outcome += thrownBy([&] { outcome = row.run(); });
+        EXPECT_EQ(outcome, row.outcome);
+        EXPECT_EQ(card.resets() - before, row.script.find(kDir) != row.script.npos);
+    }
+}
+
+TEST_F(PCSCSlotTest, RepeatsForACardThatIsNotWhatItWasAndLeavesTheLengthOutWhereT0RefusesIt)
+{
+    const std::string whole = "00A4040001AA00", cut = "00A4040001AA";
+    const std::string failed = "5|PCSC driver failed|PCSCSlot::SendCmdIntern";
+    const struct {
+        bool t0;
+        std::vector<long> failures;
+        std::string outcome;
+        Texts sent;
+    } rows[] = {{false, {SCARD_W_RESET_CARD}, "9000", {whole, whole}},
+                {false, {SCARD_W_REMOVED_CARD}, "9000", {whole, whole}},
+                {false, {SCARD_W_UNRESPONSIVE_CARD}, "9000", {whole, whole}},
+                {false, {SCARD_W_RESET_CARD, SCARD_W_RESET_CARD}, failed, {whole, whole}},
+                {false, {0x57}, failed, {whole}},
+                {true, {0x57}, "9000", {whole, cut}},
+                {true, {SCARD_E_INVALID_PARAMETER}, "9000", {whole, cut}},
+                {true, {SCARD_W_RESET_CARD, 0x57}, "9000", {whole, whole, cut}}};
+    for (const auto& row : rows) {
+        connect(row.outcome == "9000" ? row.sent.back() : "", row.t0);
+        for (std::size_t i = 0; i < row.failures.size(); ++i)
+            fakepcsc::failCall("SCardTransmit", row.failures[i], static_cast<int>(i) + 1);
+        std::string outcome;
+        outcome += thrownBy([&] { outcome = send(whole); });
+        EXPECT_EQ(outcome, row.outcome);
+        EXPECT_EQ(fakepcsc::sentAPDUs(), row.sent);
+        EXPECT_EQ(fakepcsc::callCount("SCardReconnect"),
+                  std::count(row.sent.begin(), row.sent.end(), whole) - 1);
+    }
+}
+
+TEST_F(PCSCSlotTest, GoesOnWithAnotherCardAndFailsWithoutOne)
+{
+    EXPECT_EQ(sendFails("00A40000"), "5|card not connected|PCSCSlot::SendCmdIntern");
+    EXPECT_EQ(thrownBy([&] { m_slot->ResetChannel(); }), "5|card not connected|PCSCSlot::ResetChannel");
+    EXPECT_EQ(thrownBy([&] { m_slot->CreateChannel(); }), "5||");
+    connect("00A40000");
+    EXPECT_EQ(send("00A40000"), "9000");
+    insert("00A40000:6A82", "", true); // of the other protocol, in the middle of the work
+    EXPECT_EQ(send("00A40000"), "6A82");
+    fakepcsc::removeCard(m_reader);
+    EXPECT_EQ(sendFails("00A40000"), "5|reset error|PCSCSlot::ResetChannel");
+    EXPECT_TRUE(m_slot->isConnected());
+}
+
+TEST_F(PCSCSlotTest, TracesCodesAndNeverCommands)
+{
+    TraceFile trace;
+    connect();
+    trace.news();
+    fakepcsc::failCall("SCardTransmit", 1);
+    EXPECT_NE(sendFails("0020008008313233343536FFFF"), "");
+    fakepcsc::replaceAnswer({0x90});
+    EXPECT_EQ(sendFails("00A40000"), "5|PCSC driver failed|PCSCSlot::SendCmdIntern");
+    fakepcsc::failCall("SCardReconnect", SCARD_E_NO_SMARTCARD);
+    EXPECT_NE(thrownBy([&] { m_slot->ResetChannel(); }), "");
+    m_slot->CloseChannel();
+    fakepcsc::failCall("SCardConnect", SCARD_E_NO_SERVICE);
+    EXPECT_EQ(thrownBy([&] { m_slot->CreateChannel(); }), "5||");
+    EXPECT_EQ(trace.news(),
+              Texts({"Send PCSC Command error:", "rc :\t 0x00000001",
+                     "PCSC driver failed:", "rc :\t 0x00000001", "maybe the extended APDU is not supported.",
+                     "PCSC driver failed:", "rc :\t 0x00000000", "reset error:", "rc :\t 0x8010000c",
+                     "=> SCardDisconnect return: SCARD_S_SUCCESS", "rc :\t 0x8010001d"}));
+}
+
+TEST_F(PCSCSlotTest, FindsHistoricalBytesBehindInterfaceBytes)
+{
+    const auto history = [](const char* atr) {
+        return PKCS11_blob2hex(getHistoricalBytes(PKCS11_hex2blob(atr)));
+    };
+    EXPECT_EQ(history("3B6241BBC901"), "C901");           // TB1 only
+    EXPECT_EQ(history("3BD218008131FE58C90114"), "C901"); // two TD, then TA and TB; TCK left out
+    EXPECT_EQ(history("3B05C901"), "C901");               // cut short
+    for (const char* atr : {"", "3B", "3B00", "3B82", "3B82F1", "3B8F8080", "3BF211", "3BFFFFFFFFFFFFFF"})
+        EXPECT_EQ(history(atr), "") << atr;
+}
+
+TEST_F(PCSCSlotTest, KnowsEveryRow)
+{
+    const std::pair<const char*, std::vector<const char*>> rows[] = {
+        {"Siemens CARDOS_CARD", {"4d346376", "56346376", "56343262", "4d34"}},
+        {"Atos CARDOS_CARD", {"c901"}},
+        {"Oberthur ACTIV_IDENTITY_CARD", {"0031c06477e30300829000"}},
+        {"Axalto ACTIV_IDENTITY_CARD", {"ae01030000", "2905010201"}},
+        {"G&D ACTIV_IDENTITY_CARD", {"8073002113574a544861314700"}},
+        {"ACOS EDU_CARD",
+         {"455041000000000227507000000000", "45504100000000294890350000002b",
+          "455041000000003169480600000000", "455041000000002948797500000017",
+          "455041000000002116819800000000", "455041000000002156977900000000",
+          "41434f000000000000000000000000", "454d56203033202006", "455041000000002001847700000000",
+          "455041000000002116807500000000"}},
+        {"ACOS A-TRUST_CARD", {"455041000000000000000000000000"}},
+        {"Oberthur IAS_CARD", {"0031b9640000ecc1739401c00f9000", "0031c064b0f31000019000"}},
+        {"Sagem Orga IAS_CARD", {"0031b8645023ecc173940180829000"}},
+        {"Gemalto IAS_CARD", {"0031b8644070141073940180829000"}},
+        {"SmartCafe Expert 5.0 PIV_CARD", {"53462d3443432d3031"}},
+        {"JCOP 21 PIV_CARD", {"4A434F503231563232"}},
+        {"Oberthur ID One v7PIV PIV_CARD", {"8073cc91cbf9a00000030800001000"}},
+        {"Gemalto TOP DL V2 PIV_CARD", {"80318065b0831111e583009000"}},
+        {"Gemalto TPC DM 72K PIV_CARD", {"80318065b0831111ac83009000"}},
+        {"Oberthur ID One Dual 128 V5.5 PIV_CAC_CARD", {"0031c064b0f31000079000"}},
+        {"unknown card PIV_CARD", {"c90100", "4d346377", "31", ""}},
+    };
+    for (const auto& [name, texts] : rows)
+        for (const char* bytes : texts) {
+            const vcard::Bytes atr = scripted::atrWith(bytes);
+            Blob type;
+            const std::string os = m_slot->GetOS(Blob(atr.begin(), atr.end()), type);
+            EXPECT_EQ(os + " " + toText(type), name) << bytes;
+        }
+}
+
+TEST_F(PCSCSlotTest, TurnsFailuresIntoNoToken)
+{
+    insert(kPIVProbe + ":6A82", "ae01030000");
+    EXPECT_EQ(create(), "none");
+    insert("", "ae01030000");
+    fakepcsc::failCall("SCardConnect", SCARD_E_SHARING_VIOLATION);
+    EXPECT_EQ(create(), "none");
+    insert(kPIVProbe + ":6A82" + kApplet + ":6A82" + kGeneric + ":6A82" + kPKCS15 + ":6A82" + kDir + ":6A82",
+           "0031c064b0f31000019000");
+    EXPECT_EQ(create(), "E1|Select File|PCSCSlot::SelectEF");
+    insert(kPIVProbe + ":6A82"); // the driver's own select
+    EXPECT_EQ(create().substr(0, 3), "E1|");
+    fakepcsc::removeCard(m_reader);
+    EXPECT_EQ(create(), "none");
+}
+
+} // namespace
