@@ -117,6 +117,7 @@ TEST_F(LifeCycleTest, SlotsFollowTheirReaders)
     EXPECT_EQ(std::memcmp(info.utcTime, "unkown\0         ", 16), 0);
     CK_MECHANISM_INFO mechanism{};
     EXPECT_EQ(C_GetMechanismInfo(2, CKM_AES_ECB, &mechanism), CKR_MECHANISM_INVALID);
+    EXPECT_EQ(flags(), Answer({0, CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE | CKF_HW_SLOT}));
     // The card goes between two questions.
     fakepcsc::beforeCall("SCardGetStatusChange", 1, [this] { fakepcsc::removeCard(m_reader); });
     EXPECT_EQ(types(9), Answer({CKR_DEVICE_REMOVED, 9, 0}));
@@ -126,8 +127,7 @@ TEST_F(LifeCycleTest, SlotsFollowTheirReaders)
     EXPECT_EQ(C_InitToken(2, nullptr, 0, nullptr), CKR_TOKEN_NOT_PRESENT);
     EXPECT_EQ(flags(), Answer({0, CKF_REMOVABLE_DEVICE | CKF_HW_SLOT}));
     EXPECT_EQ(flags(99), Answer({CKR_SLOT_ID_INVALID, 0}));
-    fakepcsc::insertCard(m_reader,
-                         std::make_shared<scripted::Card>(scripted::atrWith("0031c064b0f31000079000")));
+    fakepcsc::insertCard(m_reader, std::make_shared<scripted::Card>("", "0031c064b0f31000079000"));
     EXPECT_EQ(types(9), Answer({CKR_TOKEN_NOT_RECOGNIZED, 9, 0}));
     trace.news();
     fakepcsc::failCall("SCardGetStatusChange", SCARD_F_COMM_ERROR, 1, 2);

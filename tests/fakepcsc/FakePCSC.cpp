@@ -151,19 +151,25 @@ void refuse(bool condition, LONG result)
     if (condition)
         throw Refusal{result};
 }
-/// A context takes no second call while it waits; the real client library would block here.
-void check(SCARDCONTEXT context)
+template <class Map>
+auto& find(Map& map, long number)
 {
-    const auto it = s.contexts.find(context);
-    refuse(it == s.contexts.end(), SCARD_E_INVALID_HANDLE);
-    refuse(it->second.lost, SCARD_E_NO_SERVICE);
-    refuse(it->second.waiting, SCARD_F_INTERNAL_ERROR);
+    const auto it = map.find(number);
+    refuse(it == map.end(), SCARD_E_INVALID_HANDLE);
+    return it->second;
+}
+/// A context takes no second call while it waits; the real client library would block here.
+void check(SCARDCONTEXT number)
+{
+    const Context& context = find(s.contexts, number);
+    refuse(context.lost, SCARD_E_NO_SERVICE);
+    refuse(context.waiting, SCARD_F_INTERNAL_ERROR);
 }
 Handle& findHandle(SCARDHANDLE number)
 {
-    const auto it = s.handles.find(number);
-    refuse(it == s.handles.end() || s.contexts.count(it->second.context) == 0, SCARD_E_INVALID_HANDLE);
-    return it->second;
+    Handle& handle = find(s.handles, number);
+    find(s.contexts, handle.context);
+    return handle;
 }
 /// Where the card is still what it was.
 Handle& findUnchanged(SCARDHANDLE number)
@@ -194,21 +200,18 @@ Reader* findReader(const char* name)
         std::find_if(s.readers.begin(), s.readers.end(), [&](Reader& r) { return r.name == name; });
     return it == s.readers.end() ? nullptr : &*it;
 }
-bool isNotification(const char* name)
-{
-    return std::strcmp(name, R"(\\?PnP?\Notification)") == 0;
-}
 /// Fills the event states; true when the call has something to report. The call began with so many readers.
 bool refresh(SCARD_READERSTATE* states, DWORD count, DWORD readers)
 {
     bool report = false;
     for (SCARD_READERSTATE* state = states; state != states + count; ++state) {
-        if (isNotification(state->szReader)) {
+        const Reader* found = findReader(state->szReader);
+        if (found == nullptr) { // the notification
             state->dwEventState = s.attached() != readers ? SCARD_STATE_CHANGED : 0;
             report = report || state->dwEventState != 0;
             continue;
         }
-        const Reader& reader = *findReader(state->szReader);
+        const Reader& reader = *found;
         const Bytes atr = reader.card ? reader.card->atr() : Bytes();
         const DWORD before = state->dwCurrentState;
         // A reader that came back is no news, nor is one that had no card then.
@@ -349,11 +352,9 @@ LONG SCardReleaseContext(SCARDCONTEXT context)
 {
     // Handles of the context stay on the list, so that a leak shows.
     return call("SCardReleaseContext", [&] {
-        const auto it = s.contexts.find(context);
-        refuse(it == s.contexts.end(), SCARD_E_INVALID_HANDLE);
-        refuse(it->second.waiting, SCARD_F_INTERNAL_ERROR);
+        refuse(find(s.contexts, context).waiting, SCARD_F_INTERNAL_ERROR);
         endTransactions(context);
-        s.contexts.erase(it);
+        s.contexts.erase(context);
         return SCARD_S_SUCCESS;
     });
 }
@@ -400,12 +401,10 @@ LONG SCardReconnect(SCARDHANDLE number, DWORD, DWORD protocols, DWORD action, LP
 LONG SCardDisconnect(SCARDHANDLE number, DWORD disposition)
 {
     return call("SCardDisconnect", [&] {
-        const auto it = s.handles.find(number);
-        refuse(it == s.handles.end(), SCARD_E_INVALID_HANDLE);
+        SCARDHANDLE& owner = find(s.handles, number).reader->transaction;
         refuse(disposition != SCARD_LEAVE_CARD, SCARD_E_INVALID_VALUE); // others share the card
-        SCARDHANDLE& owner = it->second.reader->transaction;
         owner = owner == number ? 0 : owner;
-        s.handles.erase(it);
+        s.handles.erase(number);
         return SCARD_S_SUCCESS;
     });
 }
@@ -441,8 +440,8 @@ LONG SCardGetStatusChange(SCARDCONTEXT context, DWORD timeout, SCARD_READERSTATE
         check(context);
         for (SCARD_READERSTATE* state = states; state != states + count; ++state) {
             const Reader* reader = findReader(state->szReader);
-            refuse(!isNotification(state->szReader) && (reader == nullptr || reader->forgotten),
-                   SCARD_E_UNKNOWN_READER);
+            const bool isNotification = std::strcmp(state->szReader, R"(\\?PnP?\Notification)") == 0;
+            refuse(reader != nullptr ? reader->forgotten : !isNotification, SCARD_E_UNKNOWN_READER);
         }
         const DWORD readers = s.attached();
         if (refresh(states, count, readers))
@@ -464,8 +463,7 @@ LONG SCardGetStatusChange(SCARDCONTEXT context, DWORD timeout, SCARD_READERSTATE
 LONG SCardCancel(SCARDCONTEXT context)
 {
     return call("SCardCancel", [&] {
-        refuse(s.contexts.count(context) == 0, SCARD_E_INVALID_HANDLE);
-        s.contexts[context].cancelled = true;
+        find(s.contexts, context).cancelled = true;
         wakeAll();
         return SCARD_S_SUCCESS;
     });

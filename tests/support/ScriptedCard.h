@@ -5,13 +5,11 @@
 #include "tools/vcard/Bytes.h"
 
 #include <algorithm>
-#include <deque>
 #include <functional>
 #include <gtest/gtest.h>
 #include <numeric>
 #include <sstream>
 #include <string>
-#include <utility>
 
 namespace scripted {
 
@@ -31,50 +29,34 @@ inline Bytes atrWith(const std::string& historical)
     return vcard::join({{0x3B}, body, {static_cast<unsigned char>(check)}});
 }
 
+/// Commands with their answers behind a colon, 9000 where there is none.
 class Card final : public vcard::Card {
 public:
-    explicit Card(Bytes atr = atrWith("")) : m_atr(std::move(atr)) {}
+    explicit Card(const std::string& script, const std::string& historical = "")
+        : m_script(script), m_atr(atrWith(historical))
+    {
+    }
     ~Card() override
     {
-        if (!m_script.empty())
-            ADD_FAILURE() << m_script.size() << " commands were not sent, the first "
-                          << m_script.front().first;
+        std::string left;
+        EXPECT_FALSE(m_script >> left) << left << " was not sent";
     }
-    /// The answer ends with the status word.
-    Card& expect(const std::string& command, const std::string& answer)
-    {
-        m_script.emplace_back(command, answer);
-        return *this;
-    }
-    /// Commands with their answers behind a colon, 9000 where there is none.
-    void expectAll(const std::string& script)
-    {
-        std::istringstream steps(script);
-        for (std::string step; steps >> step;) {
-            const size_t colon = step.find(':');
-            expect(step.substr(0, colon), colon == step.npos ? "9000" : step.substr(colon + 1));
-        }
-    }
-    int resets() const { return m_resets; }
-
     Bytes atr() const override { return m_atr; }
     void reset() override { ++m_resets; }
     Bytes transmit(const Bytes& command) override
     {
-        const std::string expected = m_script.empty() ? "" : m_script.front().first;
-        if (m_script.empty() || command != bytes(expected)) {
-            ADD_FAILURE() << "unexpected command " << vcard::toHex(command) << ", expected " << expected;
-            return {0x6F, 0x00};
-        }
-        const Bytes answer = bytes(m_script.front().second);
-        m_script.pop_front();
-        return answer;
+        std::string step = "nothing:6F00";
+        m_script >> step;
+        const size_t colon = std::min(step.find(':'), step.size());
+        EXPECT_EQ(vcard::toHex(command), step.substr(0, colon));
+        return bytes(colon < step.size() ? step.substr(colon + 1) : "9000");
     }
 
-private:
-    Bytes m_atr;
-    std::deque<std::pair<std::string, std::string>> m_script;
     int m_resets = 0;
+
+private:
+    std::istringstream m_script;
+    Bytes m_atr;
 };
 
 } // namespace scripted

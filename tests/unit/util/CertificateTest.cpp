@@ -45,10 +45,10 @@ TEST(Certificate, GivesAttributesAndTexts)
     EXPECT_EQ(bytes(cert.GetValue()), PKCS11::PKCS11_blob2hex(certificate("rsa.der")));
     EXPECT_EQ(bytes(cert.GetRSAModulus()), kRSAModulus);
     EXPECT_EQ(bytes(cert.GetRSAPubicExponent()), "010001");
-    EXPECT_EQ(cert.GetSubjectStr(), "/C=NO/O=Fjell og Fjord/CN=Kari Nordmann");
-    EXPECT_EQ(cert.GetIssuerStr() + cert.GetCommonName(), "Kari NordmannKari Nordmann");
-    EXPECT_EQ(cert.GetOrganizationName(), "Fjell og Fjord");
-    EXPECT_EQ(cert.GetValidFromStr() + " " + cert.GetValidToStr(), "5/3/12 6/51/20");
+    EXPECT_EQ(cert.GetSubjectStr() + "|" + cert.GetIssuerStr() + "|" + cert.GetCommonName() + "|" +
+                  cert.GetOrganizationName() + "|" + cert.GetValidFromStr() + "|" + cert.GetValidToStr(),
+              "/C=NO/O=Fjell og Fjord/CN=Kari Nordmann|Kari Nordmann|Kari Nordmann|Fjell og Fjord|5/3/12|"
+              "6/51/20");
     EXPECT_EQ(cert.GetKeySize(), 64U);
     EXPECT_TRUE(cert.isRootCert());
 
@@ -85,13 +85,13 @@ TEST(Certificate, DatesAreReadAsTheyAlwaysWere)
     const auto date = [](int type, const char* text) {
         const std::shared_ptr<ASN1_STRING> time(ASN1_STRING_type_new(type), ASN1_STRING_free);
         ASN1_STRING_set(time.get(), text, -1);
-        return getTimeFromASN1(time.get());
+        return getTimeFromASN1(time.get()) + ",";
     };
-    for (const char* text : {"1203051015Z", "1203051015+0100", "120305101500.5Z"})
-        EXPECT_EQ(date(V_ASN1_UTCTIME, text), "5/3/12") << text;
-    for (const char* text :
-         {"1203051015", "120305101500", "120305101500+01000", "12x305101500Z", "120305101500."})
-        EXPECT_EQ(date(V_ASN1_UTCTIME, text), "") << text;
-    EXPECT_EQ(date(V_ASN1_GENERALIZEDTIME, "20510607080910.123Z"), "6/51/20");
-    EXPECT_EQ(date(V_ASN1_GENERALIZEDTIME, "205106070809"), "");
+    std::string dates;
+    for (const char* text : {"1203051015Z", "1203051015+0100", "120305101500.5Z", "1203051015",
+                             "120305101500", "120305101500+01000", "12x305101500Z", "120305101500."})
+        dates += date(V_ASN1_UTCTIME, text);
+    for (const char* text : {"20510607080910.123Z", "205106070809"})
+        dates += date(V_ASN1_GENERALIZEDTIME, text);
+    EXPECT_EQ(dates, "5/3/12,5/3/12,5/3/12,,,,,,6/51/20,,");
 }
