@@ -4,7 +4,6 @@
 #include "pkcs11/frontend/FunctionList.h"
 #include "pkcs11/frontend/SystemWrapper.h"
 
-#include <cstdlib>
 #include <deque>
 #include <iterator>
 #include <tuple>
@@ -24,27 +23,23 @@ public:
     T make()
     {
         using Pointee = std::remove_pointer_t<T>;
-        if constexpr (std::is_same_v<T, CK_ULONG>) {
-            return std::exchange(m_hasCount, false) ? m_count : number();
-        } else if constexpr (std::is_integral_v<T>) {
-            return static_cast<T>(number());
-        } else if constexpr (std::is_same_v<Pointee, CK_ULONG>) {
-            return std::exchange(m_hasCount, false) ? &m_counts.emplace_back(m_count) : array<CK_ULONG>();
-        } else if constexpr (std::is_same_v<Pointee, CK_ATTRIBUTE>) {
-            return attributes();
-        } else if constexpr (std::is_same_v<Pointee, CK_MECHANISM>) {
-            auto* mechanism = array<CK_MECHANISM>();
-            if (mechanism != nullptr) {
-                CK_BYTE* parameter = array<CK_BYTE>();
-                *mechanism = {number(), parameter, m_count};
-            }
-            m_hasCount = false;
-            return mechanism;
+        constexpr bool kHasCount = std::is_same_v<Pointee, CK_BYTE> ||
+                                   std::is_same_v<Pointee, CK_ATTRIBUTE> || std::is_same_v<Pointee, CK_ULONG>;
+        const bool isCount = std::exchange(m_hasCount, false);
+        if constexpr (std::is_integral_v<T>) {
+            return static_cast<T>(isCount ? m_count : number());
         } else if constexpr (std::is_void_v<Pointee> || std::is_function_v<Pointee>) {
             return nullptr;
         } else {
+            if constexpr (std::is_same_v<Pointee, CK_ULONG>)
+                if (isCount)
+                    return &m_counts.emplace_back(m_count);
             T made = array<Pointee>();
-            m_hasCount = std::is_same_v<Pointee, CK_BYTE>;
+            const CK_ULONG count = m_count;
+            for (CK_ULONG i = 0; made != nullptr && i < count; ++i)
+                fill(made[i]);
+            m_count = count;
+            m_hasCount = kHasCount;
             return made;
         }
     }
@@ -58,47 +53,33 @@ private:
                : kind < 250 ? static_cast<CK_ULONG>(m_input.twoBytes())
                             : ~static_cast<CK_ULONG>(kind - 250);
     }
-    /// As long as the following count says, or null with any count.
+    /// As long as m_count says, or null with any count.
     template <class T>
     T* array()
     {
         const int kind = m_input.byte();
-        m_hasCount = true;
-        if (kind == 0) {
-            m_count = number();
+        m_count = kind == 0    ? number()
+                  : kind < 128 ? static_cast<CK_ULONG>(kind)
+                               : static_cast<CK_ULONG>(m_input.twoBytes() % 1024 + 1);
+        if (kind == 0)
             return nullptr;
-        }
-        m_count =
-            kind < 128 ? static_cast<CK_ULONG>(kind) : static_cast<CK_ULONG>(m_input.twoBytes() % 1024 + 1);
         // NOLINTNEXTLINE(bugprone-sizeof-expression): an array of pointers has their size
-        Bytes room(m_count * sizeof(T), static_cast<unsigned char>(m_input.byte()));
+        Bytes& room = m_rooms.emplace_back(m_count * sizeof(T), static_cast<unsigned char>(m_input.byte()));
         const Bytes given = m_input.bytes(std::min<std::size_t>(room.size(), 8));
         std::copy(given.begin(), given.end(), room.begin());
-        m_rooms.push_back(std::move(room));
-        return reinterpret_cast<T*>(m_rooms.back().data());
+        return reinterpret_cast<T*>(room.data());
     }
-    CK_ATTRIBUTE* attributes()
+    /// Pointers lead somewhere; to what need not be looked at, nowhere.
+    void fill(CK_ATTRIBUTE& entry)
     {
-        static constexpr CK_ATTRIBUTE_TYPE kTypes[] = {
-            CKA_CLASS,    CKA_TOKEN,   CKA_PRIVATE,      CKA_LABEL,   CKA_VALUE,      CKA_ID,
-            CKA_KEY_TYPE, CKA_MODULUS, CKA_MODULUS_BITS, CKA_SUBJECT, CKA_START_DATE, CKA_MODIFIABLE,
-            CKA_SIGN,     CKA_DECRYPT, CKA_APPLICATION,  0xCE534352UL};
-        const int count = m_input.byte() % 8;
-        m_hasCount = true;
-        if (count == 7) {
-            m_count = number();
-            return nullptr;
-        }
-        Bytes room(count * sizeof(CK_ATTRIBUTE));
-        auto* entries = reinterpret_cast<CK_ATTRIBUTE*>(room.data());
-        for (int i = 0; i < count; ++i) {
-            const CK_ATTRIBUTE_TYPE type = kTypes[m_input.byte() % 16];
-            CK_BYTE* value = array<CK_BYTE>();
-            entries[i] = {type, value, m_count};
-        }
-        m_rooms.push_back(std::move(room));
-        m_count = static_cast<CK_ULONG>(count);
-        return reinterpret_cast<CK_ATTRIBUTE*>(m_rooms.back().data());
+        const auto type = static_cast<CK_ATTRIBUTE_TYPE>(m_input.twoBytes() % 0x200);
+        CK_BYTE* value = array<CK_BYTE>();
+        entry = {type, value, m_count};
+    }
+    void fill(CK_MECHANISM& mechanism) { mechanism = {number(), nullptr, number()}; }
+    template <class Other>
+    void fill(Other&)
+    {
     }
 
     fuzz::Reader& m_input;
@@ -142,8 +123,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     const vcard::Family& family = vcard::familiesBegin()[input.byte() % families];
     fakepcsc::reset();
     SystemWrapper::s_logPath = "/dev/null"; // what the trace shows is looked at too
-    const int reader = fakepcsc::addReader("Reader");
-    fakepcsc::insertCard(reader, std::make_shared<fuzz::LyingCard>(family.name, reader, honest));
+    fakepcsc::insertCard(fakepcsc::addReader("Reader"),
+                         std::make_shared<fuzz::LyingCard>(family.name, honest));
     C_Initialize(nullptr);
     CK_SESSION_HANDLE session = 0;
     Bytes pin = vcard::fromText("123456");
@@ -152,7 +133,6 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     for (int calls = 0; calls < 64 && !input.atEnd(); ++calls)
         kCallers[static_cast<std::size_t>(input.byte()) % kCallerCount](input);
     startAnew();
-    if (fakepcsc::openHandles() != 0)
-        std::abort();
+    fuzz::require(fakepcsc::openHandles() == 0);
     return 0;
 }

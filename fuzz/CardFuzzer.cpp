@@ -6,17 +6,12 @@
 #include "tests/fakepcsc/FakePCSC.h"
 
 #include <array>
-#include <cstdlib>
 
 namespace {
 
+using fuzz::require;
 using vcard::Bytes;
 
-void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 /// Init and single-part call, first for the length, then into exactly that room.
 template <class Init, class Step>
 void use(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE key, CK_MECHANISM_TYPE type, Init init, Step step)
@@ -61,19 +56,18 @@ void live()
     Bytes pin = vcard::fromText("123456");
     Bytes other = vcard::fromText("654321");
     C_Login(session, CKU_USER, pin.data(), pin.size());
-    std::array<CK_OBJECT_HANDLE, 24> objects{};
-    count = 0;
+    std::array<CK_OBJECT_HANDLE, 24> found{};
     C_FindObjectsInit(session, nullptr, 0);
-    C_FindObjects(session, objects.data(), objects.size(), &count);
+    C_FindObjects(session, found.data(), found.size(), &count);
     C_FindObjectsFinal(session);
-    for (CK_ULONG i = 0; i < count; ++i) {
-        readAll(session, objects[i]);
+    for (CK_OBJECT_HANDLE object = 1; object <= found.size(); ++object) {
+        readAll(session, object);
         for (const CK_MECHANISM_TYPE type : {CKM_RSA_PKCS, CKM_RSA_X_509}) {
-            use(session, objects[i], type, C_SignInit, C_Sign);
-            use(session, objects[i], type, C_DecryptInit, C_Decrypt);
-            use(session, objects[i], type, C_EncryptInit, C_Encrypt);
+            use(session, object, type, C_SignInit, C_Sign);
+            use(session, object, type, C_DecryptInit, C_Decrypt);
+            use(session, object, type, C_EncryptInit, C_Encrypt);
             CK_MECHANISM mechanism{type, nullptr, 0};
-            if (C_VerifyInit(session, &mechanism, objects[i]) == CKR_OK)
+            if (C_VerifyInit(session, &mechanism, object) == CKR_OK)
                 require(C_Verify(session, pin.data(), pin.size(), other.data(), other.size()) != CKR_OK);
         }
     }
@@ -92,8 +86,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     const int variant = input.byte() % 3;
     fakepcsc::reset();
     SystemWrapper::s_logPath = "/dev/null"; // what the trace shows is looked at too
-    const int reader = fakepcsc::addReader("Reader");
-    fakepcsc::insertCard(reader, std::make_shared<fuzz::LyingCard>(QUARVEL_FAMILY, reader, input));
+    fakepcsc::insertCard(fakepcsc::addReader("Reader"),
+                         std::make_shared<fuzz::LyingCard>(QUARVEL_FAMILY, input));
     require(C_Initialize(nullptr) == CKR_OK);
     dynamic_cast<PKCS11::PCSCSlot&>(*wrapper.slots()->getSlot(1)).setEduVariant(variant);
     live();

@@ -7,11 +7,18 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 #include <memory>
 
 namespace fuzz {
 
 using vcard::Bytes;
+
+inline void require(bool condition)
+{
+    if (!condition)
+        std::abort();
+}
 
 /// Zeros behind the end.
 class Reader {
@@ -36,10 +43,10 @@ private:
     const unsigned char* m_end;
 };
 
-/// Answers a command as the next record says: its kind and what belongs to that.
+/// In the first reader. Answers a command as the next record says: its kind and what belongs to that.
 class LyingCard final : public vcard::Card {
 public:
-    LyingCard(const char* family, int reader, Reader& input) : m_reader(reader), m_input(input)
+    LyingCard(const char* family, Reader& input) : m_input(input)
     {
         vcard::CardOptions options;
         options.rsaBits = 1024;
@@ -59,12 +66,11 @@ public:
         else if (kind == kCut)
             answer.resize(std::min<std::size_t>(m_input.twoBytes(), answer.size()));
         else if (kind == kReset)
-            fakepcsc::resetCard(m_reader);
+            fakepcsc::resetCard(0);
         return answer;
     }
 
 private:
-    int m_reader;
     Reader& m_input;
     std::unique_ptr<vcard::Card> m_card;
 };
