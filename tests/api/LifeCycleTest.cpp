@@ -1,4 +1,3 @@
-#include "pkcs11/Edition.h"
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/core/Session.h"
 #include "pkcs11/frontend/FunctionList.h"
@@ -59,25 +58,21 @@ TEST_F(LifeCycleTest, EveryFunctionAnswersWithoutAndWithInitialisation)
 
 TEST_F(LifeCycleTest, InitialisationsAreCounted)
 {
+    using Codes = std::vector<CK_RV>;
+    constexpr CK_RV kEnded = CKR_CRYPTOKI_NOT_INITIALIZED;
     CK_ULONG count = 9;
-    EXPECT_EQ(C_Finalize(nullptr), CKR_CRYPTOKI_NOT_INITIALIZED); // lowers the count below zero
-    EXPECT_EQ(C_Initialize(nullptr), CKR_OK);
-    EXPECT_EQ(C_Finalize(&count), CKR_OK);
-    EXPECT_EQ(C_Initialize(nullptr), CKR_OK);
-    EXPECT_EQ(C_Initialize(nullptr), CKR_CRYPTOKI_ALREADY_INITIALIZED);
-    EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
-    EXPECT_EQ(C_GetSlotList(CK_FALSE, nullptr, &count), CKR_OK); // two starts need two ends
+    const auto begin = [] { return C_Initialize(nullptr); };
+    const auto end = [] { return C_Finalize(nullptr); };
+    const auto list = [&] { return C_GetSlotList(CK_FALSE, nullptr, &count); };
+    // An end too many lowers the count below zero, and two starts need two ends.
+    EXPECT_EQ(Codes({end(), begin(), C_Finalize(&count), begin(), begin(), end(), list(), end(), list()}),
+              Codes({kEnded, 0, 0, 0, CKR_CRYPTOKI_ALREADY_INITIALIZED, 0, 0, 0, kEnded}));
     EXPECT_EQ(count, 0U);
-    EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
-    EXPECT_EQ(C_GetSlotList(CK_FALSE, nullptr, &count), CKR_CRYPTOKI_NOT_INITIALIZED);
-    if (PKCS11::Edition::current().addedTokenFlags() != 0)
-        return; // the desktop edition starts without the service
-    fakepcsc::failCall("SCardIsValidContext", 0x80100003L);
-    EXPECT_EQ(C_Initialize(nullptr), CKR_DEVICE_ERROR);
-    EXPECT_EQ(C_GetSlotList(CK_FALSE, nullptr, &count), CKR_CRYPTOKI_NOT_INITIALIZED);
-    EXPECT_EQ(C_Initialize(nullptr), CKR_OK);
-    EXPECT_EQ(C_Finalize(nullptr), CKR_OK); // the failed start counts too
-    EXPECT_EQ(C_GetSlotList(CK_FALSE, nullptr, &count), CKR_OK);
+    if (isDesktop())
+        return; // starts without the service
+    fakepcsc::failCall("SCardIsValidContext", SCARD_E_INVALID_HANDLE);
+    EXPECT_EQ(Codes({begin(), list(), begin(), end(), list()}), // the failed start counts too
+              Codes({CKR_DEVICE_ERROR, kEnded, 0, 0, 0}));
 }
 
 TEST_F(LifeCycleTest, SlotsFollowTheirReaders)
@@ -156,30 +151,20 @@ TEST_F(LifeCycleTest, CallsAreTracedLineByLineWithoutPins)
     }
 }
 
-/// A card behind a link that can break with any exception.
-struct BreakingCard final : vcard::PivCard {
-    std::function<void()> link = [] {};
-    vcard::Response process(const vcard::Command& command) override
-    {
-        link();
-        return PivCard::process(command);
-    }
-};
-
 TEST_F(LifeCycleTest, FailuresBelowBecomeCodesAndPauseSessions)
 {
-    const auto card = std::make_shared<BreakingCard>();
-    start(card);
+    start(std::make_shared<vcard::PivCard>());
     const auto paused = [&] { return wrapper.sessions()->peekSession(m_session)->isPaused(); };
-    card->link = [] { throw std::runtime_error("of another kind"); };
-    EXPECT_EQ(login("123456"), CKR_FUNCTION_FAILED);
+    const auto loginWhere = [this](const std::function<void()>& fails) {
+        fakepcsc::beforeCall("SCardTransmit", 1, fails);
+        return login("123456");
+    };
+    EXPECT_EQ(loginWhere([] { throw std::runtime_error("of another kind"); }), CKR_FUNCTION_FAILED);
     for (const CK_RV code :
          {CKR_PIN_EXPIRED, CKR_TOKEN_NOT_PRESENT, CKR_TOKEN_NOT_RECOGNIZED, CKR_DEVICE_REMOVED}) {
-        card->link = [code] { throw PKCS11Exception(code); };
-        EXPECT_EQ(login("123456"), code);
+        EXPECT_EQ(loginWhere([code] { throw PKCS11Exception(code); }), code);
         EXPECT_EQ(paused(), code != CKR_PIN_EXPIRED);
     }
-    card->link = [] {};
     EXPECT_EQ(login("123456"), CKR_OK);
     EXPECT_FALSE(paused());
 }
