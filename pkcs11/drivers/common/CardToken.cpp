@@ -22,6 +22,11 @@ void fill(CK_UTF8CHAR (&field)[Width], const Blob& text)
     throw PKCS11Exception(CKR_FUNCTION_NOT_SUPPORTED);
 }
 
+bool isPinRefusal(const PKCS11Exception& failure)
+{
+    return failure.value() == CKR_PIN_INCORRECT || failure.value() == CKR_PIN_LOCKED;
+}
+
 } // namespace
 
 CardToken::CardToken(PCSCSlot* slot)
@@ -123,15 +128,28 @@ void CardToken::replayUserPin()
 {
     // A copy: a successful verification replaces the cached PIN.
     const Blob pin = userPin();
-    if (!pin.empty())
+    if (pin.empty())
+        return;
+    try {
         VerifyPIN(pin);
+    } catch (const PKCS11Exception& failure) {
+        m_isPinRefused = isPinRefusal(failure);
+        throw;
+    }
+}
+
+void CardToken::showUserPinAgain()
+{
+    if (m_isPinRefused && !userPin().empty())
+        throw PKCS11Exception(CKR_PIN_INCORRECT);
+    replayUserPin();
 }
 
 void CardToken::showLostUserPin()
 {
     card().enter();
     if (card().selectionMark() != m_pinShownAt)
-        replayUserPin();
+        showUserPinAgain();
 }
 
 void CardToken::requireChannel()
@@ -176,11 +194,10 @@ void CardToken::runWhole(const std::function<void()>& work)
         if (card().isCardExchanged())
             throw PKCS11Exception(CKR_DEVICE_REMOVED);
     } catch (const PKCS11Exception& failure) {
-        const bool isPinRefusal = failure.value() == CKR_PIN_INCORRECT || failure.value() == CKR_PIN_LOCKED;
         // What another card refuses says nothing about this one; a failure of the reader stays what it is.
         if (card().isCardExchanged() && failure.value() != CKR_GENERAL_ERROR)
             throw PKCS11Exception(CKR_DEVICE_REMOVED);
-        if (card().isUndisturbedSince(mark) || card().isCardExchanged() || isPinRefusal)
+        if (card().isUndisturbedSince(mark) || card().isCardExchanged() || isPinRefusal(failure))
             throw;
     }
     const PCSCSlot::CardMark again = card().cardMark();
@@ -201,8 +218,10 @@ int CardToken::sendVerify(const Blob& header, const Blob& data)
         if (!card().isUndisturbedSince(mark) && !isPinRefused(sw))
             throw PKCS11Exception(CKR_DEVICE_ERROR);
     }
-    if (sw == SW_SUCCESS)
+    if (sw == SW_SUCCESS) {
         m_pinShownAt = card().selectionMark();
+        m_isPinRefused = false;
+    }
     return sw;
 }
 
@@ -216,8 +235,12 @@ int CardToken::sendNewPin(const Blob& header, const Blob& data)
         Logout();
         throw;
     }
-    if (sw != SW_SUCCESS && !isPinRefused(sw) && !card().isUndisturbedSince(mark))
+    if (sw == SW_SUCCESS || card().isUndisturbedSince(mark))
+        return sw;
+    if (!isPinRefused(sw))
         throw PKCS11Exception(CKR_DEVICE_ERROR);
+    // The card may have taken the new PIN before the reset, and refuse the old one for that.
+    Logout();
     return sw;
 }
 

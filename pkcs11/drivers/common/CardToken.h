@@ -52,7 +52,10 @@ public:
     /// Verifies the cached user PIN again, if there is one: the card may have been reset or used by others
     /// since.
     void replayUserPin();
-    /// The same, unless the card has not been disturbed since it accepted a PIN.
+    /// The same for what misses the PIN beside the operations with a private key. A PIN that the card has
+    /// refused meanwhile costs no further try: CKR_PIN_INCORRECT (0xA0).
+    void showUserPinAgain();
+    /// That, unless the card has not been disturbed since it accepted a PIN.
     void showLostUserPin();
     /// The channel to the card.
     PCSCSlot& card() const { return *slot(); }
@@ -88,8 +91,8 @@ protected:
     /// its application: that is selected and VERIFY sent once more, unless the card has compared the PIN.
     int sendVerify(const Blob& header, const Blob& data);
     /// CHANGE REFERENCE DATA or RESET RETRY COUNTER; the status of the card. Throws CKR_DEVICE_ERROR when the
-    /// card was reset meanwhile and refuses without having compared the PIN. When the exchange fails, nobody
-    /// knows which PIN holds: the login ends.
+    /// card was reset meanwhile and refuses without having compared the PIN. When the exchange fails, or the
+    /// card refuses the PIN behind a reset, nobody knows which PIN holds: the login ends.
     int sendNewPin(const Blob& header, const Blob& data);
     /// Throws CKR_DEVICE_ERROR (0x30) when no channel to a card opens.
     void requireChannel();
@@ -106,6 +109,8 @@ private:
     int m_selectedAt;
     /// The same of the last PIN that was accepted.
     int m_pinShownAt;
+    /// The cached user PIN was, when it was shown last.
+    bool m_isPinRefused = false;
 };
 
 /// Throws CKR_DEVICE_ERROR (0x30) with these texts unless the status is 9000.

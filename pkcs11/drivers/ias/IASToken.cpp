@@ -238,7 +238,7 @@ CardValue IASToken::readValue(const PKCS15CommonObjectAttributes& record, const 
         content = readFile(path.path);
         if (content && content->bytes.empty() && record.isPrivate() && !userPin().empty()) {
             // The card has forgotten the PIN with the selection.
-            replayUserPin();
+            showUserPinAgain();
             content = readFile(path.path);
         }
     });
