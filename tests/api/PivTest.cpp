@@ -149,7 +149,11 @@ TEST_F(PivTest, PinsAreChangedByTheirOwnersAndAreEightCharactersAtMost)
     ASSERT_EQ(login("654321"), CKR_OK);
     EXPECT_EQ(setPin("654321", "77777777"), CKR_OK);
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY, 1), CKM_RSA_PKCS, Bytes(20)).length, 128U); // the new one is shown
-    ASSERT_EQ(C_Logout(m_session), CKR_OK);
+    // Which PIN does a card refuse that was reset beside the change?
+    fakepcsc::beforeCall("SCardTransmit", 2 + isDesktop(), [&] { fakepcsc::resetCard(m_reader); });
+    fakepcsc::replaceAnswer({0x63, 0xC2}, 2 + isDesktop());
+    EXPECT_EQ(setPin("77777777", "654321"), CKR_DEVICE_ERROR);
+    EXPECT_EQ(C_Logout(m_session), CKR_USER_NOT_LOGGED_IN);
     ASSERT_EQ(login("12345678", CKU_SO), CKR_OK);
     EXPECT_EQ(setPin("12345678", "87654321"), CKR_OK);
     EXPECT_EQ(C_Logout(m_session) | login("87654321", CKU_SO), CKR_OK);
