@@ -15,7 +15,7 @@ declare -A packages=(
     # Its encryption on the card, which pkcs11-tool does not do.
     [demo-encrypt]="python3-pykcs11"
     # What ./test.sh runs.
-    [test]="libgtest-dev libbenchmark-dev clang-format-14 clang-tidy-14 python3"
+    [test]="libgtest-dev libbenchmark-dev openssl clang-format-14 clang-tidy-14 python3"
     # What scripts/fuzz.sh builds with.
     [fuzz]="clang-14 libclang-rt-14-dev"
     # What scripts/coverage.sh counts with.
