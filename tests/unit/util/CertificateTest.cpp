@@ -9,8 +9,6 @@
 #include <openssl/err.h>
 #include <openssl/x509.h>
 
-#include <functional>
-
 namespace {
 
 std::string bytes(const CK_ATTRIBUTE& attribute)
@@ -22,16 +20,6 @@ std::string bytes(const CK_ATTRIBUTE& attribute)
 VantorX509Certificate load(PKCS11::Blob der)
 {
     return VantorX509Certificate({CKA_VALUE, der.data(), static_cast<CK_ULONG>(der.size())});
-}
-
-std::string failure(const std::function<void()>& call)
-{
-    try {
-        call();
-    } catch (const VantorException& e) {
-        return e.GetCryptokiError() == CKR_GENERAL_ERROR ? e.what() : "code";
-    }
-    return "none";
 }
 
 } // namespace
@@ -55,7 +43,7 @@ TEST(Certificate, GivesAttributesAndTexts)
     const VantorX509Certificate other = load(certificate("ec.der"));
     EXPECT_EQ(other.GetKeyType(), CKK_EC);
     EXPECT_FALSE(other.isRootCert() || other.compare(cert));
-    EXPECT_NE(failure([&] { other.GetRSAModulus(); }), "none");
+    EXPECT_THROW(other.GetRSAModulus(), VantorException);
 }
 
 TEST(Certificate, NamesMayBeMissingAndOtherBytesAreRefused)
@@ -66,7 +54,7 @@ TEST(Certificate, NamesMayBeMissingAndOtherBytesAreRefused)
     char label[] = "given";
     const VantorX509Certificate cert(ssl.get(), label, 5);
     EXPECT_TRUE(cert.isRootCert());
-    EXPECT_NE(failure([&] { cert.GetIssuer(); }), "none");
+    EXPECT_THROW(cert.GetIssuer(), VantorException);
     EXPECT_EQ(cert.GetLabel(), "Kari Nordmann");
     const X509Pointer nameless = load(certificate("rsa.der")).toOpenSSLCertificate();
     X509_set_subject_name(nameless.get(), empty);
@@ -75,8 +63,13 @@ TEST(Certificate, NamesMayBeMissingAndOtherBytesAreRefused)
     EXPECT_EQ(bytes(holder.GetSubject()) + bytes(holder.GetSerialNumber()), "300000C1A2B3C4D5E6F708");
     EXPECT_EQ(bytes(holder.GetIssuer()), bytes(load(certificate("rsa.der")).GetIssuer()));
     EXPECT_FALSE(holder.isRootCert());
-    EXPECT_EQ(failure([] { load(certificate("rsa.der").slice(0, 200)); }),
-              "VantorX509Certificate::toOpenSSLCertificate failed to create X509 open SLL certificate");
+    try {
+        load(certificate("rsa.der").slice(0, 200));
+        ADD_FAILURE();
+    } catch (const VantorException& e) {
+        EXPECT_EQ(std::to_string(e.GetCryptokiError()) + e.what(),
+                  "5VantorX509Certificate::toOpenSSLCertificate failed to create X509 open SLL certificate");
+    }
     EXPECT_EQ(ERR_peek_error(), 0U);
 }
 
