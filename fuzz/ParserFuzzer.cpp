@@ -65,47 +65,42 @@ void comeBack(const Blob& in)
     }
 }
 
-void parseATR(const Blob& in)
-{
-    const Blob historical = getHistoricalBytes(in);
-    require(historical.size() <= 15 && (!historical.empty() || findATRTableRow(historical) == nullptr));
-    findATRTableRow(in);
-}
-void parseAttributes(const Blob& in)
-{
-    mayThrow<PKCS11Exception>([&] {
-        PKCS11Attrs attributes(in);
-        attributes.SetAttrs(attributes.GetAttrs());
-        attributes.SetParam(CKA_LABEL, Blob("label"));
-    });
-}
-void parseTLV(const Blob& in)
-{
-    std::vector<TagLen> list;
-    MakeTagLen(in, list);
-    MakeTLVCoded(in);
-}
-void parseCertificate(const Blob& in)
-{
-    Blob der = in;
-    Blob modulus;
-    Blob exponent;
-    getPublicKey(der, modulus, exponent);
-    mayThrow<VantorException>([&] {
-        const VantorX509Certificate cert({CKA_VALUE, der.data(), static_cast<CK_ULONG>(der.size())});
-        cert.isRootCert();
-        cert.compare(cert);
-    });
-}
-
 const std::multimap<std::string, void (*)(const Blob&)> kParsers = {
-    {"ATR", parseATR},
-    {"Attributes", parseAttributes},
+    {"ATR",
+     [](const Blob& in) {
+         const Blob historical = getHistoricalBytes(in);
+         require(historical.size() <= 15 && (!historical.empty() || findATRTableRow(historical) == nullptr));
+         findATRTableRow(in);
+     }},
+    {"Attributes",
+     [](const Blob& in) {
+         mayThrow<PKCS11Exception>([&] {
+             PKCS11Attrs attributes(in);
+             attributes.SetAttrs(attributes.GetAttrs());
+             attributes.SetParam(CKA_LABEL, Blob("label"));
+         });
+     }},
     {"Attributes", comeBack<PKCS11Exception, imported<TokenInfo>, imported<ObjectInfo<2>>,
                             imported<ObjectInfo<3>>, imported<ObjectInfo<4>>, imported<ObjectInfo<6>>>},
-    {"BER", parseTLV},
+    {"BER",
+     [](const Blob& in) {
+         std::vector<TagLen> list;
+         MakeTagLen(in, list);
+         MakeTLVCoded(in);
+     }},
     {"BER", comeBack<PKCS11Exception, importedBER>},
-    {"Certificate", parseCertificate},
+    {"Certificate",
+     [](const Blob& in) {
+         Blob der = in;
+         Blob modulus;
+         Blob exponent;
+         getPublicKey(der, modulus, exponent);
+         mayThrow<VantorException>([&] {
+             const VantorX509Certificate cert({CKA_VALUE, der.data(), static_cast<CK_ULONG>(der.size())});
+             cert.isRootCert();
+             cert.compare(cert);
+         });
+     }},
     {"PKCS15",
      comeBack<const char*, importedPKCS15<PKCS15TokenInfo>, importedPKCS15<PKCS15Path>,
               importedPKCS15<PKCS15CommonObjectAttributes>, importedPKCS15<PKCS15CommonKeyAttributes>,
