@@ -18,6 +18,7 @@ namespace {
 
 using PKCS11::PKCS11Exception;
 using Lines = std::vector<std::string>;
+using Codes = std::vector<CK_RV>; // and other numbers
 using LifeCycleTest = CryptokiFixture;
 
 template <class... Types>
@@ -58,7 +59,6 @@ TEST_F(LifeCycleTest, EveryFunctionAnswersWithoutAndWithInitialisation)
 
 TEST_F(LifeCycleTest, InitialisationsAreCounted)
 {
-    using Codes = std::vector<CK_RV>;
     constexpr CK_RV kEnded = CKR_CRYPTOKI_NOT_INITIALIZED;
     CK_ULONG count = 9;
     const auto begin = [] { return C_Initialize(nullptr); };
@@ -83,52 +83,107 @@ TEST_F(LifeCycleTest, SlotsFollowTheirReaders)
     fakepcsc::insertCard(m_reader, std::make_shared<vcard::PivCard>());
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
     trace.news();
-    using Answer = std::vector<CK_ULONG>; // the code, what became of the room, and what was put there
+    // Of an answer: the code, what became of the room, and what was put there.
     const auto slots = [](CK_BBOOL withCard, CK_ULONG room, bool nowhere = false) {
         CK_SLOT_ID ids[2] = {};
         const CK_RV rv = C_GetSlotList(withCard, nowhere ? nullptr : ids, &room);
-        return Answer{rv, room, ids[0], ids[1]};
+        return Codes{rv, room, ids[0], ids[1]};
     };
     const auto types = [](CK_ULONG room) {
         CK_MECHANISM_TYPE found[9] = {};
         const CK_RV rv = C_GetMechanismList(2, found, &room);
-        return Answer{rv, rv == CKR_OK ? 0 : room, found[1]};
+        return Codes{rv, rv == CKR_OK ? 0 : room, found[1]};
     };
     const auto flags = [](CK_SLOT_ID id = 2) {
         CK_SLOT_INFO info{};
-        return Answer{C_GetSlotInfo(id, &info), info.flags};
+        return Codes{C_GetSlotInfo(id, &info), info.flags};
     };
     CK_TOKEN_INFO info{};
-    EXPECT_EQ(slots(CK_FALSE, 1), Answer({0, 2, 1, 2}));
-    EXPECT_EQ(slots(CK_TRUE, 0), Answer({CKR_BUFFER_TOO_SMALL, 1, 0, 0}));
+    EXPECT_EQ(slots(CK_FALSE, 1), Codes({0, 2, 1, 2}));
+    EXPECT_EQ(slots(CK_TRUE, 0), Codes({CKR_BUFFER_TOO_SMALL, 1, 0, 0}));
     EXPECT_EQ(trace.failures(), "(buffer too samll|SlotList::getIdList)");
-    EXPECT_EQ(slots(CK_TRUE, 1), Answer({0, 1, 2, 0}));
-    EXPECT_EQ(slots(CK_TRUE, 0, true), Answer({0, 1, 0, 0}));
-    EXPECT_EQ(types(1), Answer({CKR_BUFFER_TOO_SMALL, 1, 0}));
+    EXPECT_EQ(slots(CK_TRUE, 1), Codes({0, 1, 2, 0}));
+    EXPECT_EQ(slots(CK_TRUE, 0, true), Codes({0, 1, 0, 0}));
+    EXPECT_EQ(types(1), Codes({CKR_BUFFER_TOO_SMALL, 1, 0}));
     fakepcsc::clearCalls();
-    EXPECT_EQ(types(9), Answer({0, 0, CKM_RSA_X_509}));
+    EXPECT_EQ(types(9), Codes({0, 0, CKM_RSA_X_509}));
     EXPECT_EQ(C_GetTokenInfo(2, &info), CKR_OK);
     EXPECT_EQ(fakepcsc::calls().size(), 4U); // is the card the same one, and is it there?
     EXPECT_EQ(std::memcmp(info.utcTime, "unkown\0         ", 16), 0);
     CK_MECHANISM_INFO mechanism{};
     EXPECT_EQ(C_GetMechanismInfo(2, CKM_AES_ECB, &mechanism), CKR_MECHANISM_INVALID);
-    EXPECT_EQ(flags(), Answer({0, CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE | CKF_HW_SLOT}));
+    EXPECT_EQ(flags(), Codes({0, CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE | CKF_HW_SLOT}));
     // The card goes between two questions.
     fakepcsc::beforeCall("SCardGetStatusChange", 1, [this] { fakepcsc::removeCard(m_reader); });
-    EXPECT_EQ(types(9), Answer({CKR_DEVICE_REMOVED, 9, 0}));
+    EXPECT_EQ(types(9), Codes({CKR_DEVICE_REMOVED, 9, 0}));
     EXPECT_EQ(fakepcsc::openHandles(), 0);
-    EXPECT_EQ(types(9), Answer({CKR_TOKEN_NOT_PRESENT, 9, 0}));
+    EXPECT_EQ(types(9), Codes({CKR_TOKEN_NOT_PRESENT, 9, 0}));
     EXPECT_EQ(C_GetTokenInfo(2, &info), CKR_TOKEN_NOT_PRESENT);
     EXPECT_EQ(C_InitToken(2, nullptr, 0, nullptr), CKR_TOKEN_NOT_PRESENT);
-    EXPECT_EQ(flags(), Answer({0, CKF_REMOVABLE_DEVICE | CKF_HW_SLOT}));
-    EXPECT_EQ(flags(99), Answer({CKR_SLOT_ID_INVALID, 0}));
+    EXPECT_EQ(flags(), Codes({0, CKF_REMOVABLE_DEVICE | CKF_HW_SLOT}));
+    EXPECT_EQ(flags(99), Codes({CKR_SLOT_ID_INVALID, 0}));
     fakepcsc::insertCard(m_reader, std::make_shared<scripted::Card>("", "0031c064b0f31000079000"));
-    EXPECT_EQ(types(9), Answer({CKR_TOKEN_NOT_RECOGNIZED, 9, 0}));
+    EXPECT_EQ(types(9), Codes({CKR_TOKEN_NOT_RECOGNIZED, 9, 0}));
     trace.news();
     fakepcsc::failCall("SCardGetStatusChange", SCARD_F_COMM_ERROR, 1, 2);
-    EXPECT_EQ(flags(), Answer({CKR_DEVICE_ERROR, 0}));
+    EXPECT_EQ(flags(), Codes({CKR_DEVICE_ERROR, 0}));
     EXPECT_EQ(trace.failures(),
               "(could not connect to reader (wrong READERNAME set?)|PCSCSlot::IsTokenPresent)");
+}
+
+TEST_F(LifeCycleTest, SessionsOfASlotShareItsTokenAndTheLastOneEndsTheLogin)
+{
+    const auto card = std::make_shared<vcard::PivCard>();
+    start(card);
+    const CK_SESSION_HANDLE first = m_session;
+    ASSERT_EQ(open(), CKR_OK);
+    const CK_SESSION_HANDLE second = m_session;
+    const auto state = [](CK_SESSION_HANDLE session) {
+        CK_SESSION_INFO info{};
+        EXPECT_EQ(C_GetSessionInfo(session, &info), CKR_OK);
+        return info.state;
+    };
+    CK_SESSION_HANDLE reading = 0;
+    EXPECT_EQ(Codes({login("123456"), state(first),
+                     C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &reading),
+                     tokenInfo().ulSessionCount, tokenInfo().ulRwSessionCount, C_CloseSession(reading)}),
+              Codes({0, CKS_RW_USER_FUNCTIONS, 0, 3, 2, 0}));
+
+    // A destroyed key ends the operations that work with it, in every session, and no other.
+    CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
+    const auto beginSignature = [&](CK_SESSION_HANDLE session, size_t key) {
+        return C_SignInit(session, &mechanism, find(CKO_PRIVATE_KEY, key));
+    };
+    const auto endSignature = [](CK_SESSION_HANDLE session) {
+        Bytes room(256);
+        CK_ULONG length = room.size();
+        return C_Sign(session, room.data(), 20, room.data(), &length);
+    };
+    EXPECT_EQ(
+        Codes({beginSignature(first, 0), beginSignature(second, 1),
+               C_DestroyObject(second, find(CKO_PRIVATE_KEY)), endSignature(first), endSignature(second)}),
+        Codes({0, 0, 0, CKR_OPERATION_NOT_INITIALIZED, 0}));
+
+    // Another card pauses both sessions; the one that is used comes back, and searches from the start.
+    CK_OBJECT_HANDLE found[20] = {};
+    CK_ULONG count = 0;
+    EXPECT_EQ(Codes({C_FindObjectsInit(first, nullptr, 0), C_FindObjects(first, found, 5, &count)}),
+              Codes({0, 0}));
+    fakepcsc::insertCard(m_reader, card);
+    m_session = first;
+    EXPECT_EQ(Codes({login("123456"), C_FindObjects(first, found, 20, &count), count}), Codes({0, 0, 12}));
+    EXPECT_EQ(Codes({C_CloseAllSessions(1), // the paused one last
+                     C_CloseSession(second), open(), state(m_session), login("123456")}),
+              Codes({0, CKR_SESSION_HANDLE_INVALID, 0, CKS_RW_PUBLIC_SESSION, 0}));
+    const CK_SESSION_HANDLE third = m_session;
+    EXPECT_EQ(Codes({open(), C_CloseSession(third), state(m_session), C_CloseSession(m_session),
+                     tokenInfo().ulSessionCount, open(), state(m_session)}),
+              Codes({0, 0, CKS_RW_USER_FUNCTIONS, 0, 0, 0, CKS_RW_PUBLIC_SESSION}));
+    CK_ATTRIBUTE shortClass{CKA_CLASS, &count, 1};
+    EXPECT_EQ(Codes({C_OpenSession(1, CKF_RW_SESSION, nullptr, nullptr, &reading),
+                     C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, nullptr), login("123456"),
+                     C_CreateObject(m_session, &shortClass, 1, found)}),
+              Codes({CKR_SESSION_PARALLEL_NOT_SUPPORTED, CKR_ARGUMENTS_BAD, 0, CKR_ATTRIBUTE_VALUE_INVALID}));
 }
 
 TEST_F(LifeCycleTest, CallsAreTracedLineByLineWithoutPins)
