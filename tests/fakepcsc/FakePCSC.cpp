@@ -137,7 +137,10 @@ LONG call(const char* name, Body body, const Bytes& command = {})
         LONG result = 0;
         try {
             const std::optional<Plan> plan = due(name);
-            result = plan ? plan->result : body();
+            if (plan)
+                result = plan->result;
+            else
+                body();
         } catch (const Refusal& refusal) {
             result = refusal.result;
         }
@@ -345,7 +348,6 @@ LONG SCardEstablishContext(DWORD, LPCVOID, LPCVOID, LPSCARDCONTEXT context)
     return call("SCardEstablishContext", [&] {
         refuse(!s.runs, SCARD_E_NO_SERVICE);
         s.contexts[*context = ++lastId] = {};
-        return SCARD_S_SUCCESS;
     });
 }
 LONG SCardReleaseContext(SCARDCONTEXT context)
@@ -355,12 +357,11 @@ LONG SCardReleaseContext(SCARDCONTEXT context)
         refuse(find(s.contexts, context).waiting, SCARD_F_INTERNAL_ERROR);
         endTransactions(context);
         s.contexts.erase(context);
-        return SCARD_S_SUCCESS;
     });
 }
 LONG SCardIsValidContext(SCARDCONTEXT context)
 {
-    return call("SCardIsValidContext", [&] { return check(context), SCARD_S_SUCCESS; });
+    return call("SCardIsValidContext", [&] { check(context); });
 }
 LONG SCardListReaders(SCARDCONTEXT context, LPCSTR, LPSTR names, LPDWORD length)
 {
@@ -373,7 +374,6 @@ LONG SCardListReaders(SCARDCONTEXT context, LPCSTR, LPSTR names, LPDWORD length)
         const DWORD room = std::exchange(*length, list.size() + 1);
         refuse(room < *length, SCARD_E_INSUFFICIENT_BUFFER);
         std::memcpy(names, list.c_str(), *length);
-        return SCARD_S_SUCCESS;
     });
 }
 LONG SCardConnect(SCARDCONTEXT context, LPCSTR name, DWORD, DWORD protocols, LPSCARDHANDLE handle,
@@ -385,7 +385,6 @@ LONG SCardConnect(SCARDCONTEXT context, LPCSTR name, DWORD, DWORD protocols, LPS
         refuse(fresh.reader == nullptr || !fresh.reader->attached, SCARD_E_UNKNOWN_READER);
         connect(fresh, protocols, *active);
         s.handles[*handle = ++lastId] = fresh;
-        return SCARD_S_SUCCESS;
     });
 }
 LONG SCardReconnect(SCARDHANDLE number, DWORD, DWORD protocols, DWORD action, LPDWORD active)
@@ -395,7 +394,6 @@ LONG SCardReconnect(SCARDHANDLE number, DWORD, DWORD protocols, DWORD action, LP
         if (action == SCARD_RESET_CARD && handle.reader->card)
             handle.reader->resetCard();
         connect(handle, protocols, *active);
-        return SCARD_S_SUCCESS;
     });
 }
 LONG SCardDisconnect(SCARDHANDLE number, DWORD disposition)
@@ -405,7 +403,6 @@ LONG SCardDisconnect(SCARDHANDLE number, DWORD disposition)
         refuse(disposition != SCARD_LEAVE_CARD, SCARD_E_INVALID_VALUE); // others share the card
         owner = owner == number ? 0 : owner;
         s.handles.erase(number);
-        return SCARD_S_SUCCESS;
     });
 }
 LONG SCardBeginTransaction(SCARDHANDLE number)
@@ -417,7 +414,6 @@ LONG SCardBeginTransaction(SCARDHANDLE number)
         lock.release();
         findUnchanged(number);
         owner = number;
-        return SCARD_S_SUCCESS;
     });
 }
 LONG SCardEndTransaction(SCARDHANDLE number, DWORD disposition)
@@ -427,12 +423,11 @@ LONG SCardEndTransaction(SCARDHANDLE number, DWORD disposition)
         refuse(disposition != SCARD_LEAVE_CARD, SCARD_E_INVALID_VALUE);
         refuse(owner != number, SCARD_E_NOT_TRANSACTED);
         owner = 0;
-        return SCARD_S_SUCCESS;
     });
 }
 LONG SCardStatus(SCARDHANDLE number, LPSTR, LPDWORD, LPDWORD, LPDWORD, LPBYTE, LPDWORD)
 {
-    return call("SCardStatus", [&] { return findUnchanged(number), SCARD_S_SUCCESS; });
+    return call("SCardStatus", [&] { findUnchanged(number); });
 }
 LONG SCardGetStatusChange(SCARDCONTEXT context, DWORD timeout, SCARD_READERSTATE* states, DWORD count)
 {
@@ -445,7 +440,7 @@ LONG SCardGetStatusChange(SCARDCONTEXT context, DWORD timeout, SCARD_READERSTATE
         }
         const DWORD readers = s.attached();
         if (refresh(states, count, readers))
-            return SCARD_S_SUCCESS;
+            return;
         refuse(timeout == 0, SCARD_E_TIMEOUT);
         // A cancel that came before this is lost, as in the real service.
         Context& own = s.contexts[context] = {true, false, false, eventfd(0, EFD_CLOEXEC)};
@@ -457,7 +452,8 @@ LONG SCardGetStatusChange(SCARDCONTEXT context, DWORD timeout, SCARD_READERSTATE
         }
         close(own.wake);
         own.waiting = false;
-        return own.lost ? SCARD_E_NO_SERVICE : own.cancelled ? SCARD_E_CANCELLED : SCARD_S_SUCCESS;
+        refuse(own.lost, SCARD_E_NO_SERVICE);
+        refuse(own.cancelled, SCARD_E_CANCELLED);
     });
 }
 LONG SCardCancel(SCARDCONTEXT context)
@@ -465,7 +461,6 @@ LONG SCardCancel(SCARDCONTEXT context)
     return call("SCardCancel", [&] {
         find(s.contexts, context).cancelled = true;
         wakeAll();
-        return SCARD_S_SUCCESS;
     });
 }
 LONG SCardTransmit(SCARDHANDLE number, const SCARD_IO_REQUEST* pci, LPCBYTE command, DWORD length,
@@ -486,7 +481,6 @@ LONG SCardTransmit(SCARDHANDLE number, const SCARD_IO_REQUEST* pci, LPCBYTE comm
         refuse(plan->answer.size() > *answerLength, SCARD_E_INSUFFICIENT_BUFFER);
         std::copy(plan->answer.begin(), plan->answer.end(), answer);
         *answerLength = plan->answer.size();
-        return SCARD_S_SUCCESS;
     };
     return call("SCardTransmit", transmit, sent);
 }
