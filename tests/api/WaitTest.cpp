@@ -90,15 +90,15 @@ protected:
     static void cross(int waiters, int times)
     {
         std::atomic<bool> done{false};
-        std::vector<std::future<void>> threads;
+        std::vector<std::future<void>> threads(waiters);
         for (int i = 0; i < waiters; ++i)
-            threads.push_back(std::async(std::launch::async, [&, flags = i == 2 ? CKF_DONT_BLOCK : 0] {
+            threads[i] = std::async(std::launch::async, [&, flags = i == 2 ? CKF_DONT_BLOCK : 0] {
                 while (!done) {
                     const std::string reported = wait(flags);
                     EXPECT_TRUE(reported == kEnded || reported == kNone) << reported;
                     std::this_thread::yield();
                 }
-            }));
+            });
         for (int i = 0; i < times; ++i) {
             EXPECT_EQ(C_Initialize(nullptr), CKR_OK);
             if (i % 4 == 0)

@@ -25,7 +25,7 @@ TEST(ExampleTest, SignsAFile)
     ASSERT_EQ(signExample(4, argv), 0);
 
     const vcard::Bytes der = card->certificate(0x9A);
-    std::ofstream("example-certificate").write(reinterpret_cast<const char*>(der.data()), der.size());
+    std::ofstream("example-certificate") << std::string(der.begin(), der.end());
     EXPECT_EQ(
         std::system("openssl x509 -inform DER -in example-certificate -pubkey -noout >example-key &&"
                     "openssl dgst -sha256 -verify example-key -signature example-signature example-letter"),

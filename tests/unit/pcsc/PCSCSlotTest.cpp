@@ -20,11 +20,11 @@ std::string repeated(const std::string& byte, int count)
     return count == 0 ? "" : byte + repeated(byte, count - 1);
 }
 /// Commands that read so many chunks of a file, with their answers.
-std::string chunks(unsigned count, unsigned size)
+std::string chunks(int count, int size)
 {
     std::string script;
-    for (unsigned offset = 0; offset < count * size; offset += size)
-        script += "00B0" + vcard::toHex(vcard::twoBytes(offset)) +
+    for (int offset = 0; offset < count * size; offset += size)
+        script += "00B0" + vcard::toHex(vcard::twoBytes(static_cast<unsigned>(offset))) +
                   vcard::toHex({static_cast<unsigned char>(size)}) + ":" + repeated("11", size) + "9000 ";
     return script;
 }
@@ -111,7 +111,7 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
     const std::string other = "61054F03A0B0C0", pkcs15 = "610E4F0CE828BD080FD2500000040301";
     const struct {
         Operation run;
-        std::string script, outcome, historical = "";
+        std::string script, outcome, historical = {};
         bool t0 = false;
         std::vector<long> failures = {};
         Texts sent = {};
