@@ -64,9 +64,11 @@ TEST_F(LifeCycleTest, InitialisationsAreCounted)
     const auto begin = [] { return C_Initialize(nullptr); };
     const auto end = [] { return C_Finalize(nullptr); };
     const auto list = [&] { return C_GetSlotList(CK_FALSE, nullptr, &count); };
-    // An end too many lowers the count below zero, and two starts need two ends.
-    EXPECT_EQ(Codes({end(), begin(), C_Finalize(&count), begin(), begin(), end(), list(), end(), list()}),
-              Codes({kEnded, 0, 0, 0, CKR_CRYPTOKI_ALREADY_INITIALIZED, 0, 0, 0, kEnded}));
+    // An end too many lowers the count below zero.
+    EXPECT_EQ(Codes({end(), begin(), begin(), C_Finalize(&count), list()}),
+              Codes({kEnded, 0, CKR_CRYPTOKI_ALREADY_INITIALIZED, 0, kEnded}));
+    EXPECT_EQ(Codes({begin(), begin(), end(), list(), end(), list()}), // two starts need two ends
+              Codes({0, CKR_CRYPTOKI_ALREADY_INITIALIZED, 0, 0, 0, kEnded}));
     EXPECT_EQ(count, 0U);
     if (isDesktop())
         return; // starts without the service
