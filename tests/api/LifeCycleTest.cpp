@@ -107,10 +107,14 @@ TEST_F(LifeCycleTest, SlotsFollowTheirReaders)
     EXPECT_EQ(slots(CK_TRUE, 1), Codes({0, 1, 2, 0}));
     EXPECT_EQ(slots(CK_TRUE, 0, true), Codes({0, 1, 0, 0}));
     EXPECT_EQ(types(1), Codes({CKR_BUFFER_TOO_SMALL, 1, 0}));
+    // Beside a user of another card.
+    fakepcsc::insertCard(0, std::make_shared<vcard::PivCard>());
+    EXPECT_EQ(Codes({open(), login("123456")}), Codes({0, 0}));
     fakepcsc::clearCalls();
     EXPECT_EQ(types(9), Codes({0, 0, CKM_RSA_X_509}));
     EXPECT_EQ(C_GetTokenInfo(2, &info), CKR_OK);
     EXPECT_EQ(fakepcsc::calls().size(), 4U); // is the card the same one, and is it there?
+    EXPECT_EQ(info.ulSessionCount, 0U);
     EXPECT_EQ(std::memcmp(info.utcTime, "unkown\0         ", 16), 0);
     CK_MECHANISM_INFO mechanism{};
     EXPECT_EQ(C_GetMechanismInfo(2, CKM_AES_ECB, &mechanism), CKR_MECHANISM_INVALID);
@@ -118,7 +122,10 @@ TEST_F(LifeCycleTest, SlotsFollowTheirReaders)
     // The card goes between two questions.
     fakepcsc::beforeCall("SCardGetStatusChange", 1, [this] { fakepcsc::removeCard(m_reader); });
     EXPECT_EQ(types(9), Codes({CKR_DEVICE_REMOVED, 9, 0}));
-    EXPECT_EQ(fakepcsc::openHandles(), 0);
+    EXPECT_EQ(fakepcsc::openHandles(), 1);
+    CK_SESSION_INFO session{};
+    EXPECT_EQ(C_GetSessionInfo(m_session, &session), CKR_OK);
+    EXPECT_EQ(session.state, CKS_RW_USER_FUNCTIONS);
     EXPECT_EQ(types(9), Codes({CKR_TOKEN_NOT_PRESENT, 9, 0}));
     EXPECT_EQ(C_GetTokenInfo(2, &info), CKR_TOKEN_NOT_PRESENT);
     EXPECT_EQ(C_InitToken(2, nullptr, 0, nullptr), CKR_TOKEN_NOT_PRESENT);
