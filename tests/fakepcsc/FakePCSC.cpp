@@ -330,6 +330,13 @@ int openContexts()
 {
     return locked([] { return static_cast<int>(s.contexts.size()); });
 }
+int openTransactions()
+{
+    return locked([] {
+        return static_cast<int>(std::count_if(s.readers.begin(), s.readers.end(),
+                                              [](const Reader& reader) { return reader.transaction != 0; }));
+    });
+}
 int openHandles()
 {
     return locked([] { return static_cast<int>(s.handles.size()); });

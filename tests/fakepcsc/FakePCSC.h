@@ -65,8 +65,9 @@ void forgetPlans();
 /// before the action is done.
 void awaitBlockedWaits(
     int count, const std::function<void()>& action = [] {});
-/// Contexts and card handles that are open now; both 0 when nothing leaked.
+/// Contexts, card handles and transactions that are open now; all 0 when nothing leaked.
 int openContexts();
+int openTransactions();
 int openHandles();
 
 } // namespace fakepcsc
