@@ -489,5 +489,8 @@ LONG SCardTransmit(SCARDHANDLE number, const SCARD_IO_REQUEST* pci, LPCBYTE comm
         std::copy(plan->answer.begin(), plan->answer.end(), answer);
         *answerLength = plan->answer.size();
     };
-    return call("SCardTransmit", transmit, sent);
+    const LONG result = call("SCardTransmit", transmit, sent);
+    if (result != SCARD_S_SUCCESS)
+        *answerLength = 0; // as the real client library leaves it
+    return result;
 }
