@@ -4,6 +4,7 @@
 #include "pkcs11/pcsc/CardIdentification.h"
 #include "pkcs11/token/Token.h"
 #include "tests/support/CryptokiFixture.h"
+#include "tests/support/Expected.h"
 #include "tests/support/Failure.h"
 #include "tests/support/TlvText.h"
 #include "tests/support/TraceFile.h"
@@ -231,51 +232,20 @@ TEST_F(PCSCSlotTest, TracesCodesAndNeverCommands)
                "unknown card", "model: 5049565F43415244", "rc :\t 0x8010001d"}));
 }
 
-TEST_F(PCSCSlotTest, FindsHistoricalBytesBehindInterfaceBytes)
+/// A line for each card: ATR, historical bytes (of some behind interface bytes, or cut short), what it is.
+TEST_F(PCSCSlotTest, KnowsCardsByTheirHistoricalBytes)
 {
-    const auto history = [](const char* atr) {
-        return PKCS11_blob2hex(getHistoricalBytes(PKCS11_hex2blob(atr)));
-    };
-    EXPECT_EQ(history("3B6241BBC901"), "C901");           // TB1 only
-    EXPECT_EQ(history("3BD218008131FE58C90114"), "C901"); // two TD, then TA and TB; TCK left out
-    EXPECT_EQ(history("3B05C901"), "C901");               // cut short
-    for (const char* atr : {"", "3B", "3B00", "3B82", "3B82F1", "3B8F8080", "3BF211", "3BFFFFFFFFFFFFFF"})
-        EXPECT_EQ(history(atr), "") << atr;
-}
-
-TEST_F(PCSCSlotTest, KnowsEveryRow)
-{
-    const std::pair<const char*, std::vector<const char*>> rows[] = {
-        {"Siemens CARDOS_CARD", {"4d346376", "56346376", "56343262", "4d34"}},
-        {"Atos CARDOS_CARD", {"c901"}},
-        {"Oberthur ACTIV_IDENTITY_CARD", {"0031c06477e30300829000"}},
-        {"Axalto ACTIV_IDENTITY_CARD", {"ae01030000", "2905010201"}},
-        {"G&D ACTIV_IDENTITY_CARD", {"8073002113574a544861314700"}},
-        {"ACOS EDU_CARD",
-         {"455041000000000227507000000000", "45504100000000294890350000002b",
-          "455041000000003169480600000000", "455041000000002948797500000017",
-          "455041000000002116819800000000", "455041000000002156977900000000",
-          "41434f000000000000000000000000", "454d56203033202006", "455041000000002001847700000000",
-          "455041000000002116807500000000"}},
-        {"ACOS A-TRUST_CARD", {"455041000000000000000000000000"}},
-        {"Oberthur IAS_CARD", {"0031b9640000ecc1739401c00f9000", "0031c064b0f31000019000"}},
-        {"Sagem Orga IAS_CARD", {"0031b8645023ecc173940180829000"}},
-        {"Gemalto IAS_CARD", {"0031b8644070141073940180829000"}},
-        {"SmartCafe Expert 5.0 PIV_CARD", {"53462d3443432d3031"}},
-        {"JCOP 21 PIV_CARD", {"4A434F503231563232"}},
-        {"Oberthur ID One v7PIV PIV_CARD", {"8073cc91cbf9a00000030800001000"}},
-        {"Gemalto TOP DL V2 PIV_CARD", {"80318065b0831111e583009000"}},
-        {"Gemalto TPC DM 72K PIV_CARD", {"80318065b0831111ac83009000"}},
-        {"Oberthur ID One Dual 128 V5.5 PIV_CAC_CARD", {"0031c064b0f31000079000"}},
-        {"unknown card PIV_CARD", {"c90100", "4d346377", "31", ""}},
-    };
-    for (const auto& [name, texts] : rows)
-        for (const char* bytes : texts) {
-            const vcard::Bytes atr = scripted::atrWith(bytes);
-            Blob type;
-            const std::string os = m_slot->GetOS(Blob(atr.begin(), atr.end()), type);
-            EXPECT_EQ(os + " " + toText(type), name) << bytes;
-        }
+    const char* const path = "unit/pcsc/PCSCSlotTest.txt";
+    std::ifstream cards(std::string(QUARVEL_TESTS) + path);
+    std::string shown;
+    for (std::string text; std::getline(cards, text, ':') && cards.ignore(256, '\n');) {
+        const Blob atr = PKCS11_hex2blob(text.c_str());
+        Blob type;
+        const std::string os = m_slot->GetOS(atr, type);
+        shown +=
+            text + ": " + PKCS11_blob2hex(getHistoricalBytes(atr)) + " " + os + " " + toText(type) + "\n";
+    }
+    expectFile(path, shown);
 }
 
 } // namespace
