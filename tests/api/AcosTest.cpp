@@ -26,14 +26,6 @@ TEST_F(AcosTest, TrustFilesArePaddedAndPinsHaveEightBytes)
     fakepcsc::clearCalls(); // asking left the MF selected
     EXPECT_EQ(encrypt(find(CKO_PUBLIC_KEY), CKM_RSA_PKCS, {1}).length, 128U);
     EXPECT_EQ(fakepcsc::sentAPDUs().at(0), "00A4040007A000000118454E");
-    // What follows a certificate is cut, what breaks off is none; a file that tells no size is read once.
-    const CK_OBJECT_HANDLE certificate = find(CKO_CERTIFICATE);
-    for (const auto& [content, value] :
-         {std::pair("3004020105 9000", ""), {"3003020105 9999 9000", "3003020105"}}) {
-        answer("6F00 9000", 3);
-        answer(content, 4);
-        EXPECT_EQ(attribute(certificate, CKA_VALUE).bytes, scripted::bytes(value));
-    }
     fakepcsc::clearCalls();
     EXPECT_EQ(login("123456789"), CKR_PIN_LEN_RANGE);
     EXPECT_EQ(setPin("123456789", "12345"), CKR_PIN_LEN_RANGE);

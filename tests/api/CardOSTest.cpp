@@ -96,20 +96,6 @@ TEST_P(CardOSTest, LengthsAndAccess)
         EXPECT_EQ(setPin("123456", pin), CKR_PIN_LEN_RANGE);
     }
     ASSERT_EQ(login("123456"), CKR_OK);
-    if (!GetParam()) {
-        // A security environment that is not restored ends a signature without result and without error.
-        attribute(find(CKO_PRIVATE_KEY), CKA_MODULUS);
-        answer("6A82", 5);
-        EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).length, 0);
-    }
-    // Without its DF no file is looked for and no key used.
-    attribute(find(CKO_PRIVATE_KEY), CKA_MODULUS);
-    answer("6A82", 3);
-    sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data);
-    EXPECT_EQ(fakepcsc::sentAPDUs().back(), "00A4010002200100");
-    answer("6A82", 2);
-    attribute(find(CKO_CERTIFICATE), CKA_VALUE);
-    EXPECT_EQ(fakepcsc::sentAPDUs().back(), "00A4010002200100");
     // The administrator's new PIN is shown from then on.
     ASSERT_EQ(C_Logout(m_session) | login("12345678", CKU_SO) | setPin("12345678", "87654321"), CKR_OK);
     Bytes fresh = vcard::fromText("7777");
@@ -133,50 +119,6 @@ TEST_P(CardOSTest, ABlockThatIsNoSignatureIsRefused)
         EXPECT_EQ(verifyBlock(CKM_RSA_PKCS, block, {}), CKR_SIGNATURE_INVALID) << block;
     EXPECT_EQ(verifyBlock(CKM_RSA_X_509, "000000AABB", {0x00, 0xAA, 0xBB}), CKR_OK);
     EXPECT_EQ(verifyBlock(CKM_RSA_X_509, "000000AABBCC", {0xAA, 0xBB}), CKR_SIGNATURE_INVALID);
-}
-
-TEST_P(CardOSTest, OddAndDamagedFiles)
-{
-    // The key type in four bytes, the least significant first; a directory that ends within its third entry.
-    Bytes& record = m_card->file(0x0101).content;
-    record.at(record.size() - 4) = CKK_EC;
-    m_card->file(0x0001).content.resize(17);
-    begin();
-    EXPECT_EQ(findAll().size(), 2);
-    EXPECT_EQ(number(find(CKO_PRIVATE_KEY), CKA_KEY_TYPE), CKK_EC);
-    EXPECT_EQ(attribute(find(CKO_PRIVATE_KEY), CKA_MODULUS).length, 0);
-    // A record that breaks off costs the token.
-    m_card->file(0x0102).content.resize(5);
-    fakepcsc::insertCard(m_reader, m_card);
-    CK_TOKEN_INFO info{};
-    EXPECT_EQ(C_GetTokenInfo(1, &info), CKR_TOKEN_NOT_RECOGNIZED);
-}
-
-TEST_P(CardOSTest, KeysAreReadFromAFileOrWithTheirSign)
-{
-    const std::string modulus = "C15A5A5A5A5A5A5A5A5A5A5A5A5A5A5A";
-    begin();
-    if (GetParam()) {
-        answer("7F4918 811100" + modulus + "82030100019000", 4);
-        EXPECT_EQ(number(find(CKO_PUBLIC_KEY), CKA_MODULUS_BITS), 128); // the sign byte counts as nothing
-        answer("7F4918 811100" + modulus + "82030100019000", 4);
-        EXPECT_EQ(attribute(find(CKO_PRIVATE_KEY), CKA_MODULUS).bytes, bytes("00" + modulus));
-        EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data, 15).length, 16);
-        return;
-    }
-    answer("6981", 5);
-    answer("7F4916 021100" + modulus + "020103 9000", 6);
-    EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS).bytes, bytes(modulus));
-    EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_PUBLIC_EXPONENT).bytes, Bytes(1, 0x03));
-    answer("6981", 5);
-    answer("7F4916 0211 9000", 6); // cut off: no modulus, and no signature
-    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_ERROR);
-    EXPECT_EQ(fakepcsc::sentAPDUs().back(), "00B00000F1");
-    fakepcsc::insertCard(m_reader, m_card);
-    const CK_OBJECT_HANDLE fresh = find(CKO_PUBLIC_KEY);
-    answer("100100 9000", 5); // a record without a number is no reason to look into the file
-    attribute(fresh, CKA_MODULUS);
-    EXPECT_EQ(fakepcsc::sentAPDUs().back(), "00B2020400");
 }
 
 // Length bytes wrap modulo 256, long data fields make extended commands.
@@ -210,34 +152,5 @@ TEST_P(CardOSTest, LongKeys)
 }
 
 INSTANTIATE_TEST_SUITE_P(Generations, CardOSTest, ::testing::Bool());
-
-class CardOSModels : public CryptokiFixture {};
-
-TEST_F(CardOSModels, EachVersionHasItsModel)
-{
-    std::istringstream rows(
-        "C802:M4.0 C803:M4.01 C804:M4.01a C806:V4.2 C807:V4.3 C808:V4.3b C809:V4.2b C80A:V4.2b "
-        "C80B:V4.2c C80C:V4.2cDI C80D:V4.4 C901:V5.0 C805: C902:");
-    const auto card = std::make_shared<vcard::CardOSCard>();
-    for (std::string row; rows >> row;) {
-        const std::string model = row.size() == 5 ? "unknown" : "CardOS " + row.substr(5);
-        const bool isV50 = model == "CardOS V5.0";
-        // Older cards are asked for the package with longer keys.
-        const bool isAsked = row < "C807" || model == "unknown";
-        fakepcsc::replaceAnswer(bytes(row.substr(0, 4) + "9000"), 2);
-        fakepcsc::replaceAnswer(bytes("00012345 9000"), 3);
-        ASSERT_NO_FATAL_FAILURE(start(card));
-        const CK_TOKEN_INFO info = tokenInfo();
-        EXPECT_EQ(std::string(std::begin(info.model), std::end(info.model)).find(model + "  "), 0) << row;
-        EXPECT_EQ(info.manufacturerID[0], isV50 ? 'A' : 'S') << row;
-        EXPECT_EQ(info.ulFreePrivateMemory, isV50 ? 0x12345 : 1) << row;
-        CK_MECHANISM_INFO mechanism{};
-        fakepcsc::replaceAnswer(bytes(row < "C804" ? "E10901041C02C8068F010177 9000" : "E1 9000"));
-        EXPECT_EQ(C_GetMechanismInfo(1, CKM_RSA_X_509, &mechanism), CKR_OK);
-        EXPECT_EQ(mechanism.ulMaxKeySize, isV50 ? 4096 : isAsked && row > "C804" ? 1024 : 2048) << row;
-        TearDown();
-        SetUp();
-    }
-}
 
 } // namespace

@@ -104,7 +104,8 @@ protected:
         const CK_ULONG size = static_cast<CK_ULONG>(EVP_PKEY_get_bits(owner.get())) / (isCurve ? 4 : 8);
         for (CK_ULONG* const length : {&way.length, &way.room, &way.salt})
             *length -= *length > kSize / 2 ? kSize - size : 0;
-        const Bytes data(way.length, 0xA5);
+        Bytes data(way.length);
+        std::iota(data.begin(), data.end(), 1);
         CK_RSA_PKCS_PSS_PARAMS parameters{way.hash.mechanism, way.mask.mask, way.salt};
         const CK_MECHANISM mechanism{way.type, &parameters,
                                      way.type == CKM_RSA_PKCS_PSS ? sizeof parameters : 0};

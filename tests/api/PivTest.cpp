@@ -1,11 +1,7 @@
 #include "tests/support/CryptokiFixture.h"
-#include "tests/support/TraceFile.h"
 #include "tools/vcard/PivCard.h"
 
-#include <zlib.h>
-
 using vcard::Bytes;
-using vcard::tlv;
 
 namespace {
 
@@ -18,21 +14,6 @@ protected:
     }
     std::shared_ptr<vcard::PivCard> m_card;
 };
-
-Bytes gzip(Bytes plain)
-{
-    Bytes packed(plain.size() + 100);
-    z_stream stream{};
-    deflateInit2(&stream, 9, Z_DEFLATED, MAX_WBITS + 16, 8, Z_DEFAULT_STRATEGY);
-    stream.next_in = plain.data();
-    stream.avail_in = static_cast<uInt>(plain.size());
-    stream.next_out = packed.data();
-    stream.avail_out = static_cast<uInt>(packed.size());
-    deflate(&stream, Z_FINISH);
-    packed.resize(stream.total_out);
-    deflateEnd(&stream);
-    return packed;
-}
 
 } // namespace
 
@@ -105,36 +86,6 @@ TEST_F(PivTest, SignaturesStandUpAndMessagesAreRead)
     }
 }
 
-TEST_F(PivTest, EachPieceOfALongCommandMustSucceedAndTheErrorOfAShortOneIsAnEmptyResult)
-{
-    if (isDesktop())
-        GTEST_SKIP() << "selects on the way";
-    TraceFile trace;
-    startPiv();
-    ASSERT_EQ(login("123456"), CKR_OK);
-    const struct {
-        size_t key; // of 2048 bits and of 1024
-        const char *first, *second, *result;
-        CK_RV rv = CKR_OK;
-    } rows[] = {{0, "9001", "7C038201779001", "77"},
-                {0, "6883", "", "", CKR_DEVICE_ERROR},
-                {0, "9000", "6982", "", CKR_DEVICE_ERROR},
-                {1, "7C04820211229001", "", "1122"},
-                {1, "7C0582036103", "1122339000", "112233"},
-                {1, "6982", "", ""},
-                {1, "7C04829000", "", ""}};
-    for (const auto& row : rows) {
-        fakepcsc::replaceAnswer(vcard::fromHex(row.first), 2);
-        fakepcsc::replaceAnswer(vcard::fromHex(row.second), 3);
-        const Outcome signature = sign(find(CKO_PRIVATE_KEY, row.key), CKM_RSA_PKCS, {1, 2});
-        fakepcsc::forgetPlans();
-        EXPECT_EQ(signature.rv, row.rv) << row.first << row.second;
-        EXPECT_EQ(vcard::toHex(signature.bytes), row.result);
-    }
-    EXPECT_EQ(trace.failures(), "(GENERAL AUTHENTICATE first command failed|PIVJavaToken::GeneralAuth)"
-                                "(GENERAL AUTHENTICATE last command failed|PIVJavaToken::GeneralAuth)");
-}
-
 TEST_F(PivTest, PinsAreChangedByTheirOwnersAndAreEightCharactersAtMost)
 {
     vcard::PivOptions options;
@@ -157,41 +108,4 @@ TEST_F(PivTest, PinsAreChangedByTheirOwnersAndAreEightCharactersAtMost)
     ASSERT_EQ(login("12345678", CKU_SO), CKR_OK);
     EXPECT_EQ(setPin("12345678", "87654321"), CKR_OK);
     EXPECT_EQ(C_Logout(m_session) | login("87654321", CKU_SO), CKR_OK);
-}
-
-TEST_F(PivTest, OddContainersCostNoMoreThanTheirOwnObjects)
-{
-    m_card = std::make_shared<vcard::PivCard>();
-    const Bytes plain = m_card->certificate(0x9A);
-    const Bytes packed = gzip(plain);
-    const Bytes bomb = gzip(Bytes(65537));
-    const Bytes body = tlv(0x70, plain);
-    const Bytes named = tlv(0x7F49, vcard::join({tlv(0x50, {'L'}), tlv(0x83, {1, 2})}));
-    const struct {
-        Bytes object, value;
-        std::string label = "User Certificate", id = "9A07";
-    } cases[] = {
-        {tlv(0x7E, body), plain},
-        {vcard::join({{0x53, 0x82, 0x7F, 0xFF}, body}), plain},
-        {tlv(0x53, vcard::join({body, tlv(0x71, {0}), tlv(0xFE, {}), named})), plain, "L", "0102"},
-        {tlv(0x53, vcard::join({tlv(0x70, packed), tlv(0x71, {1})})), plain},
-        {tlv(0x53, vcard::join({tlv(0x70, packed), tlv(0x71, {0x80})})), plain}, // as older cards say it
-        {tlv(0x53, tlv(0x70, packed)), plain},
-        {tlv(0x53, vcard::join({tlv(0x70, bomb), tlv(0x71, {1})})), bomb},
-        {vcard::join({{0x53, 0x82, 0xFF, 0xFF}, body}), {}, "", ""}, // a negative length
-        {{0x53, 0x82, 0x01}, {}, "", ""},
-        {tlv(0x54, body), {}, "", ""},
-    };
-    for (const auto& row : cases) {
-        fakepcsc::reset();
-        m_card->putObject(0x05, row.object);
-        start(m_card);
-        EXPECT_EQ(findAll().size(), row.value.empty() ? 6U : 8U);
-        const CK_OBJECT_HANDLE certificate = row.value.empty() ? 99 : 1;
-        EXPECT_EQ(attribute(certificate, CKA_VALUE).bytes, row.value);
-        EXPECT_EQ(text(certificate, CKA_LABEL), row.label);
-        EXPECT_EQ(vcard::toHex(attribute(certificate, CKA_ID).bytes), row.id);
-        EXPECT_EQ(attribute(certificate, CKA_SUBJECT).bytes.empty(), row.value != plain);
-        C_Finalize(nullptr);
-    }
 }
