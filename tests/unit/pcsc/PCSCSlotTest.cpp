@@ -161,7 +161,7 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
         {ias, search + "00" + other + "6103500101" + pkcs15 + "6282" + kPKCS15 + kFiles, IAS_PKCS15_AID},
         // The one that is named first for its application fails; then any other is good.
         {ias,
-         search + "61024F006109500761054F03A0B0C1" + pkcs15 + other + "6282" + kPKCS15 + " " + kTokenInfo +
+         search + "61024F00610B5002000061054F03A0B0C1" + pkcs15 + other + "6282" + kPKCS15 + " " + kTokenInfo +
              ":6A82" + kPKCS15 + ":6A82 " + select("A0B0C0") + kFiles,
          "A0B0C0"},
         {ias, search + "61054F03A0B06282", "30|AID not found|GetAIDofIAS"},
