@@ -161,12 +161,14 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
         {ias, search + "00" + other + "6103500101" + pkcs15 + "6282" + kPKCS15 + kFiles, IAS_PKCS15_AID},
         // The one that is named first for its application fails; then any other is good.
         {ias,
-         search + "61024F00610B5002000061054F03A0B0C1" + pkcs15 + other + "6282" + kPKCS15 + " " + kTokenInfo +
-             ":6A82" + kPKCS15 + ":6A82 " + select("A0B0C0") + kFiles,
+         search + "61024F00610B5002000061054F03A0B0C1" + pkcs15 + other + "6282" + kPKCS15 + " " +
+             kTokenInfo + ":6A82" + kPKCS15 + ":6A82 " + select("A0B0C0") + kFiles,
          "A0B0C0"},
         {ias, search + "61054F03A0B06282", "30|AID not found|GetAIDofIAS"},
         {aid, kDir + ":6A82", "30|Select File|PCSCSlot::SelectEF"},
         {create, kPIVProbe + ":6A82", "none", "ae01030000"},
+        {create, kPIVProbe + kPIVProbe + ":6A82", "E1|error select app|PIVJavaToken::SelectApp",
+         "ae01030000"},
         {create, kPIVProbe + ":6A82", "E1|error select app|PIVJavaToken::SelectApp"},
         {create,
          kPIVProbe + ":6A82" + kApplet + ":6A82" + kGeneric + ":6A82" + kPKCS15 + ":6A82" + kDir + ":6A82",
@@ -189,6 +191,7 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
         std::string outcome;
         outcome += thrownBy([&] { outcome = row.run(); });
         EXPECT_EQ(outcome, row.outcome);
+        EXPECT_NE(m_slot->isConnected(), outcome == "none" || outcome.rfind("E1|", 0) == 0);
         EXPECT_TRUE(row.sent.empty() || row.sent == fakepcsc::sentAPDUs());
         const long repeats = std::count(row.sent.begin(), row.sent.end(), whole) - 1;
         EXPECT_EQ(m_card->m_resets - 1, row.script.find(kDir) != row.script.npos ? 1 : std::max(repeats, 0L));
