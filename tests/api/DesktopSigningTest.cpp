@@ -1,7 +1,6 @@
 #include "tests/support/CryptokiFixture.h"
+#include "tests/support/Families.h"
 #include "tests/support/TlvText.h"
-#include "tools/vcard/AcosCard.h"
-#include "tools/vcard/CardOSCard.h"
 #include "tools/vcard/PivCard.h"
 
 #include <openssl/ecdsa.h>
@@ -42,15 +41,19 @@ std::string hexadecimal(CK_ULONG number)
 /// What the edition for desktop programs signs with, in the families that it adds to.
 class DesktopSigning : public CryptokiFixture {
 protected:
-    template <class Card, class... Options>
-    std::shared_ptr<Card> begin(const Options&... options)
+    /// Starts anew with the user logged in.
+    void begin(const std::shared_ptr<vcard::Card>& card)
     {
         TearDown();
         SetUp();
-        auto card = std::make_shared<Card>(options...);
         start(card);
-        EXPECT_EQ(login("123456"), CKR_OK);
-        return card;
+        ASSERT_EQ(login("123456"), CKR_OK);
+    }
+    static std::shared_ptr<vcard::PivCard> pivWith(std::vector<vcard::PivSlot> keys)
+    {
+        vcard::PivOptions options;
+        options.slots = std::move(keys);
+        return std::make_shared<vcard::PivCard>(options);
     }
     CK_RV part(Bytes data) { return C_SignUpdate(m_session, data.data(), data.size()); }
     Outcome signInParts(CK_OBJECT_HANDLE key, CK_MECHANISM mechanism, const Bytes& data, CK_ULONG room)
@@ -117,21 +120,6 @@ protected:
             return isGood(owner, way, data, outcome.bytes) ? " ok" : " bad";
         return " " + hexadecimal(outcome.rv) + (fakepcsc::callCount("SCardTransmit") != 0 ? "!" : "");
     }
-    /// Types with the sizes of their keys and their flags.
-    static std::string mechanisms()
-    {
-        std::string text;
-        CK_MECHANISM_TYPE types[20];
-        CK_ULONG count = std::size(types);
-        EXPECT_EQ(C_GetMechanismList(1, types, &count), CKR_OK);
-        for (CK_ULONG i = 0; i < count; ++i) {
-            CK_MECHANISM_INFO info{};
-            EXPECT_EQ(C_GetMechanismInfo(1, types[i], &info), CKR_OK);
-            text += hexadecimal(types[i]) + ":" + std::to_string(info.ulMinKeySize) + "-" +
-                    std::to_string(info.ulMaxKeySize) + ":" + hexadecimal(info.flags) + " ";
-        }
-        return text;
-    }
 };
 
 TEST_F(DesktopSigning, KeysOfEachKindTellWhatTheyAreAndSign)
@@ -165,58 +153,50 @@ TEST_F(DesktopSigning, KeysOfEachKindTellWhatTheyAreAndSign)
     std::vector<std::string> whole(std::size(rows));
     std::vector<std::string> inParts(std::size(rows));
     std::string tokens;
-    const auto use = [&](const Bytes& certificate, size_t number = 0) {
-        const PublicKeyHandle owner = publicKeyOf(certificate);
+    const auto use = [&](size_t number) {
+        const PublicKeyHandle owner = publicKeyOf(attribute(find(CKO_CERTIFICATE, number), CKA_VALUE).bytes);
         const CK_OBJECT_HANDLE mine = find(CKO_PRIVATE_KEY, number);
         const CK_OBJECT_HANDLE theirs = find(CKO_PUBLIC_KEY, number);
         EXPECT_EQ(attribute(mine, CKA_ID).bytes, attribute(theirs, CKA_ID).bytes);
         EXPECT_EQ(attribute(mine, CKA_EC_PARAMS).bytes, attribute(theirs, CKA_EC_PARAMS).bytes);
-        const Bytes modulus = attribute(mine, CKA_MODULUS).bytes; // not with the first signature
+        attribute(mine, CKA_MODULUS); // not with the first signature
         const Outcome curve = attribute(theirs, CKA_EC_PARAMS);
         tokens += " " + vcard::toHex(attribute(mine, CKA_ID).bytes) + ":" +
                   std::to_string(this->number(mine, CKA_KEY_TYPE)) + ":" +
                   (curve.rv == CKR_OK ? vcard::toHex(curve.bytes) : hexadecimal(curve.rv));
         if (this->number(mine, CKA_DECRYPT) != CK_FALSE) {
             const Bytes secret(16, 0x5A);
-            EXPECT_EQ(decrypt(mine, CKM_RSA_PKCS, encryptFor(owner, secret)).bytes, secret);
+            Bytes block = encryptFor(owner, secret);
             CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
             CK_ULONG length = 0;
-            Bytes block(modulus.size());
             EXPECT_EQ(C_DecryptInit(m_session, &mechanism, mine), CKR_OK);
             EXPECT_EQ(C_Decrypt(m_session, block.data(), block.size(), nullptr, &length), CKR_OK);
             tokens += ":" + std::to_string(length);
             C_Decrypt(m_session, block.data(), block.size(), block.data(), &length);
+            EXPECT_EQ(Bytes(block.begin(), block.begin() + 16), secret);
         }
         for (size_t i = 0; i < std::size(rows); ++i) {
             whole[i] += signedBy(mine, owner, rows[i].way, false);
             inParts[i] += signedBy(mine, owner, rows[i].way, true);
         }
     };
-    for (const bool isV50 : {false, true}) {
-        vcard::CardOSOptions options;
-        options.isV50 = isV50;
-        use(begin<vcard::CardOSCard>(options)->certificate());
+    for (const int family : {1, 2, 4}) {
+        begin(kFamilies[family].make());
+        use(0);
     }
-    begin<vcard::AcosTrustCard>("123456");
-    use(attribute(find(CKO_CERTIFICATE), CKA_VALUE).bytes);
-    vcard::PivOptions options;
-    options.slots = {{0x9A, 4096}, {0x9C, 3072}, {0x9D, 2048}, {0x9E, 1024}};
-    auto card = begin<vcard::PivCard>(options);
+    begin(pivWith({{0x9A, 4096}, {0x9C, 3072}, {0x9D, 2048}, {0x9E, 1024}}));
     for (size_t i = 0; i < 4; ++i)
-        use(card->certificate(options.slots[i].reference), i);
-    options.slots = {{0x9A, 0, "P-256"}, {0x9C, 0, "P-384"}};
-    card = begin<vcard::PivCard>(options);
-    EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_EC_POINT).bytes,
-              vcard::tlv(0x04, vcard::EcKey::get("P-256", 0x9A).point()));
-    EXPECT_EQ(attribute(find(CKO_PRIVATE_KEY), CKA_EC_POINT).rv, CKR_ATTRIBUTE_TYPE_INVALID);
+        use(i);
+    const auto card = pivWith({{0x9A, 0, "P-256"}, {0x9C, 0, "P-384"}});
     // A curve that is none of PIV's.
     const Bytes foreign = vcard::EcKey::get("P-521").certificate("P-521");
     card->putObject(0x0B, vcard::tlv(0x53, vcard::tlv(0x70, foreign)));
-    fakepcsc::insertCard(m_reader, card);
-    ASSERT_EQ(open() | login("123456"), CKR_OK);
-    use(card->certificate(0x9A));
-    use(card->certificate(0x9C), 1);
-    use(foreign, 2);
+    begin(card);
+    EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_EC_POINT).bytes,
+              vcard::tlv(0x04, vcard::EcKey::get("P-256", 0x9A).point()));
+    EXPECT_EQ(attribute(find(CKO_PRIVATE_KEY), CKA_EC_POINT).rv, CKR_ATTRIBUTE_TYPE_INVALID);
+    for (size_t i = 0; i < 3; ++i)
+        use(i);
     for (size_t i = 0; i < std::size(rows); ++i)
         EXPECT_EQ(std::tie(whole[i], inParts[i]), std::tie(rows[i].outcomes, rows[i].outcomes)) << i;
     EXPECT_EQ(tokens,
@@ -226,17 +206,29 @@ TEST_F(DesktopSigning, KeysOfEachKindTellWhatTheyAreAndSign)
 
 TEST_F(DesktopSigning, TokensListWhatTheyDoWithTheirKeySizes)
 {
-    const std::string digests = "220:0-0:400 255:0-0:400 250:0-0:400 260:0-0:400 270:0-0:400 ";
-    begin<vcard::CardOSCard>();
-    EXPECT_EQ(mechanisms(), "1:512-2048:2b01 3:512-2048:2b01 d:512-2048:801 " + digests);
-    begin<vcard::PivCard>();
-    EXPECT_EQ(mechanisms(),
-              "1:1024-4096:a01 3:1024-4096:a01 d:1024-4096:801 1041:256-384:1900801 " + digests);
+    const std::string digests = " 220:0-0:400 255:0-0:400 250:0-0:400 260:0-0:400 270:0-0:400";
+    const std::pair<std::shared_ptr<vcard::Card>, std::string> rows[] = {
+        {kFamilies[1].make(), "1:512-2048:2b01 3:512-2048:2b01 d:512-2048:801" + digests},
+        {pivWith({}), "1:1024-4096:a01 3:1024-4096:a01 d:1024-4096:801 1041:256-384:1900801" + digests}};
+    for (const auto& [card, mechanisms] : rows) {
+        begin(card);
+        std::ostringstream text;
+        CK_MECHANISM_TYPE types[20];
+        CK_ULONG count = std::size(types);
+        EXPECT_EQ(C_GetMechanismList(1, types, &count), CKR_OK);
+        for (CK_ULONG i = 0; i < count; ++i) {
+            CK_MECHANISM_INFO info{};
+            EXPECT_EQ(C_GetMechanismInfo(1, types[i], &info), CKR_OK);
+            text << (i != 0 ? " " : "") << std::hex << types[i] << ":" << std::dec << info.ulMinKeySize << "-"
+                 << info.ulMaxKeySize << ":" << std::hex << info.flags;
+        }
+        EXPECT_EQ(text.str(), mechanisms);
+    }
 }
 
 TEST_F(DesktopSigning, OperationsRefuseWhatTheyCannotUse)
 {
-    begin<vcard::CardOSCard>();
+    begin(kFamilies[1].make());
     const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
     attribute(key, CKA_MODULUS);
     CK_RSA_PKCS_PSS_PARAMS good{CKM_SHA256, CKG_MGF1_SHA256, 32};
@@ -264,7 +256,7 @@ TEST_F(DesktopSigning, OperationsRefuseWhatTheyCannotUse)
 
 TEST_F(DesktopSigning, TokensThatTakePSSKnowItsHashes)
 {
-    begin<vcard::PivCard>();
+    begin(pivWith({}));
     for (const Hash& hash : {kSha1, kSha224, kSha256, kSha384, kSha512}) {
         Bytes data = vcard::fromText("what is to be hashed");
         const auto size = static_cast<CK_ULONG>(EVP_MD_get_size(hash.digest));
@@ -294,9 +286,7 @@ TEST_F(DesktopSigning, TokensThatTakePSSKnowItsHashes)
 
 TEST_F(DesktopSigning, NumbersOfACurveAreTakenFromTheAnswer)
 {
-    vcard::PivOptions options;
-    options.slots = {{0x9A, 0, "P-256"}};
-    begin<vcard::PivCard>(options);
+    begin(pivWith({{0x9A, 0, "P-256"}}));
     const std::string zeros(62, '0');
     const std::pair<std::string, std::string> rows[] = {
         {seq("020200FF 020101"), zeros + "FF" + zeros + "01"}, // a sign byte goes, zeros come back

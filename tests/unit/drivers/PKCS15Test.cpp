@@ -25,12 +25,6 @@ std::string trip(const std::string& bytes)
         return text;
     }
 }
-struct Row {
-    std::string (*trip)(const std::string&);
-    std::string bytes;
-    std::string text;
-};
-
 const std::string kEmpty = "3000";
 const std::string kTwo = kEmpty + kEmpty;
 const std::string kCommon = seq("0C024142 03020780 04015A 02010E");
@@ -42,13 +36,22 @@ const std::string kPin =
 
 } // namespace
 
-TEST(PKCS15, EveryErrorHasItsText)
+TEST(PKCS15, RecordsAreWrittenInTheirOwnOrderAndEveryErrorHasItsText)
 {
     const std::string auth = "PKCS15AuthenticationObject::Import: ";
     const std::string cert = "PKCS15CertificateObject::Import: ";
     const std::string data = "PKCS15DataObject::Import:";
     const std::string key = "PKCS15PrivateKeyObject::Import: ";
-    const Row rows[] = {
+    const std::string direct = tlv(0xA1, seq(tlv(0xA0, "0401AA") + "020105"));
+    const std::string pin = "03020450 0A0101 020104 020108 02010C 80020081 0401FF" + kPath;
+    const std::string written = seq("0401AA 0303066040 030203B8 0101FF 02020081 180932303235303130325A" +
+                                    tlv(0xA0, "180932303330313233315A"));
+    const std::string date = "180932303235303130325A";
+    const std::string credential = tlv(0xA0, seq(tlv(0xA0, seq("020104 0401CC"))));
+    const struct {
+        std::string (*trip)(const std::string&);
+        std::string bytes, text;
+    } rows[] = {
         {trip<Common>, seq("0C0141 3000"), "PKCS15CommonObjectAttributes::Import: coding error"},
         {trip<Cert>, seq(seq(kEmpty)),
          "PKCS15CommonObjectAttributes::Import: coding error"}, // before the size
@@ -72,20 +75,6 @@ TEST(PKCS15, EveryErrorHasItsText)
         {trip<Key>, seq(kTwo), key + "coder.getSize() < 3"},
         {trip<Key>, seq(kTwo + tlv(0xA0, kEmpty)), key + "coder.getSize() < 4"},
         {trip<Key>, seq(kTwo + seq(kPath)), " PKCS15PrivateKeyObject::ImportKeyAttributes: codind error"},
-    };
-    for (const Row& row : rows)
-        EXPECT_EQ(row.trip(row.bytes), row.text) << row.bytes;
-}
-
-TEST(PKCS15, RecordsAreWrittenFromTheirFieldsInTheirOwnOrder)
-{
-    const std::string direct = tlv(0xA1, seq(tlv(0xA0, "0401AA") + "020105"));
-    const std::string pin = "03020450 0A0101 020104 020108 02010C 80020081 0401FF" + kPath;
-    const std::string key = seq("0401AA 0303066040 030203B8 0101FF 02020081 180932303235303130325A" +
-                                tlv(0xA0, "180932303330313233315A"));
-    const std::string date = "180932303235303130325A";
-    const std::string credential = tlv(0xA0, seq(tlv(0xA0, seq("020104 0401CC"))));
-    const Row rows[] = {
         {trip<PKCS15Path>, seq("020100 04023F00 8600 800101"), seq("04023F00 020100")},
         {trip<PKCS15Path>, "3080 0402AABB 0000", seq("0402AABB")},
         {trip<PKCS15TokenInfo>, seq("020100 0401AA" + seq("0C0141") + "800142"), seq("020100 0401AA")},
@@ -104,17 +93,17 @@ TEST(PKCS15, RecordsAreWrittenFromTheirFieldsInTheirOwnOrder)
         {trip<Data>, tlv(0xA1, kCommon + kEmpty + tlv(0xA1, seq("06022A03" + kPath))),
          tlv(0xA1, kCommon + kEmpty + tlv(0xA1, "06022A03" + kPath))},
         {trip<Key>, seq(kCommon + kKey + tlv(0xA1, seq(kPath + "03020640 02020400 020101 0500"))),
-         seq(kCommon + key + tlv(0xA1, seq(kPath + "02020400 020101 03020640")))},
+         seq(kCommon + written + tlv(0xA1, seq(kPath + "02020400 020101 03020640")))},
         {trip<Key>,
          tlv(0xA0, kCommon + kKey + tlv(0xA0, seq("0500" + tlv(0xA0, seq("0401CC 020104")))) +
                        tlv(0xA1, seq(kPath + "020101"))),
-         tlv(0xA0, kCommon + key + credential + tlv(0xA1, seq(kPath + "020101")))},
+         tlv(0xA0, kCommon + written + credential + tlv(0xA1, seq(kPath + "020101")))},
         {trip<PKCS15ODF>,
          tlv(0xA4, kPath) + tlv(0xA0, seq("04024403") + "0500") + tlv(0xA4, seq("0401")) + "A900",
          tlv(0xA0, seq("04024403")) + tlv(0xA4, kPath)},
     };
-    for (const Row& row : rows)
-        EXPECT_EQ(row.trip(row.bytes), PKCS11_blob2hex(hex(row.text)));
+    for (const auto& row : rows)
+        EXPECT_EQ(row.trip(row.bytes), row.text) << row.bytes;
 }
 
 TEST(PKCS15, FieldsAreReadAndChanged)

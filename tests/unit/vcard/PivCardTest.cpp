@@ -6,11 +6,6 @@ namespace {
 
 using namespace vcard;
 
-std::string ask(PivCard& card, const std::string& command)
-{
-    return toHex(card.transmit(fromHex(command)));
-}
-
 TEST(PivCard, AnswersAsItsProtocolDoesAndKeepsItsKeysBehindThePin)
 {
     PivOptions options;
@@ -22,7 +17,7 @@ TEST(PivCard, AnswersAsItsProtocolDoesAndKeepsItsKeysBehindThePin)
     const std::string hash = "367C3482008130" + toHex(Bytes(48, 1)) + "00";
     const struct {
         PivCard& card;
-        std::string command, answer;
+        std::string command, answer;                           ///< or its last bytes
     } steps[] = {{card, "0020008008313233343536FFFF", "6D00"}, // not selected
                  {card, "00A4040005A000000308", "612D"},
                  {card, "00CB3FFF065C035FC101", "6700"},
@@ -36,15 +31,17 @@ TEST(PivCard, AnswersAsItsProtocolDoesAndKeepsItsKeysBehindThePin)
                  {card, "0020008008313233343537FFFF", "63C2"},
                  {card, "0087119E" + hash, "6A86"}, // the algorithm of another key
                  {card, "0087149E087C0682008102AABB00", "6A80"},
+                 {card, "0087149E" + hash, "9000"},
+                 {card, "00A4040005A00000030800", "9000"}, // behind the data
                  {t0, "00A4040005A00000030800", "612D"},
-                 {t0, "00C00000FF", "6C2D"}};
-    for (const auto& step : steps)
-        EXPECT_EQ(ask(step.card, step.command), step.answer) << step.command;
-    EXPECT_EQ(ask(card, "00A4040005A00000030800").size(), 2U * (45 + 2)); // the data at once
-    EXPECT_EQ(ask(card, "0087149E" + hash).substr(0, 2), "7C");
-    EXPECT_EQ(ask(t0, "00C0000010").substr(32), "611D");
-    EXPECT_EQ(ask(t0, "00C000001D").substr(58), "9000");
-    EXPECT_EQ(ask(t0, "00C000001D"), "6985");
+                 {t0, "00C00000FF", "6C2D"},
+                 {t0, "00C0000010", "611D"},
+                 {t0, "00C000001D", "9000"},
+                 {t0, "00C000001D", "6985"}};
+    for (const auto& step : steps) {
+        const std::string answer = toHex(step.card.transmit(fromHex(step.command)));
+        EXPECT_EQ(answer.substr(answer.size() - 4), step.answer) << step.command;
+    }
     options.slots = {{0x9E, 0, "P-521"}};
     EXPECT_THROW(PivCard{options}, std::invalid_argument);
 }
