@@ -293,6 +293,8 @@ TEST_F(CallsTest, EachFamilyShowsItsTokenAndObjects)
               << std::dec << " " << info.ulMaxSessionCount << " " << info.ulMaxRwSessionCount << " "
               << info.ulMinPinLen << "-" << info.ulMaxPinLen << " "
               << static_cast<long>(info.ulTotalPublicMemory) << " "
+              << static_cast<long>(info.ulFreePublicMemory) << " "
+              << static_cast<long>(info.ulTotalPrivateMemory) << " "
               << static_cast<long>(info.ulFreePrivateMemory) << " " << int{info.hardwareVersion.major} << " "
               << int{info.firmwareVersion.major} << "\n";
         CK_MECHANISM_TYPE types[20] = {};
