@@ -210,7 +210,8 @@ TEST_F(PCSCSlotTest, GoesOnWithAnotherCardAndFailsWithoutOne)
     fakepcsc::removeCard(m_reader);
     EXPECT_EQ(sendFails("00A40000"), "5|reset error|PCSCSlot::ResetChannel");
     EXPECT_TRUE(m_slot->isConnected());
-    EXPECT_EQ(m_slot->createToken(), nullptr);
+    fakepcsc::failCall("SCardGetStatusChange", SCARD_F_COMM_ERROR, 1, 2);
+    EXPECT_EQ(thrownBy([&] { m_slot->createToken(); }).substr(0, 3), "30|");
 }
 
 TEST_F(PCSCSlotTest, TracesCodesAndNeverCommands)
