@@ -71,7 +71,7 @@ protected:
             return "certificate";
         auto known = std::find(m_known.begin(), m_known.end(), value.bytes);
         if (known == m_known.end() && !m_isPlain)
-            return std::to_string(value.bytes.size()) + " bytes";
+            return m_content.find(vcard::toHex(value.bytes)) != std::string::npos ? "as put" : "other";
         if (known == m_known.end())
             known = m_known.insert(known, value.bytes);
         return "#" + std::to_string(known - m_known.begin());
@@ -83,6 +83,7 @@ protected:
         TraceFile trace;
         std::shared_ptr<vcard::Card> card = vcard::findFamily(odd.family)->make({});
         m_isPlain = odd.step == "plain";
+        m_content = odd.content;
         if (odd.step.empty())
             change(*card, static_cast<unsigned short>(odd.at), scripted::bytes(odd.content));
         m_reader = fakepcsc::addReader("Reader 0");
@@ -154,6 +155,7 @@ protected:
 
     std::vector<Bytes> m_known;
     bool m_isPlain = false;
+    std::string m_content; ///< of the odd file
 };
 
 TEST_F(OddCards, ChangeWhatTheyMustOnly)
