@@ -210,6 +210,7 @@ TEST_F(OddCards, ChangeWhatTheyMustOnly)
         {"cardos", 0x0102, contentOf(0x0102).substr(0, 10)},
         {"cardos", 5, "6981,7F4916 021100" + modulus + "020103 9000", "2:45"},
         {"cardos", 5, "6981,7F4916 0211 9000", "3:45"}, // cut off: no modulus, and no signature
+        {"cardos", 5, "100100 9000", "2:45"}, // a record without a number is no reason to read the file
         {"cardos", 5, "6A82", "sign 0"},
         {"cardos", 3, "6A82", "sign 0"},
         {"cardos", 2, "6A82", "1:45"},
@@ -243,6 +244,7 @@ TEST_F(OddCards, ChangeWhatTheyMustOnly)
                         version + "9000,000123459000" + std::string(24, ',') +
                             (version < "C804" ? "E10901041C02C8068F010177 9000" : "E1 9000"),
                         "token"});
+    rows.push_back({"cardos", 2, "C8039000,000123459000" + std::string(24, ',') + "6A88", "token"});
     std::ostringstream text;
     std::map<std::string, Lines> usual;
     for (const Odd& odd : rows) {
