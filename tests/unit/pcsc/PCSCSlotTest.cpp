@@ -120,6 +120,13 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
         {command("00B0000000"), "00B0000000:6C08 00B0000008:6120 00C0000020:BB6105", "6105BB"},
         {command("00B0000000"), "00B0000000:CC6120", "6120CC"},
         {command("00B0000000"), "00B0000000:6C08 00B0000008:6C09", "6C09"},
+        {[&] {
+             char data[640];
+             int length = 0;
+             const int sw = m_slot->SendCmd(std::string("00b00000F1"), data, &length);
+             return shown(sw, Blob(data, data + length));
+         },
+         "00B00000F1:EE9000", "9000EE"},
         {command("00A40000"), "00A40000:6C10 00A4000010:AA9000", "9000AA"},
         {command("00CB3FFF0000055C035FC1050000"),
          "00CB3FFF0000055C035FC1050000:6C20 00CB3FFF0000055C035FC1050020:DD9000", "9000DD"},

@@ -30,7 +30,8 @@ TEST(Certificate, GivesAttributesAndTexts)
     EXPECT_EQ(bytes(cert.GetSubject()), PKCS11::PKCS11_blob2hex(certificate("rsa.der").slice(39, 64)));
     EXPECT_EQ(bytes(cert.GetIssuer()), bytes(cert.GetSubject()));
     EXPECT_EQ(bytes(cert.GetSerialNumber()), "00C1A2B3C4D5E6F708");
-    EXPECT_EQ(bytes(cert.GetValue()), PKCS11::PKCS11_blob2hex(certificate("rsa.der")));
+    EXPECT_EQ(PKCS11::Blob(cert.GetEncodedData(), cert.GetEncodedData() + cert.GetEncodedDataSize()),
+              certificate("rsa.der"));
     EXPECT_EQ(bytes(cert.GetRSAModulus()), kRSAModulus);
     EXPECT_EQ(bytes(cert.GetRSAPubicExponent()), "010001");
     EXPECT_EQ(cert.GetSubjectStr() + "|" + cert.GetIssuerStr() + "|" + cert.GetCommonName() + "|" +
