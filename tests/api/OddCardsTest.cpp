@@ -252,15 +252,15 @@ TEST_F(OddCards, ChangeWhatTheyMustOnly)
             usual[odd.family] = shown({odd.family, 0, "", "plain"});
         const Lines lines = shown(odd);
         text << odd.family << (odd.step.empty() ? "" : " " + odd.step) << " " << std::hex << odd.at << ": "
-             << (odd.content.size() < 200 ? odd.content : "...") << "\n";
+             << (odd.content.size() < 200 ? odd.content : "...");
         const Lines& before = usual[odd.family];
         std::string gone;
         for (const auto& [name, line] : lines)
             if (before.count(name) == 0 || before.at(name) != line)
-                text << "  " << name << " = " << line << "\n";
+                text << " | " << name << " = " << line;
         for (const auto& [name, line] : before)
             gone += lines.count(name) == 0 ? " " + name : "";
-        text << (gone.empty() ? "" : "  no" + gone + "\n");
+        text << (gone.empty() ? "" : " | no" + gone) << "\n";
     }
     expectFile("api/OddCardsTest.txt", text.str());
 }

@@ -12,7 +12,8 @@ inline void expectFile(const std::string& path, const std::string& shown)
     std::ostringstream expected;
     expected << std::ifstream(QUARVEL_TESTS + path).rdbuf();
     const std::string left = path.substr(path.rfind('/') + 1);
-    EXPECT_TRUE(shown == expected.str()) << "diff " QUARVEL_TESTS << path << " " << left;
+    EXPECT_TRUE(shown == expected.str())
+        << "git diff --no-index --word-diff " QUARVEL_TESTS << path << " " << left;
     if (shown != expected.str())
         std::ofstream(left) << shown;
 }

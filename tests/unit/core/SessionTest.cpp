@@ -309,9 +309,10 @@ TEST(SessionTest, EachMethodInEachSituation)
             if (&before == &all[situation] || before.at(call.name) != text)
                 methods[text] += std::string(" ") + call.name;
         }
-        shown += situation + "\n";
+        shown += situation + ":";
         for (const auto& [text, names] : methods)
-            shown += (text[0] == ' ' ? " " : "  ") + text + ":" + names + "\n";
+            shown += (text[0] == ' ' ? "" : " ") + text + " =" + names + ";";
+        shown += "\n";
     }
     expectFile("unit/core/SessionTest.txt", shown);
 }
