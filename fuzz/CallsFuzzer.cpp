@@ -133,6 +133,6 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     for (int calls = 0; calls < 64 && !input.atEnd(); ++calls)
         kCallers[static_cast<std::size_t>(input.byte()) % kCallerCount](input);
     startAnew();
-    fuzz::require(fakepcsc::openHandles() == 0);
+    fuzz::require(fakepcsc::open().handles == 0);
     return 0;
 }

@@ -87,7 +87,7 @@ TEST_F(DesktopReaders, ARestartedServiceIsUsedAtTheNextCall)
                   failures == 1 ? CKR_NO_EVENT : CKR_FUNCTION_FAILED);
     }
     EXPECT_EQ(wait(CKF_DONT_BLOCK), 0U);
-    EXPECT_EQ(fakepcsc::openContexts(), 2); // the library's own, and that of the last poll
+    EXPECT_EQ(fakepcsc::open().contexts, 2); // the library's own, and that of the last poll
     EXPECT_EQ(reportedWhen(fakepcsc::stopService), 1U);
     fakepcsc::startService();
     EXPECT_EQ(info(1), CKR_OK);
@@ -143,7 +143,7 @@ TEST_F(DesktopReaders, AForkedChildStartsAnewBesideItsParent)
     start(std::make_shared<vcard::PivCard>());
     ASSERT_EQ(login("123456"), CKR_OK);
     ASSERT_EQ(wait(CKF_DONT_BLOCK), 0U);
-    const int contexts = fakepcsc::openContexts();
+    const int contexts = fakepcsc::open().contexts;
     std::promise<void> inside;
     std::promise<void> forked;
     fakepcsc::beforeCall("SCardStatus", 1, [&] { inside.set_value(), forked.get_future().wait(); });
@@ -155,8 +155,8 @@ TEST_F(DesktopReaders, AForkedChildStartsAnewBesideItsParent)
         alarm(30);
         const bool good = C_Initialize(nullptr) == CKR_OK && slots(true) == IDs({1}) && open() == CKR_OK &&
                           login("123456") == CKR_OK && signs() && wait(CKF_DONT_BLOCK) == 0 &&
-                          C_Finalize(nullptr) == CKR_OK && fakepcsc::openHandles() == 1 &&
-                          fakepcsc::openContexts() == contexts + 1; // the parent's, and its own until the end
+                          C_Finalize(nullptr) == CKR_OK && fakepcsc::open().handles == 1 &&
+                          fakepcsc::open().contexts == contexts + 1; // the parent's, and its own until the end
         _exit(good ? 0 : 1); // what the other thread held would be a leak to the sanitizer
     }
     int status = 0;

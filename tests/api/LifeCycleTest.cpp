@@ -122,7 +122,7 @@ TEST_F(LifeCycleTest, SlotsFollowTheirReaders)
     // The card goes between two questions.
     fakepcsc::beforeCall("SCardGetStatusChange", 1, [this] { fakepcsc::removeCard(m_reader); });
     EXPECT_EQ(types(9), Codes({CKR_DEVICE_REMOVED, 9, 0}));
-    EXPECT_EQ(fakepcsc::openHandles(), 1);
+    EXPECT_EQ(fakepcsc::open().handles, 1);
     CK_SESSION_INFO session{};
     EXPECT_EQ(C_GetSessionInfo(m_session, &session), CKR_OK);
     EXPECT_EQ(session.state, CKS_RW_USER_FUNCTIONS);

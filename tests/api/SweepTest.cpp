@@ -75,7 +75,7 @@ protected:
     void TearDown() override
     {
         EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
-        EXPECT_EQ(fakepcsc::openHandles(), m_leaks);
+        EXPECT_EQ(fakepcsc::open().handles, m_leaks);
     }
     void insert(const Held& card)
     {
@@ -332,7 +332,7 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
             for (const Held& card : {own, another, stranger})
                 lost += std::exchange(card->m_lostTries, 0);
             EXPECT_EQ(lost, std::exchange(m_refusedPins, 0));
-            EXPECT_TRUE(fakepcsc::openTransactions() == 0 || !isGivenBack); // others may use the card
+            EXPECT_TRUE(fakepcsc::open().transactions == 0 || !isGivenBack); // others may use the card
             if (life.failures.empty() && m_present == own)
                 continue;
 

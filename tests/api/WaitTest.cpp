@@ -108,7 +108,7 @@ protected:
         }
         done = true;
         threads.clear();
-        EXPECT_EQ(fakepcsc::openContexts(), 1); // the library's own
+        EXPECT_EQ(fakepcsc::open().contexts, 1); // the library's own
     }
 };
 
@@ -140,7 +140,7 @@ TEST_F(WaitTest, PollsReportEachChangeOnce)
     for (const auto& change : changes) {
         change();
         shown += polls(trace);
-        EXPECT_LE(fakepcsc::openContexts(), 2); // the library's own, and that of the last poll
+        EXPECT_LE(fakepcsc::open().contexts, 2); // the library's own, and that of the last poll
     }
     EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
     shown += said(trace);
@@ -169,7 +169,7 @@ TEST_F(WaitTest, WaitsDoNotHoldUpEachOtherNorAnythingElse)
     fakepcsc::failCall("SCardCancel", SCARD_S_SUCCESS, 1, 9);
     EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
     expectAll(kEnded, std::move(waits));
-    EXPECT_EQ(fakepcsc::openContexts(), 1);
+    EXPECT_EQ(fakepcsc::open().contexts, 1);
 }
 
 TEST_F(WaitTest, WaitsCrossTheLibrarysEnds)
@@ -196,7 +196,7 @@ TEST_F(WaitTest, ExitEndsWhoeverWaits)
             return C_GetSlotList(CK_FALSE, nullptr, &count) == ended && C_CloseSession(1) == ended &&
                            C_Initialize(nullptr) == ended && C_Finalize(nullptr) == ended &&
                            poll() == kEnded && C_GetFunctionList(&list) == ended &&
-                           fakepcsc::openContexts() == 1 // that of the interrupted wait
+                           fakepcsc::open().contexts == 1 // that of the interrupted wait
                        ? 0
                        : 2;
         };

@@ -326,20 +326,14 @@ void awaitBlockedWaits(int count, const std::function<void()>& action)
     changed.wait(lock, [&] { return std::count_if(s.contexts.begin(), s.contexts.end(), waits) >= count; });
     action();
 }
-int openContexts()
-{
-    return locked([] { return static_cast<int>(s.contexts.size()); });
-}
-int openTransactions()
+Open open()
 {
     return locked([] {
-        return static_cast<int>(std::count_if(s.readers.begin(), s.readers.end(),
-                                              [](const Reader& reader) { return reader.transaction != 0; }));
+        Open now{static_cast<int>(s.contexts.size()), static_cast<int>(s.handles.size()), 0};
+        for (const Reader& reader : s.readers)
+            now.transactions += reader.transaction != 0 ? 1 : 0;
+        return now;
     });
-}
-int openHandles()
-{
-    return locked([] { return static_cast<int>(s.handles.size()); });
 }
 
 } // namespace fakepcsc

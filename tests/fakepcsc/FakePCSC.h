@@ -65,9 +65,10 @@ void forgetPlans();
 /// before the action is done.
 void awaitBlockedWaits(
     int count, const std::function<void()>& action = [] {});
-/// Contexts, card handles and transactions that are open now; all 0 when nothing leaked.
-int openContexts();
-int openTransactions();
-int openHandles();
+/// What is open now; all 0 when nothing leaked.
+struct Open {
+    int contexts, handles, transactions;
+};
+Open open();
 
 } // namespace fakepcsc

@@ -29,7 +29,7 @@ protected:
     void TearDown() override
     {
         C_Finalize(nullptr);
-        EXPECT_EQ(fakepcsc::openHandles(), 0);
+        EXPECT_EQ(fakepcsc::open().handles, 0);
     }
 
     /// Initialises the library with one reader that holds the card, and opens a read/write session.
