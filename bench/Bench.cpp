@@ -1,17 +1,14 @@
 /// What the library itself costs, over a stand-in for PC/SC and a card that answers at once. The trace, in a
 /// file of the working directory, is part of the numbers.
 
-#include "pkcs11/frontend/SystemWrapper.h"
-#include "tests/fakepcsc/FakePCSC.h"
+#include "tests/support/Application.h"
 #include "tools/vcard/PivCard.h"
 
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
 
-#include <array>
 #include <map>
 #include <memory>
-#include <stdexcept>
 
 namespace {
 
@@ -36,42 +33,19 @@ private:
     std::map<Bytes, Bytes> m_answers;
 };
 
-void require(CK_RV result)
-{
-    if (result != CKR_OK)
-        throw std::runtime_error("a call failed");
-}
-
 /// The library with one card, a session, and the user logged in.
-struct Application {
-    Application()
+struct Program : Application {
+    Program()
     {
         static const auto card = std::make_shared<ReplayedCard>();
         SystemWrapper::s_logPath = "quarvel-bench.log";
         fakepcsc::reset();
-        fakepcsc::insertCard(fakepcsc::addReader("Reader"), card);
-        require(C_Initialize(nullptr));
-        require(C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &session));
-        std::array<CK_UTF8CHAR, 6> pin = {'1', '2', '3', '4', '5', '6'};
-        require(C_Login(session, CKU_USER, pin.data(), pin.size()));
+        start(card);
+        require(login("123456") == CKR_OK);
     }
-    Application(const Application&) = delete;
-    Application& operator=(const Application&) = delete;
-    ~Application() { C_Finalize(nullptr); }
-
-    CK_OBJECT_HANDLE firstKey() const
-    {
-        CK_OBJECT_CLASS wanted = CKO_PRIVATE_KEY;
-        CK_ATTRIBUTE filter = {CKA_CLASS, &wanted, sizeof wanted};
-        std::array<CK_OBJECT_HANDLE, 16> found{};
-        CK_ULONG count = 0;
-        require(C_FindObjectsInit(session, &filter, 1));
-        require(C_FindObjects(session, found.data(), found.size(), &count));
-        require(C_FindObjectsFinal(session));
-        return found.front();
-    }
-
-    CK_SESSION_HANDLE session = 0;
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+    ~Program() { C_Finalize(nullptr); }
 };
 
 template <class Call>
@@ -89,32 +63,25 @@ void measure(benchmark::State& state, Call call)
 /// The longest trace of a call that sends nothing.
 void tokenInfo(benchmark::State& state)
 {
-    const Application application;
-    CK_TOKEN_INFO info{};
-    measure(state, [&] { require(C_GetTokenInfo(1, &info)); });
+    Program program;
+    measure(state, [&] { program.tokenInfo(); });
 }
 BENCHMARK(tokenInfo)->Unit(benchmark::kMicrosecond)->Iterations(20000);
 
 /// C_SignInit and C_Sign with a key of 2048 bits.
 void signature(benchmark::State& state)
 {
-    const Application application;
-    const CK_OBJECT_HANDLE key = application.firstKey();
-    CK_MECHANISM mechanism = {CKM_RSA_PKCS, nullptr, 0};
-    std::array<CK_BYTE, 51> data{};
-    std::array<CK_BYTE, 256> out{};
-    measure(state, [&] {
-        CK_ULONG length = out.size();
-        require(C_SignInit(application.session, &mechanism, key));
-        require(C_Sign(application.session, data.data(), data.size(), out.data(), &length));
-    });
+    Program program;
+    const CK_OBJECT_HANDLE key = program.find(CKO_PRIVATE_KEY);
+    const Bytes data(51);
+    measure(state, [&] { Program::require(program.sign(key, CKM_RSA_PKCS, data).rv == CKR_OK); });
 }
 BENCHMARK(signature)->Unit(benchmark::kMicrosecond)->Iterations(5000);
 
 /// From C_Initialize to the handle of a key, and C_Finalize.
 void firstObjectList(benchmark::State& state)
 {
-    measure(state, [] { benchmark::DoNotOptimize(Application().firstKey()); });
+    measure(state, [] { benchmark::DoNotOptimize(Program().find(CKO_PRIVATE_KEY)); });
 }
 BENCHMARK(firstObjectList)->Unit(benchmark::kMicrosecond)->Iterations(500);
 

@@ -2,7 +2,7 @@
 // that are as long as they are said to be.
 #include "fuzz/CardInput.h"
 #include "pkcs11/frontend/FunctionList.h"
-#include "pkcs11/frontend/SystemWrapper.h"
+#include "tests/support/Application.h"
 
 #include <deque>
 #include <iterator>
@@ -126,13 +126,12 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     fakepcsc::insertCard(fakepcsc::addReader("Reader"),
                          std::make_shared<fuzz::LyingCard>(family.name, honest));
     C_Initialize(nullptr);
-    CK_SESSION_HANDLE session = 0;
-    Bytes pin = vcard::fromText("123456");
-    C_OpenSession(1, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &session);
-    C_Login(session, CKU_USER, pin.data(), pin.size());
+    Application application;
+    application.open();
+    application.login("123456");
     for (int calls = 0; calls < 64 && !input.atEnd(); ++calls)
         kCallers[static_cast<std::size_t>(input.byte()) % kCallerCount](input);
     startAnew();
-    fuzz::require(fakepcsc::open().handles == 0);
+    Application::require(fakepcsc::open().handles == 0);
     return 0;
 }

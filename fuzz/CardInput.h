@@ -7,18 +7,11 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdlib>
 #include <memory>
 
 namespace fuzz {
 
 using vcard::Bytes;
-
-inline void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 /// Zeros behind the end.
 class Reader {

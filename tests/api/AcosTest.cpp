@@ -21,7 +21,7 @@ protected:
 
 TEST_F(AcosTest, TrustFilesArePaddedAndPinsHaveEightBytes)
 {
-    ASSERT_NO_FATAL_FAILURE(start(std::make_shared<vcard::AcosTrustCard>("12345")));
+    start(std::make_shared<vcard::AcosTrustCard>("12345"));
     EXPECT_EQ(tokenInfo().ulFreePrivateMemory, 0x1234U);
     fakepcsc::clearCalls(); // asking left the MF selected
     EXPECT_EQ(encrypt(find(CKO_PUBLIC_KEY), CKM_RSA_PKCS, {1}).length, 128U);

@@ -18,7 +18,7 @@ protected:
     }
     void begin()
     {
-        ASSERT_NO_FATAL_FAILURE(start(m_card));
+        start(m_card);
         ASSERT_EQ(login("123456"), CKR_OK);
     }
     static void answer(const std::string& text, int nth) { fakepcsc::replaceAnswer(bytes(text), nth); }
@@ -74,7 +74,7 @@ TEST_P(CardOSTest, ResultsStandUpToLibcrypto)
 
 TEST_P(CardOSTest, LengthsAndAccess)
 {
-    ASSERT_NO_FATAL_FAILURE(start(m_card));
+    start(m_card);
     EXPECT_EQ(encrypt(find(CKO_PUBLIC_KEY), CKM_RSA_PKCS, m_data).rv,
               GetParam() ? CKR_OK : CKR_USER_NOT_LOGGED_IN);
     for (const std::string& pin : {std::string(), std::string(256, '1')}) {
