@@ -3,6 +3,8 @@
 #include "tests/support/TraceFile.h"
 #include "tools/vcard/IasCard.h"
 
+#include <winscard.h>
+
 using vcard::IasCard;
 
 namespace {
@@ -57,15 +59,18 @@ TEST_F(IasTest, AReadCostsOneTryWhereAnotherProgramHasChangedThePin)
 {
     startIas();
     ASSERT_EQ(login("123456"), CKR_OK);
-    const CK_OBJECT_HANDLE secret = find(CKO_DATA, 1);
+    const CK_OBJECT_HANDLE secret = find(CKO_DATA, 1), key = find(CKO_PRIVATE_KEY);
     const std::string select = "00A404040C E828BD080FD2500000040301", from = "313233343536FFFF",
                       to = "37373737FFFFFFFF";
     for (const std::string& command : {select, "0024008110" + from + to})
         m_card->transmit(scripted::bytes(command));
     m_card->reset();
     fakepcsc::clearCalls();
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(attribute(secret, CKA_VALUE).rv, CKR_PIN_INCORRECT);
+        fakepcsc::failCall("SCardTransmit", SCARD_F_COMM_ERROR, 2); // before it sees the PIN
+        EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_digestInfo).rv, CKR_GENERAL_ERROR);
+    }
     const std::vector<std::string> sent = fakepcsc::sentAPDUs();
     EXPECT_EQ(std::count(sent.begin(), sent.end(), "0020008108" + from), 1);
     EXPECT_EQ(C_Logout(m_session) | login("7777"), CKR_OK);

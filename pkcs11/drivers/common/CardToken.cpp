@@ -133,15 +133,16 @@ void CardToken::replayUserPin()
     try {
         VerifyPIN(pin);
     } catch (const PKCS11Exception& failure) {
-        m_isPinRefused = isPinRefusal(failure);
+        if (isPinRefusal(failure))
+            m_pinRefusal = failure.value();
         throw;
     }
 }
 
 void CardToken::showUserPinAgain()
 {
-    if (m_isPinRefused && !userPin().empty())
-        throw PKCS11Exception(CKR_PIN_INCORRECT);
+    if (m_pinRefusal != CKR_OK && !userPin().empty())
+        throw PKCS11Exception(m_pinRefusal);
     replayUserPin();
 }
 
@@ -220,7 +221,7 @@ int CardToken::sendVerify(const Blob& header, const Blob& data)
     }
     if (sw == SW_SUCCESS) {
         m_pinShownAt = card().selectionMark();
-        m_isPinRefused = false;
+        m_pinRefusal = CKR_OK;
     }
     return sw;
 }

@@ -53,7 +53,7 @@ public:
     /// since.
     void replayUserPin();
     /// The same for what misses the PIN beside the operations with a private key. A PIN that the card has
-    /// refused meanwhile costs no further try: CKR_PIN_INCORRECT (0xA0).
+    /// refused meanwhile costs no further try: the same code again, CKR_PIN_INCORRECT or CKR_PIN_LOCKED.
     void showUserPinAgain();
     /// That, unless the card has not been disturbed since it accepted a PIN.
     void showLostUserPin();
@@ -109,8 +109,8 @@ private:
     int m_selectedAt;
     /// The same of the last PIN that was accepted.
     int m_pinShownAt;
-    /// The cached user PIN was, when it was shown last.
-    bool m_isPinRefused = false;
+    /// With which code the card refused the cached user PIN when it saw it last.
+    CK_RV m_pinRefusal = CKR_OK;
 };
 
 /// Throws CKR_DEVICE_ERROR (0x30) with these texts unless the status is 9000.
