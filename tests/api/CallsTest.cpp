@@ -248,19 +248,19 @@ TEST_F(CallsTest, EachCallHasItsCode)
     expectFile("api/calls.codes", shown);
 }
 
-/// The commands that a use sends: of long ones, whose data differ in each run, the header and the number of
-/// further bytes, and of GET RESPONSE, whose Le does, the instruction.
+/// The commands that a use sends, if any: of long ones, whose data differ in each run, the header and the
+/// number of further bytes, and of GET RESPONSE, whose Le does, the instruction.
 TEST_F(CallsTest, EachUseSendsItsCommands)
 {
     std::string shown;
-    const auto note = [&](const char* name) {
-        shown += name;
+    const auto note = [&](const std::string& name) {
+        std::string line;
         for (const std::string& apdu : fakepcsc::sentAPDUs()) {
             const bool isLong = apdu.size() > 60;
-            shown += " " + apdu.substr(0, isLong ? 10 : apdu.rfind("00C0", 0) == 0 ? 4 : apdu.npos);
-            shown += isLong ? "+" + std::to_string(apdu.size() / 2 - 5) : "";
+            line += " " + apdu.substr(0, isLong ? 10 : apdu.rfind("00C0", 0) == 0 ? 4 : apdu.npos);
+            line += isLong ? "+" + std::to_string(apdu.size() / 2 - 5) : "";
         }
-        shown += "\n";
+        shown += line.empty() ? "" : name + line + "\n";
         fakepcsc::clearCalls();
     };
     for (const Family& family : kFamilies) {

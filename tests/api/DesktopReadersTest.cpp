@@ -103,7 +103,7 @@ TEST_F(DesktopReaders, AReaderThatIsGoneIsEmptyAndKeepsItsSlot)
     CK_SLOT_INFO slot{};
     EXPECT_EQ(C_GetSlotInfo(2, &slot), CKR_SLOT_ID_INVALID);
     EXPECT_EQ(state(), State({1, 2}, {1, 2}, 0));
-    fakepcsc::forgetReader(m_reader);
+    fakepcsc::detachReader(m_reader, true);
     EXPECT_EQ(wait(CKF_DONT_BLOCK), 1U);
     EXPECT_EQ(state(), State({1, 2}, {2}, 0));
     EXPECT_EQ(C_GetSlotInfo(1, &slot), CKR_OK);
@@ -125,7 +125,7 @@ TEST_F(DesktopReaders, ABlockedWaitSeesReadersComeAndGo)
     EXPECT_EQ(reportedWhen([] { fakepcsc::addReader("Reader 1"); }), 2U);
     EXPECT_EQ(reportedWhen([] { fakepcsc::addReader("Reader 2"); }), 3U); // 2 is for the one before
     EXPECT_EQ(slots(), IDs({1, 2, 3}));
-    EXPECT_EQ(reportedWhen([] { fakepcsc::forgetReader(1); }), 2U);
+    EXPECT_EQ(reportedWhen([] { fakepcsc::detachReader(1, true); }), 2U);
     EXPECT_EQ(reportedWhen([] { insert(2); }), 3U); // of the others, while that one is gone
     EXPECT_EQ(reportedWhen([] { fakepcsc::attachReader(1); }), 2U);
     EXPECT_EQ(reportedWhen([] { insert(1); }), 2U);
@@ -153,10 +153,11 @@ TEST_F(DesktopReaders, AForkedChildStartsAnewBesideItsParent)
     const pid_t child = fork(); // where that thread does not exist
     if (child == 0) {
         alarm(30);
-        const bool good = C_Initialize(nullptr) == CKR_OK && slots(true) == IDs({1}) && open() == CKR_OK &&
-                          login("123456") == CKR_OK && signs() && wait(CKF_DONT_BLOCK) == 0 &&
-                          C_Finalize(nullptr) == CKR_OK && fakepcsc::open().handles == 1 &&
-                          fakepcsc::open().contexts == contexts + 1; // the parent's, and its own until the end
+        const bool good =
+            C_Initialize(nullptr) == CKR_OK && slots(true) == IDs({1}) && open() == CKR_OK &&
+            login("123456") == CKR_OK && signs() && wait(CKF_DONT_BLOCK) == 0 &&
+            C_Finalize(nullptr) == CKR_OK && fakepcsc::open().handles == 1 &&
+            fakepcsc::open().contexts == contexts + 1; // the parent's, and its own until the end
         _exit(good ? 0 : 1); // what the other thread held would be a leak to the sanitizer
     }
     int status = 0;

@@ -242,13 +242,9 @@ int addReader(const std::string& name)
         return static_cast<int>(s.readers.size()) - 1;
     });
 }
-void detachReader(int reader)
+void detachReader(int reader, bool isForgotten)
 {
-    change(reader, [](Reader& r) { r.take(nullptr), r.attached = false; });
-}
-void forgetReader(int reader)
-{
-    change(reader, [](Reader& r) { r.take(nullptr), r.attached = false, r.forgotten = true; });
+    change(reader, [=](Reader& r) { r.take(nullptr), r.attached = false, r.forgotten = isForgotten; });
 }
 void attachReader(int reader)
 {

@@ -18,10 +18,9 @@ void reset();
 
 /// Readers in the order that SCardListReaders gives; the index is the reader's number below.
 int addReader(const std::string& name);
-/// The reader is unplugged: its state becomes UNKNOWN.
-void detachReader(int reader);
-/// The same with a service that knows it in calls that wait already, and refuses its name in new ones.
-void forgetReader(int reader);
+/// The reader is unplugged: its state becomes UNKNOWN. A service may forget it: it knows it in calls that
+/// wait already, and refuses its name in new ones.
+void detachReader(int reader, bool isForgotten = false);
 void attachReader(int reader);
 
 /// Without the service no context can be had; those of before stay lost when it starts again.
