@@ -341,7 +341,7 @@ TEST_F(CallsTest, EachFamilyShowsItsTokenAndObjects)
 TEST_F(CallsTest, TheTraceShowsEachCallAsThePageOfLinesSays)
 {
     TraceFile trace;
-    codes(kFamilies[0], trace);
+    codes(kFamilies[1], trace);
     CK_INFO info{};
     CK_SLOT_INFO slot{};
     CK_TOKEN_INFO token{};
@@ -359,8 +359,8 @@ TEST_F(CallsTest, TheTraceShowsEachCallAsThePageOfLinesSays)
     EXPECT_EQ(C_GetMechanismInfo(1, CKM_RSA_PKCS, &mechanism), CKR_OK);
     EXPECT_EQ(C_GetSessionInfo(m_session, &session), CKR_OK);
     EXPECT_EQ(C_WaitForSlotEvent(CKF_DONT_BLOCK, &id, nullptr), CKR_NO_EVENT);
-    EXPECT_EQ(C_GetAttributeValue(m_session, 1, nullptr, 0), CKR_OK);
-    EXPECT_EQ(C_SetAttributeValue(m_session, 1, nullptr, 0), CKR_OK);
+    EXPECT_EQ(C_GetAttributeValue(m_session, 2, nullptr, 0), CKR_OK);
+    EXPECT_EQ(C_SetAttributeValue(m_session, 2, nullptr, 0), CKR_OK);
     EXPECT_EQ(C_DestroyObject(m_session, 1), CKR_USER_NOT_LOGGED_IN);
     CK_BYTE byte = 0;
     EXPECT_EQ(C_Verify(m_session, &byte, 1, &byte, 1), CKR_OPERATION_NOT_INITIALIZED);

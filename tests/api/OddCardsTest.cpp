@@ -168,9 +168,10 @@ TEST_F(OddCards, ChangeWhatTheyMustOnly)
     const std::string noReference = seq(label("x") + seq("") + tlv(0xA1, seq("0401FF")));
     // The ID, usage, access flags and reference of a key, its first and last day.
     const std::string days = tlv(0x18, "32303235303130325A") + tlv(0xA0, tlv(0x18, "32303330313233315A"));
+    const std::string noDay = tlv(0x18, "32303258303130325A");
     std::string keys;
     for (const unsigned tag : {0x30, 0xA0, 0xA1, 0xA2, 0xA3})
-        keys += tlv(tag, label("K") + seq("04010103020102030204B002020091" + days) +
+        keys += tlv(tag, label("K") + seq("04010103020102030204B002020091" + (tag == 0xA3 ? noDay : days)) +
                              tlv(0xA1, seq("300404023F0002020400")));
     const std::string modulus = "C15A5A5A5A5A5A5A5A5A5A5A5A5A5A5A";
     const auto contentOf = [](unsigned short file) {
@@ -205,7 +206,8 @@ TEST_F(OddCards, ChangeWhatTheyMustOnly)
         {"ias", 3, "710B BFA00107 7F4904 8102C1C2 9000", "2:01"},
         {"ias", 3, "700D BFA00109 8102C1C2 3003 020501 9000", "2:01"},
         {"ias", 3, "7004 BFA00180 9000", "2:01"},
-        {"cardos", 0x0001, contentOf(0x0001).substr(0, 34)}, // ends within its third entry
+        {"cardos", 0x0001, contentOf(0x0001).substr(0, 34)}, // ends within its third entry, or behind it
+        {"cardos", 0x0001, contentOf(0x0001).substr(0, 36)},
         {"cardos", 0x0101, contentOf(0x0101).replace(contentOf(0x0101).size() - 8, 2, "03")},
         {"cardos", 0x0102, contentOf(0x0102).substr(0, 10)},
         {"cardos", 5, "6981,7F4916 021100" + modulus + "020103 9000", "2:45"},
