@@ -82,6 +82,9 @@ TEST_P(CardOSTest, LengthsAndAccess)
         EXPECT_EQ(setPin("123456", pin), CKR_PIN_LEN_RANGE);
     }
     ASSERT_EQ(login("123456"), CKR_OK);
+    for (const int longest : {0xFFFF - 16, 0xFFFF - 15}) // of an extended command
+        EXPECT_EQ(decrypt(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, Bytes(longest)).rv,
+                  longest % 2 != 0 ? CKR_DEVICE_ERROR : CKR_DATA_LEN_RANGE);
     // The administrator's new PIN is shown from then on.
     ASSERT_EQ(C_Logout(m_session) | login("12345678", CKU_SO) | setPin("12345678", "87654321"), CKR_OK);
     Bytes fresh = vcard::fromText("7777");
