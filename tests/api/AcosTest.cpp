@@ -44,10 +44,12 @@ TEST_F(AcosTest, EducationCardsAreSentNothingThatDoesNotFit)
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
     dynamic_cast<PKCS11::PCSCSlot&>(*wrapper.slots()->getSlot(1)).setEduVariant(1);
     fakepcsc::insertCard(m_reader, std::make_shared<vcard::AcosEduCard>("1234"));
+    answer("C1C2 6A82", 5);                        // the public key is refused
     answer("300B04014C0402415004023100 9000", 17); // the certificate: a record of label and ID
     ASSERT_EQ(open() | login("1234"), CKR_OK);
     EXPECT_EQ(text(find(CKO_CERTIFICATE), CKA_ID), "AP");
     const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
+    EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS).bytes, Bytes());
     fakepcsc::clearCalls();
     EXPECT_EQ(sign(key, CKM_RSA_PKCS, Bytes(256)).rv, CKR_DATA_LEN_RANGE);
     EXPECT_EQ(decrypt(key, CKM_RSA_PKCS, Bytes(255)).rv, CKR_DATA_LEN_RANGE);
@@ -58,8 +60,9 @@ TEST_F(AcosTest, EducationCardsAreSentNothingThatDoesNotFit)
 TEST(AcosEDU, KeyFilesAreATlvOrAModulus)
 {
     const char* const files[][2] = {
-        {"C1C20000", "C1C2"},     {"3008020300C1C3020103 0000", "C1C3"}, {"3004 0302 00C1 00", "C1"},
-        {"30040402C1C2", "C1C2"}, {"30030201C1 01", "30030201C101"},     {"3000", "30"}};
+        {"C1C20000", "C1C2"},          {"3008020300C1C3020103 0000", "C1C3"}, {"3004 0302 00C1 00", "C1"},
+        {"30040402C1C2", "C1C2"},      {"30030201C1 01", "30030201C101"},     {"3000", "30"},
+        {"30070601AA0202C1C2", "C1C2"}};
     for (const auto& [file, modulus] : files)
         EXPECT_EQ(PKCS11::modulusOfKeyFile(hex(file)), hex(modulus)) << file;
 }
