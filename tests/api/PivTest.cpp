@@ -1,6 +1,8 @@
 #include "tests/support/CryptokiFixture.h"
 #include "tools/vcard/PivCard.h"
 
+#include <winscard.h>
+
 using vcard::Bytes;
 
 namespace {
@@ -80,10 +82,19 @@ TEST_F(PivTest, PinsAreChangedByTheirOwnersAndAreEightCharactersAtMost)
     ASSERT_EQ(login("654321"), CKR_OK);
     EXPECT_EQ(setPin("654321", "77777777"), CKR_OK);
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY, 1), CKM_RSA_PKCS, Bytes(20)).length, 128U); // the new one is shown
-    // Which PIN does a card refuse that was reset beside the change?
-    fakepcsc::beforeCall("SCardTransmit", 2 + isDesktop(), [&] { fakepcsc::resetCard(m_reader); });
-    fakepcsc::replaceAnswer({0x63, 0xC2}, 2 + isDesktop());
+    const auto disturb = [&](int nth) {
+        fakepcsc::beforeCall("SCardTransmit", nth, [&] { fakepcsc::resetCard(m_reader); });
+        fakepcsc::replaceAnswer({0x63, 0xC2}, nth);
+    };
+    // Which PIN does a card refuse that was reset beside the change, or has it if the reader failed?
+    disturb(2 + isDesktop());
     EXPECT_EQ(setPin("77777777", "654321"), CKR_DEVICE_ERROR);
+    EXPECT_EQ(C_Logout(m_session), CKR_USER_NOT_LOGGED_IN);
+    disturb(2); // a refusal is one, though the card was reset
+    EXPECT_EQ(login("77777777"), CKR_PIN_INCORRECT);
+    ASSERT_EQ(login("77777777"), CKR_OK);
+    fakepcsc::failCall("SCardTransmit", SCARD_F_COMM_ERROR, 2 + isDesktop());
+    EXPECT_EQ(setPin("77777777", "654321"), CKR_GENERAL_ERROR);
     EXPECT_EQ(C_Logout(m_session), CKR_USER_NOT_LOGGED_IN);
     ASSERT_EQ(login("12345678", CKU_SO), CKR_OK);
     EXPECT_EQ(setPin("12345678", "87654321"), CKR_OK);
