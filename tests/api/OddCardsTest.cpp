@@ -208,7 +208,7 @@ TEST_F(OddCards, ChangeWhatTheyMustOnly)
         {"ias", 3, "7004 BFA00180 9000", "2:01"},
         {"cardos", 0x0001, contentOf(0x0001).substr(0, 34)}, // ends within its third entry, or behind it
         {"cardos", 0x0001, contentOf(0x0001).substr(0, 36)},
-        {"cardos", 0x0001, std::string(2 * 6 * 80, '0') + contentOf(0x0001)}, // nothing counts behind 80
+        {"cardos", 0x0001, std::string(960, '0') + contentOf(0x0001)}, // nothing counts behind 80 entries
         {"cardos", 0x0101, contentOf(0x0101).replace(contentOf(0x0101).size() - 8, 2, "03")},
         {"cardos", 0x0102, contentOf(0x0102).substr(0, 10)},
         {"cardos", 5, "6981,7F4916 021100" + modulus + "020103 9000", "2:45"},
