@@ -8,10 +8,13 @@
 
 int main(int argc, char** argv)
 {
-    const char* edition = std::getenv("QUARVEL_EDITION");
-    if (edition != nullptr && std::string_view(edition) == "desktop")
-        PKCS11::Edition::install(PKCS11::DesktopEdition::instance());
     SystemWrapper::s_logPath = ""; // no trace but that of a test
     ::testing::InitGoogleTest(&argc, argv);
+    const char* edition = std::getenv("QUARVEL_EDITION");
+    std::string& filter = ::testing::GTEST_FLAG(filter);
+    if (edition != nullptr && std::string_view(edition) == "desktop")
+        PKCS11::Edition::install(PKCS11::DesktopEdition::instance());
+    else if (!::testing::GTEST_FLAG(list_tests)) // these would wait for what only that edition does
+        filter += (filter.find('-') == filter.npos ? "-" : ":") + std::string("Desktop*");
     return RUN_ALL_TESTS();
 }
