@@ -73,7 +73,14 @@ TEST_F(IasTest, AReadCostsOneTryWhereAnotherProgramHasChangedThePin)
     }
     const std::vector<std::string> sent = fakepcsc::sentAPDUs();
     EXPECT_EQ(std::count(sent.begin(), sent.end(), "0020008108" + from), 1);
+    for (const CK_RV rv : {CKR_PIN_INCORRECT, CKR_PIN_INCORRECT, CKR_PIN_LOCKED})
+        EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_digestInfo).rv, rv);
+    EXPECT_EQ(attribute(secret, CKA_VALUE).rv, CKR_PIN_LOCKED);
+    Bytes fresh = vcard::fromText("7777");
+    EXPECT_EQ(C_Logout(m_session) | login("87654321", CKU_SO), CKR_OK);
+    EXPECT_EQ(C_InitPIN(m_session, fresh.data(), fresh.size()), CKR_OK);
     EXPECT_EQ(C_Logout(m_session) | login("7777"), CKR_OK);
+    m_card->reset(); // that PIN was not refused
     EXPECT_EQ(text(secret, CKA_VALUE), "Only with the PIN.");
 }
 
