@@ -1,8 +1,9 @@
+#include "tests/support/ByteText.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Families.h"
-#include "tests/support/TlvText.h"
 #include "tools/vcard/PivCard.h"
 
+#include <numeric>
 #include <openssl/ecdsa.h>
 #include <sstream>
 
@@ -289,12 +290,12 @@ TEST_F(DesktopSigning, NumbersOfACurveAreTakenFromTheAnswer)
     begin(pivWith({{0x9A, 0, "P-256"}}));
     const std::string zeros(62, '0');
     const std::pair<std::string, std::string> rows[] = {
-        {seq("020200FF 020101"), zeros + "FF" + zeros + "01"}, // a sign byte goes, zeros come back
+        {"30(020200FF 020101)", zeros + "FF" + zeros + "01"}, // a sign byte goes, zeros come back
         {"", ""},
-        {seq("020101"), ""},
-        {seq("0221" + std::string(66, '1') + "020101"), ""},
-        {seq("020101 040101"), ""},
-        {tlv(0x31, "020101 020101"), ""},
+        {"30(020101)", ""},
+        {"30(0221 11*33 020101)", ""},
+        {"30(020101 040101)", ""},
+        {"31(020101 020101)", ""},
         {"3006 020101", ""},
     };
     const auto expectSigned = [&](const Bytes& answer, const std::string& signature) {
@@ -305,7 +306,7 @@ TEST_F(DesktopSigning, NumbersOfACurveAreTakenFromTheAnswer)
     };
     expectSigned({0x69, 0x82}, "");
     for (const auto& [answer, signature] : rows)
-        expectSigned(scripted::bytes(tlv(0x7C, tlv(0x82, answer)) + "9000"), signature);
+        expectSigned(bytes("7C(82(" + answer + ")) 9000"), signature);
 }
 
 } // namespace

@@ -1,5 +1,5 @@
+#include "tests/support/ByteText.h"
 #include "tests/support/CryptokiFixture.h"
-#include "tests/support/TlvText.h"
 #include "tests/support/TraceFile.h"
 #include "tools/vcard/IasCard.h"
 
@@ -16,10 +16,7 @@ protected:
         m_card = std::make_shared<IasCard>(options);
         start(m_card);
     }
-    static void answer(const std::string& text, int nth)
-    {
-        fakepcsc::replaceAnswer(scripted::bytes(text), nth);
-    }
+    static void answer(const std::string& text, int nth) { fakepcsc::replaceAnswer(bytes(text), nth); }
 
     std::shared_ptr<IasCard> m_card;
     /// SEQUENCE { SEQUENCE { sha256, NULL }, OCTET STRING }
@@ -45,9 +42,7 @@ TEST_F(IasTest, AResetThatNobodyToldOfIsMadeUpFor)
     m_card->reset(); // the next use selects the application and shows the PIN again
     EXPECT_TRUE(isSignature(publicKey, m_digestInfo, sign(key, CKM_RSA_PKCS, m_digestInfo).bytes));
     EXPECT_EQ(decrypt(key, CKM_RSA_PKCS, encryptFor(publicKey, plain)).bytes, plain);
-    EXPECT_EQ(decrypt(key, CKM_RSA_PKCS, Bytes(254)).rv, CKR_DEVICE_ERROR);
-    EXPECT_EQ(fakepcsc::sentAPDUs().back().size(), 2U * (5 + 255)); // the longest that is no chain
-    answer("6884", 5);                                              // to its first piece
+    answer("6884", 5); // to the first piece of a chain
     TraceFile trace;
     EXPECT_EQ(decrypt(key, CKM_RSA_PKCS, Bytes(256)).rv, CKR_DEVICE_ERROR);
     EXPECT_EQ(fakepcsc::sentAPDUs().back().substr(0, 10) + trace.failures(),
@@ -63,7 +58,7 @@ TEST_F(IasTest, AReadCostsOneTryWhereAnotherProgramHasChangedThePin)
     const std::string select = "00A404040C E828BD080FD2500000040301", from = "313233343536FFFF",
                       to = "37373737FFFFFFFF";
     for (const std::string& command : {select, "0024008110" + from + to})
-        m_card->transmit(scripted::bytes(command));
+        m_card->transmit(bytes(command));
     m_card->reset();
     fakepcsc::clearCalls();
     for (int i = 0; i < 3; ++i) {
@@ -86,21 +81,13 @@ TEST_F(IasTest, AReadCostsOneTryWhereAnotherProgramHasChangedThePin)
 
 TEST_F(IasTest, PinsAreChangedBlockedAndUnblocked)
 {
-    TraceFile trace;
     startIas();
-    EXPECT_EQ(login("123456789"), CKR_PIN_LEN_RANGE);
-    EXPECT_EQ(setPin("123456789", "7777"), CKR_PIN_LEN_RANGE);
-    EXPECT_EQ(setPin("123456", "123456789"), CKR_PIN_LEN_RANGE);
     EXPECT_EQ(setPin("123456", "7777"), CKR_OK);
     ASSERT_EQ(login("87654321", CKU_SO), CKR_OK);
-    for (const auto& [fresh, rv] :
-         {std::pair("123456789", CKR_PIN_LEN_RANGE), {"12A4", CKR_DEVICE_ERROR}, {"2468", CKR_OK}}) {
+    for (const auto& [fresh, rv] : {std::pair("12A4", CKR_DEVICE_ERROR), {"2468", CKR_OK}}) {
         Bytes bytes = vcard::fromText(fresh);
         EXPECT_EQ(C_InitPIN(m_session, bytes.data(), bytes.size()), rv);
     }
-    EXPECT_EQ(trace.failures(),
-              "(wrong PIN length|IASToken::VerifyPin)(wrong PIN length|IASToken::VerifyPin)"
-              "(wrong PIN length|IASToken::ChangePIN)(wrong PIN length|IASToken::ChangePIN)(|)");
     answer("6984", 3);
     EXPECT_EQ(setPin("87654321", "11112222"), CKR_PIN_LOCKED);
     EXPECT_EQ(setPin("87654321", "11112222"), CKR_OK); // the administrator's own

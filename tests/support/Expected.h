@@ -1,6 +1,7 @@
 /// Texts that stand in files beside the tests.
 #pragma once
 
+#include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
@@ -16,4 +17,18 @@ inline void expectFile(const std::string& path, const std::string& shown)
         << "git diff --no-index --word-diff " QUARVEL_TESTS << path << " " << left;
     if (shown != expected.str())
         std::ofstream(left) << shown;
+}
+
+/// Of a file whose lines are what goes in, " |", and what comes of it.
+template <class Outcome>
+void expectLines(const std::string& path, Outcome outcome)
+{
+    std::ifstream file(QUARVEL_TESTS + path);
+    std::string shown;
+    for (std::string line; std::getline(file, line);) {
+        line.erase(std::min(line.find(" |"), line.size()));
+        shown += line + " |" + outcome(line) + "\n";
+    }
+    EXPECT_NE(shown, "");
+    expectFile(path, shown);
 }

@@ -1,8 +1,9 @@
 /// A card that plays one sequence of commands: each must come as written and in this order. Texts are
-/// hexadecimal, blanks allowed.
+/// those of ByteText.h, without blanks.
 #pragma once
 
-#include "tools/vcard/Bytes.h"
+#include "tests/support/ByteText.h"
+#include "tools/vcard/Card.h"
 
 #include <algorithm>
 #include <functional>
@@ -15,11 +16,6 @@ namespace scripted {
 
 using vcard::Bytes;
 
-inline Bytes bytes(std::string hex)
-{
-    hex.erase(std::remove(hex.begin(), hex.end(), ' '), hex.end());
-    return vcard::fromHex(hex);
-}
 /// An ATR for T=1 with these historical bytes (ISO/IEC 7816-3).
 inline Bytes atrWith(const std::string& historical)
 {

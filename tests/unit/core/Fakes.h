@@ -8,8 +8,9 @@
 #include "pkcs11/core/PublicKey.h"
 #include "pkcs11/core/SecretKey.h"
 #include "pkcs11/pcsc/Slot.h"
+#include "pkcs11/token/Hex.h"
 #include "pkcs11/token/Token.h"
-#include "tests/unit/token/TestBytes.h"
+#include "tests/support/Failure.h"
 
 #include <algorithm>
 #include <functional>

@@ -1,5 +1,7 @@
 #include "pkcs11/drivers/common/PKCS1.h"
-#include "tests/support/TlvText.h"
+#include "tests/support/ByteText.h"
+
+#include <gtest/gtest.h>
 
 using namespace PKCS11;
 

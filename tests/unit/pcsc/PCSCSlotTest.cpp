@@ -3,10 +3,10 @@
 
 #include "pkcs11/pcsc/CardIdentification.h"
 #include "pkcs11/token/Token.h"
+#include "tests/support/ScriptedCard.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Expected.h"
 #include "tests/support/Failure.h"
-#include "tests/support/TlvText.h"
 #include "tests/support/TraceFile.h"
 
 #include <winscard.h>
@@ -243,20 +243,14 @@ TEST_F(PCSCSlotTest, TracesCodesAndNeverCommands)
                "unknown card", "model: 5049565F43415244", "rc :\t 0x8010001d"}));
 }
 
-/// A line for each card: ATR, historical bytes (of some behind interface bytes, or cut short), what it is.
+/// Historical bytes of some ATRs (behind interface bytes, or cut short), and what the card is.
 TEST_F(PCSCSlotTest, KnowsCardsByTheirHistoricalBytes)
 {
-    const char* const path = "unit/pcsc/PCSCSlotTest.txt";
-    std::ifstream cards(std::string(QUARVEL_TESTS) + path);
-    std::string shown;
-    for (std::string text; std::getline(cards, text, ':') && cards.ignore(256, '\n');) {
-        const Blob atr = PKCS11_hex2blob(text.c_str());
+    expectLines("unit/pcsc/PCSCSlotTest.txt", [&](const std::string& atr) {
         Blob type;
-        const std::string os = m_slot->GetOS(atr, type);
-        shown +=
-            text + ": " + PKCS11_blob2hex(getHistoricalBytes(atr)) + " " + os + " " + toText(type) + "\n";
-    }
-    expectFile(path, shown);
+        const std::string os = m_slot->GetOS(hex(atr), type);
+        return " " + PKCS11_blob2hex(getHistoricalBytes(hex(atr))) + " " + os + " " + toText(type);
+    });
 }
 
 } // namespace

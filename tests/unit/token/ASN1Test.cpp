@@ -1,5 +1,6 @@
 #include "pkcs11/token/ASN1.h"
-#include "tests/unit/token/TestBytes.h"
+#include "tests/support/ByteText.h"
+#include "tests/support/Failure.h"
 #include "tests/unit/util/Certificates.h"
 
 using namespace PKCS11;

@@ -1,5 +1,6 @@
 #include "pkcs11/token/InfoRecords.h"
-#include "tests/unit/token/TestBytes.h"
+#include "tests/support/ByteText.h"
+#include "tests/support/Failure.h"
 
 using namespace PKCS11;
 

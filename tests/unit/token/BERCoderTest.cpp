@@ -1,5 +1,6 @@
 #include "pkcs11/token/BERCoder.h"
-#include "tests/unit/token/TestBytes.h"
+#include "tests/support/ByteText.h"
+#include "tests/support/Failure.h"
 
 #include <functional>
 

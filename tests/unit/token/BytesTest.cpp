@@ -1,6 +1,7 @@
 #include "pkcs11/token/ByteOrder.h"
 #include "pkcs11/token/ByteReader.h"
-#include "tests/unit/token/TestBytes.h"
+#include "tests/support/ByteText.h"
+#include "tests/support/Failure.h"
 
 using namespace PKCS11;
 
@@ -25,8 +26,8 @@ TEST(Bytes, AreOnlyTouchedWhereTheyAre)
 
 TEST(Bytes, ComeFromTextAndNumbersAndGoBack)
 {
-    EXPECT_EQ(hex("00a4FF"), Blob(std::string("\0\xA4\xFF", 3)));
-    EXPECT_EQ(hex("4g12345"), hex("77123400"));
+    EXPECT_EQ(PKCS11_hex2blob("00a4FF"), Blob(std::string("\0\xA4\xFF", 3)));
+    EXPECT_EQ(PKCS11_hex2blob("4g12345"), hex("77123400"));
     EXPECT_EQ(PKCS11_blob2hex(hex("00a4ff")), "00A4FF");
     EXPECT_EQ(long2blob(0x89ABCDEF), hex("89ABCDEF"));
     EXPECT_EQ(blob2long(hex("89ABCDEF")), 0x89ABCDEFUL);
