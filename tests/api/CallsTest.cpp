@@ -47,6 +47,14 @@ protected:
         EXPECT_EQ(open(), CKR_OK);
         EXPECT_EQ(login("123456"), CKR_OK);
     }
+    /// VERIFY, CHANGE REFERENCE DATA and RESET RETRY COUNTER.
+    static long pinCommands()
+    {
+        const std::vector<std::string> sent = fakepcsc::sentAPDUs();
+        return std::count_if(sent.begin(), sent.end(), [](const std::string& apdu) {
+            return std::regex_search(apdu, std::regex("^..2[04C]"));
+        });
+    }
     /// In a new session of the same user.
     void again()
     {
@@ -170,12 +178,18 @@ protected:
             text += use.name + hex(use.run());
             text += trace.failures();
             const int commands = fakepcsc::callCount("SCardTransmit");
-            for (const unsigned status : {0x6A80, 0x63C2, 0x6983}) {
-                text += ", refused with " + vcard::toHex(vcard::twoBytes(status)) + ":";
+            for (const auto& [status, isReset] :
+                 {std::pair(0x6A80U, false), {0x63C2, false}, {0x6983, false}, {0x63C2, true}}) {
+                text += ", refused with " + vcard::toHex(vcard::twoBytes(status));
+                text += isReset ? " behind a reset, and PIN commands:" : ":";
                 for (int nth = 1; nth <= commands; ++nth) {
                     reopen();
+                    fakepcsc::clearCalls();
+                    if (isReset)
+                        fakepcsc::beforeCall("SCardTransmit", nth, [this] { fakepcsc::resetCard(m_reader); });
                     fakepcsc::replaceAnswer(vcard::twoBytes(status), nth);
                     text += hex(use.run());
+                    text += isReset ? "/" + std::to_string(pinCommands()) : "";
                     text += trace.failures();
                     fakepcsc::forgetPlans();
                 }
