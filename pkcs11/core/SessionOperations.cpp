@@ -192,15 +192,20 @@ void Session::startOperation(const OperationStart<KeyClass>& start,
 template <class Step>
 void Session::runStep(const OperationStep& row, const CK_BYTE* output, const Step& step)
 {
+    const auto fail = [&](bool isWrong) {
+        if (row.failure == Failure::ends || (row.failure == Failure::endsUnlessWrong && !isWrong))
+            endOperation();
+    };
     try {
         getToken();
         if (!isOperationActive())
             throw PKCS11Exception(CKR_OPERATION_NOT_INITIALIZED, "", row.where);
         step(*m_operation);
     } catch (const PKCS11Exception& ex) {
-        const bool isWrong = ex.value() == CKR_MECHANISM_INVALID;
-        if (row.failure == Failure::ends || (row.failure == Failure::endsUnlessWrong && !isWrong))
-            endOperation();
+        fail(ex.value() == CKR_MECHANISM_INVALID);
+        throw;
+    } catch (...) {
+        fail(false);
         throw;
     }
     const bool isQuery = output == nullptr;

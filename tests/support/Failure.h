@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <gtest/gtest.h>
+#include <new>
 
 /// CKR_OK when it returned.
 template <class Call>
@@ -18,7 +19,7 @@ CK_RV codeOf(Call call)
     return CKR_OK;
 }
 
-/// "code|what|where" with the code in hexadecimal; empty when it returned.
+/// "code|what|where" with the code in hexadecimal, or what memory that is missing says; empty when it returned.
 template <class Call>
 std::string thrownBy(Call call)
 {
@@ -29,5 +30,7 @@ std::string thrownBy(Call call)
         char code[20];
         std::snprintf(code, sizeof code, "%lX", static_cast<unsigned long>(ex.value()));
         return std::string(code) + "|" + ex.what() + "|" + ex.where();
+    } catch (const std::bad_alloc& ex) {
+        return ex.what();
     }
 }

@@ -32,6 +32,8 @@ struct Script {
         called += " " + (name == method ? "it" : name);
         for (const CK_ULONG length : lengths)
             called += " " + std::to_string(length);
+        if (fail == CKR_HOST_MEMORY && name == method)
+            throw std::bad_alloc();
         if (fail != CKR_OK && (!failsInside || name == method))
             throw PKCS11Exception(fail);
     }

@@ -230,6 +230,8 @@ const struct {
      [](W& w) { w.begin(), script.fail = CKR_DEVICE_ERROR, script.failsInside = true; }},
     {"active, the step is a wrong one",
      [](W& w) { w.begin(), script.fail = CKR_MECHANISM_INVALID, script.failsInside = true; }},
+    {"active, the step finds no memory",
+     [](W& w) { w.begin(), script.fail = CKR_HOST_MEMORY, script.failsInside = true; }},
     {"active, without steps", [](W& w) { script.yields = Script::noSteps, w.begin(); }},
     {"active, without steps, a signature in parts", [](W& w) { script.yields = Script::parts, w.begin(); }},
     {"active, without steps, a verification in parts",
