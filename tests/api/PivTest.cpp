@@ -64,6 +64,27 @@ TEST_F(PivTest, SignaturesStandUpAndMessagesAreRead)
     }
 }
 
+TEST_F(PivTest, WhatIsDisturbedAgainWhileItIsDoneOnceMoreFailsForThat)
+{
+    const std::function<void()> disturbances[] = {
+        [this] { fakepcsc::resetCard(m_reader); },
+        [this] { fakepcsc::insertCard(m_reader, std::make_shared<vcard::PivCard>()); }};
+    std::vector<CK_RV> codes;
+    for (const auto& disturb : disturbances)
+        for (int nth = 4; nth <= 7; ++nth) { // from the repeated command to the one that signs again
+            startPiv();
+            ASSERT_EQ(login("123456"), CKR_OK);
+            fakepcsc::beforeCall("SCardTransmit", 2 + isDesktop(), disturbances[0]);
+            fakepcsc::beforeCall("SCardTransmit", nth + isDesktop(), disturb);
+            codes.push_back(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, Bytes(20)).rv);
+            C_Finalize(nullptr);
+            fakepcsc::reset();
+        }
+    EXPECT_EQ(codes, (std::vector<CK_RV>{CKR_OK, CKR_DEVICE_ERROR, CKR_DEVICE_ERROR, CKR_DEVICE_ERROR,
+                                         CKR_DEVICE_REMOVED, CKR_GENERAL_ERROR, CKR_GENERAL_ERROR,
+                                         CKR_DEVICE_REMOVED}));
+}
+
 TEST_F(PivTest, PinsAreChangedByTheirOwners)
 {
     vcard::PivOptions options;

@@ -187,24 +187,24 @@ void CardToken::requireApplication()
 
 void CardToken::runWhole(const std::function<void()>& work)
 {
-    const PCSCSlot::CardMark mark = card().cardMark();
-    try {
-        work();
-        if (card().isUndisturbedSince(mark))
-            return;
+    for (const bool isLast : {false, true}) {
+        const PCSCSlot::CardMark mark = card().cardMark();
+        try {
+            work();
+            if (card().isUndisturbedSince(mark))
+                return;
+        } catch (const PKCS11Exception& failure) {
+            const bool isReaders = failure.value() == CKR_GENERAL_ERROR;
+            const bool isFinal =
+                card().isUndisturbedSince(mark) || isPinRefusal(failure) || (isLast && isReaders);
+            // What another card refuses says nothing about this one.
+            if (card().isCardExchanged() ? isReaders : isFinal)
+                throw;
+        }
         if (card().isCardExchanged())
             throw PKCS11Exception(CKR_DEVICE_REMOVED);
-    } catch (const PKCS11Exception& failure) {
-        // What another card refuses says nothing about this one; a failure of the reader stays what it is.
-        if (card().isCardExchanged() && failure.value() != CKR_GENERAL_ERROR)
-            throw PKCS11Exception(CKR_DEVICE_REMOVED);
-        if (card().isUndisturbedSince(mark) || card().isCardExchanged() || isPinRefusal(failure))
-            throw;
     }
-    const PCSCSlot::CardMark again = card().cardMark();
-    work();
-    if (!card().isUndisturbedSince(again))
-        throw PKCS11Exception(card().isCardExchanged() ? CKR_DEVICE_REMOVED : CKR_DEVICE_ERROR);
+    throw PKCS11Exception(CKR_DEVICE_ERROR);
 }
 
 int CardToken::sendVerify(const Blob& header, const Blob& data)
