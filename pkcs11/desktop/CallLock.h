@@ -17,6 +17,8 @@ public:
     bool leave();
     /// True for the thread that is inside.
     bool isInside() const { return pthread_equal(m_owner, pthread_self()) != 0; }
+    /// True for it when it has entered again.
+    bool isNested() const { return isInside() && m_depth > 1; }
     /// For the child of a fork: the thread that was inside does not exist there.
     void reset();
 

@@ -41,13 +41,14 @@ void DesktopEdition::endCall()
 {
     if (!m_lock.isInside())
         return; // its wait was abandoned
-    m_transaction.end();
+    if (!m_lock.isNested())
+        m_transaction.end();
     m_lock.leave();
 }
 
 bool DesktopEdition::beginWait()
 {
-    return m_lock.leave();
+    return !m_lock.isNested() && m_lock.leave();
 }
 
 long DesktopEdition::judgeStatus(PCSCSlot& slot, long result)

@@ -121,6 +121,31 @@ TEST_F(DesktopPrograms, EachCallHasTheCardToItselfAndTrustsNoSelection)
     EXPECT_EQ(fakepcsc::callCount("SCardBeginTransaction"), 0);
 }
 
+TEST_F(DesktopPrograms, ACallInsideACallLeavesItTheCard)
+{
+    startPiv();
+    const int other = fakepcsc::addReader("Reader 1");
+    ASSERT_EQ(login("123456"), CKR_OK);
+    CK_ULONG slots = 0;
+    ASSERT_EQ(C_GetSlotList(CK_FALSE, nullptr, &slots), CKR_OK);
+    const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
+    fakepcsc::beforeCall("SCardTransmit", 2, [&] { // as from a signal handler
+        tokenInfo();
+        EXPECT_EQ(fakepcsc::open().transactions, 1);
+        std::thread holder([&] {
+            fakepcsc::awaitBlockedWaits(1);
+            fakepcsc::insertCard(other, std::make_shared<vcard::PivCard>());
+        });
+        CK_SLOT_ID slot = 0;
+        EXPECT_EQ(C_WaitForSlotEvent(0, &slot, nullptr), CKR_OK);
+        holder.join();
+        EXPECT_EQ(slot, 2U);
+        EXPECT_EQ(fakepcsc::open().transactions, 1);
+    });
+    EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_OK);
+    EXPECT_EQ(fakepcsc::open().transactions, 0);
+}
+
 TEST_F(DesktopPrograms, ACallThatDoesNotGetTheCardSaysWhy)
 {
     startPiv();
