@@ -141,7 +141,7 @@ protected:
                      << number(object, CKA_MODULUS_BITS) << ":" << shown(attribute(object, CKA_SUBJECT))
                      << ":" << shown(attribute(object, CKA_ISSUER)) << ":"
                      << shown(attribute(object, CKA_START_DATE)) << "-"
-                     << shown(attribute(object, CKA_END_DATE));
+                     << shown(attribute(object, CKA_END_DATE)) << " " << fakepcsc::callCount("SCardTransmit");
             });
         }
         for (int i = 0; const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY, i); ++i) {

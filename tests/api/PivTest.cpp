@@ -21,12 +21,22 @@ protected:
 
 TEST_F(PivTest, SelectionHasASecondForm)
 {
-    fakepcsc::insertCard(fakepcsc::addReader("Reader"), std::make_shared<vcard::PivCard>());
+    vcard::PivOptions options;
+    options.historicalBytes = vcard::fromText("JCOP21V22");
+    fakepcsc::insertCard(fakepcsc::addReader("Reader"), std::make_shared<vcard::PivCard>(options));
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
     fakepcsc::replaceAnswer({0x6A, 0x86});
     fakepcsc::replaceAnswer({0x90, 0x01}, 2);
     EXPECT_EQ(tokenInfo().label[0], 'P');
     EXPECT_EQ(fakepcsc::sentAPDUs().at(1), "00A4040C0BA000000308000010000100");
+    for (int nth = 1; nth <= 6; ++nth) { // the ATR is asked for again where the reader did not tell it
+        fakepcsc::resetCard(0);
+        fakepcsc::failCall("SCardGetStatusChange", SCARD_F_COMM_ERROR, nth);
+        CK_TOKEN_INFO info{};
+        C_GetTokenInfo(1, &info);
+        fakepcsc::forgetPlans();
+        EXPECT_EQ(tokenInfo().manufacturerID[0], 'J') << nth;
+    }
 }
 
 TEST_F(PivTest, SignaturesStandUpAndMessagesAreRead)
