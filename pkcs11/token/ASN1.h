@@ -8,7 +8,7 @@ namespace PKCS11 {
 /// Reads one tag and length. Returns 0 and sets *p to the first content byte, cls to the class and
 /// constructed bits, tag to the tag number (the bytes of a long one as they stand, 11111 included) and
 /// length; a first byte of 00 or FF gives 0 with *p null, the end of the data. Returns -1 with *p null for
-/// anything malformed.
+/// anything malformed, but takes a length of 80 (indefinite) for 0.
 int asn1_read_tag(const unsigned char** p, unsigned int len, unsigned int* cls, unsigned int* tag,
                   unsigned int* length);
 

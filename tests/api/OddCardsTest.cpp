@@ -156,6 +156,10 @@ protected:
                 line << decrypt(key, CKM_RSA_PKCS, data).rv << " " << fakepcsc::callCount("SCardTransmit");
             });
         }
+        for (const char* pin : {"", "123456"})
+            step(std::string("new PIN ") + pin, [&](std::ostream& line) {
+                line << setPin("123456", pin) << " " << fakepcsc::sentAPDUs().size();
+            });
         return lines;
     }
 
