@@ -1,11 +1,11 @@
 #include "util/VantorX509Certificate.h"
 
 #include "util/OpenSSLHelpers.h"
+#include "util/QuietErrors.h"
 #include "util/VantorException.h"
 
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
-#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
@@ -32,15 +32,6 @@ void freeMemory(unsigned char* memory)
 using NamePointer = std::unique_ptr<X509_NAME, Deleter<X509_NAME_free>>;
 using NumberPointer = std::unique_ptr<BIGNUM, Deleter<BN_free>>;
 using MemoryPointer = std::unique_ptr<unsigned char, Deleter<freeMemory>>;
-
-/// Keeps failures that do not matter out of an error queue that the application may share.
-class QuietErrors {
-public:
-    QuietErrors() { ERR_set_mark(); }
-    QuietErrors(const QuietErrors&) = delete;
-    QuietErrors& operator=(const QuietErrors&) = delete;
-    ~QuietErrors() { ERR_pop_to_mark(); }
-};
 
 struct KeyType {
     std::uint32_t algorithm;

@@ -6,10 +6,10 @@
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/drivers/common/Output.h"
 #include "pkcs11/drivers/common/PKCS1.h"
+#include "util/QuietErrors.h"
 
 #include <cstring>
 #include <openssl/bn.h>
-#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
 
@@ -108,12 +108,11 @@ Blob PSSSign::block(const Blob& hash) const
 {
     if (hash.size() != EVP_MD_size(m_hash))
         throw PKCS11Exception(CKR_DATA_LEN_RANGE, "", "PSSSign::block");
+    const QuietErrors quiet;
     Blob padded(size(), 0x00);
     if (RSA_padding_add_PKCS1_PSS_mgf1(keyOf(modulus()).get(), padded.data(), hash.data(), m_hash, m_maskHash,
-                                       m_saltLength) != 1) {
-        ERR_clear_error();
+                                       m_saltLength) != 1)
         throw PKCS11Exception(CKR_FUNCTION_FAILED, "libcrypto refuses the padding", "PSSSign::block");
-    }
     return padded;
 }
 

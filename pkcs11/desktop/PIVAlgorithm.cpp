@@ -1,9 +1,9 @@
 #include "pkcs11/desktop/PIVAlgorithm.h"
 
 #include "pkcs11/token/BERCoder.h"
+#include "util/QuietErrors.h"
 
 #include <memory>
-#include <openssl/err.h>
 #include <openssl/x509.h>
 
 namespace PKCS11 {
@@ -64,13 +64,13 @@ void readKey(const X509& certificate, PIVAlgorithm& algorithm)
 
 PIVAlgorithm PIVAlgorithm::of(const Blob& certificate)
 {
+    const QuietErrors quiet;
     PIVAlgorithm algorithm;
     const unsigned char* at = certificate.data();
     const std::unique_ptr<X509, decltype(&X509_free)> x509(d2i_X509(nullptr, &at, certificate.size()),
                                                            &X509_free);
     if (x509 != nullptr)
         readKey(*x509, algorithm);
-    ERR_clear_error();
     return algorithm;
 }
 

@@ -5,6 +5,7 @@
 
 #include <numeric>
 #include <openssl/ecdsa.h>
+#include <openssl/err.h>
 #include <sstream>
 
 namespace {
@@ -192,7 +193,11 @@ TEST_F(DesktopSigning, KeysOfEachKindTellWhatTheyAreAndSign)
     // A curve that is none of PIV's.
     const Bytes foreign = vcard::EcKey::get("P-521").certificate("P-521");
     card->putObject(0x0B, vcard::tlv(0x53, vcard::tlv(0x70, foreign)));
+    card->putObject(0x01, bytes("53(70(3000))"));
+    ERR_raise(ERR_LIB_USER, 7); // of the application
     begin(card);
+    EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 7);
+    EXPECT_EQ(ERR_peek_error(), 0U);
     EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_EC_POINT).bytes,
               vcard::tlv(0x04, vcard::EcKey::get("P-256", 0x9A).point()));
     EXPECT_EQ(attribute(find(CKO_PRIVATE_KEY), CKA_EC_POINT).rv, CKR_ATTRIBUTE_TYPE_INVALID);
