@@ -47,12 +47,13 @@ protected:
         EXPECT_EQ(open(), CKR_OK);
         EXPECT_EQ(login("123456"), CKR_OK);
     }
-    /// VERIFY, CHANGE REFERENCE DATA and RESET RETRY COUNTER.
+    /// How many VERIFY, CHANGE REFERENCE DATA and RESET RETRY COUNTER reached a card.
     static long pinCommands()
     {
-        const std::vector<std::string> sent = fakepcsc::sentAPDUs();
-        return std::count_if(sent.begin(), sent.end(), [](const std::string& apdu) {
-            return std::regex_search(apdu, std::regex("^..2[04C]"));
+        const std::vector<fakepcsc::Call> calls = fakepcsc::calls();
+        return std::count_if(calls.begin(), calls.end(), [](const fakepcsc::Call& call) {
+            return call.result == 0 && call.command.size() > 1 &&
+                   (call.command[1] == 0x20 || call.command[1] == 0x24 || call.command[1] == 0x2C);
         });
     }
     /// In a new session of the same user.
@@ -70,7 +71,7 @@ protected:
     std::vector<Use> uses(const Family& family)
     {
         const CK_OBJECT_HANDLE mine = find(CKO_PRIVATE_KEY), theirs = find(CKO_PUBLIC_KEY);
-        const Bytes data(20, 1), signature = sign(mine, CKM_RSA_PKCS, data).bytes;
+        const Bytes data = m_digestInfo, signature = sign(mine, CKM_RSA_PKCS, data).bytes;
         const auto owner = publicKeyOf(vcard::RsaKey::get(1024, family.keyPair).certificate("Any"));
         const Bytes block = encryptFor(owner, data);
         const char* const soPin = family.soPin;
@@ -172,25 +173,34 @@ protected:
         lengths.push_back(fakepcsc::sentAPDUs().size());
         note("lengths, and commands until there", lengths);
         reopen();
+        const auto refuse = [](unsigned status) {
+            return [=](int nth) { fakepcsc::replaceAnswer(vcard::twoBytes(status), nth); };
+        };
+        const auto before = [](int nth, const std::function<void()>& action) {
+            fakepcsc::beforeCall("SCardTransmit", nth, action);
+        };
+        const auto exchange = [&] { fakepcsc::insertCard(m_reader, family.make()); };
+        const std::pair<const char*, std::function<void(int)>> disturbances[] = {
+            {"refused with 6A80", refuse(0x6A80)},
+            {"refused with 63C2", refuse(0x63C2)},
+            {"refused with 6983", refuse(0x6983)},
+            {"refused with 63C2 behind a reset",
+             [&](int nth) { before(nth, [this] { fakepcsc::resetCard(m_reader); }), refuse(0x63C2)(nth); }},
+            {"exchanged", [&](int nth) { before(nth, exchange); }}};
         for (const Use& use : uses(family)) { // with the handles of a user who is logged in
             reopen();
             fakepcsc::clearCalls();
             text += use.name + hex(use.run());
             text += trace.failures();
             const int commands = fakepcsc::callCount("SCardTransmit");
-            for (const auto& [status, isReset] :
-                 {std::pair(0x6A80U, false), {0x63C2, false}, {0x6983, false}, {0x63C2, true}}) {
-                text += ", refused with " + vcard::toHex(vcard::twoBytes(status));
-                text += isReset ? " behind a reset, and PIN commands:" : ":";
+            for (const auto& [what, disturb] : disturbances) {
+                text += std::string(", ") + what + ":";
                 for (int nth = 1; nth <= commands; ++nth) {
                     reopen();
                     fakepcsc::clearCalls();
-                    if (isReset)
-                        fakepcsc::beforeCall("SCardTransmit", nth, [this] { fakepcsc::resetCard(m_reader); });
-                    fakepcsc::replaceAnswer(vcard::twoBytes(status), nth);
+                    disturb(nth);
                     text += hex(use.run());
-                    text += isReset ? "/" + std::to_string(pinCommands()) : "";
-                    text += trace.failures();
+                    text += "/" + std::to_string(pinCommands()) + trace.failures();
                     fakepcsc::forgetPlans();
                 }
             }
@@ -337,7 +347,8 @@ TEST_F(CallsTest, EachUseSendsItsCommands)
     std::string shown;
     const auto note = [&](const std::string& name) {
         std::string line;
-        for (const std::string& apdu : fakepcsc::sentAPDUs()) {
+        for (std::string apdu : fakepcsc::sentAPDUs()) {
+            apdu = std::regex_replace(apdu, std::regex(vcard::toHex(m_digestInfo)), "(data)");
             const bool isLong = apdu.size() > 60;
             line += " " + apdu.substr(0, isLong ? 10 : apdu.rfind("00C0", 0) == 0 ? 4 : apdu.npos);
             line += isLong ? "+" + std::to_string(apdu.size() / 2 - 5) : "";

@@ -19,9 +19,6 @@ protected:
     static void answer(const std::string& text, int nth) { fakepcsc::replaceAnswer(bytes(text), nth); }
 
     std::shared_ptr<IasCard> m_card;
-    /// SEQUENCE { SEQUENCE { sha256, NULL }, OCTET STRING }
-    const Bytes m_digestInfo =
-        vcard::join({vcard::fromHex("3031300D060960864801650304020105000420"), Bytes(32, 0x5A)});
 };
 
 } // namespace

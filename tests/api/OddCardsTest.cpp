@@ -145,15 +145,14 @@ protected:
             });
         }
         for (int i = 0; const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY, i); ++i) {
-            const Bytes data =
-                vcard::join({vcard::fromHex("3031300D060960864801650304020105000420"), Bytes(32)});
             step("sign " + std::to_string(i), [&](std::ostream& line) {
-                line << std::dec << sign(key, CKM_RSA_PKCS, data, 1).length << std::hex << " ";
-                const Outcome outcome = sign(key, CKM_RSA_PKCS, data);
+                line << std::dec << sign(key, CKM_RSA_PKCS, m_digestInfo, 1).length << std::hex << " ";
+                const Outcome outcome = sign(key, CKM_RSA_PKCS, m_digestInfo);
                 line << outcome.rv << " " << shown(outcome) << " " << fakepcsc::callCount("SCardTransmit");
             });
             step("decrypt " + std::to_string(i), [&](std::ostream& line) {
-                line << decrypt(key, CKM_RSA_PKCS, data).rv << " " << fakepcsc::callCount("SCardTransmit");
+                line << decrypt(key, CKM_RSA_PKCS, m_digestInfo).rv << " "
+                     << fakepcsc::callCount("SCardTransmit");
             });
         }
         for (const char* pin : {"", "123456"})

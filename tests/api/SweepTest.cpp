@@ -149,18 +149,18 @@ protected:
     {
         const std::string name = when + " key " + std::to_string(key.handle);
         if (key.isPrivate)
-            step(name + " signs", sign(key.handle, CKM_RSA_PKCS, kData));
+            step(name + " signs", sign(key.handle, CKM_RSA_PKCS, m_digestInfo));
         if (key.isPrivate && !key.message.empty())
             step(name + " decrypts", decrypt(key.handle, CKM_RSA_PKCS, key.message));
         if (key.encrypts) {
             // The separator and the data; the filler may differ each time.
-            const Outcome secret = encrypt(key.handle, CKM_RSA_PKCS, kData);
+            const Outcome secret = encrypt(key.handle, CKM_RSA_PKCS, m_digestInfo);
             const Bytes block = key.pair->privateOperation(secret.bytes);
-            const std::size_t filler = block.size() - std::min(block.size(), kData.size() + 1);
+            const std::size_t filler = block.size() - std::min(block.size(), m_digestInfo.size() + 1);
             step(name + " encrypts", secret.rv, {block.data() + filler, block.data() + block.size()});
         }
         if (key.verifies)
-            step(name + " verifies", verify(key.handle, CKM_RSA_PKCS, kData, m_signature));
+            step(name + " verifies", verify(key.handle, CKM_RSA_PKCS, m_digestInfo, m_signature));
     }
     Life live()
     {
@@ -202,14 +202,15 @@ protected:
                 if (modulus != pair.modulus() || (kind != CKO_PRIVATE_KEY && kind != CKO_PUBLIC_KEY))
                     continue;
                 KnownKey key{object, kind == CKO_PRIVATE_KEY,
-                             &pair,  encryptFor(publicKeyOf(pair.certificate("Any")), kData),
+                             &pair,  encryptFor(publicKeyOf(pair.certificate("Any")), m_digestInfo),
                              false,  false};
                 if (key.isPrivate && decrypt(object, CKM_RSA_PKCS, key.message).rv != CKR_OK)
                     key.message.clear();
                 if (key.isPrivate)
-                    m_signature = sign(object, CKM_RSA_PKCS, kData).bytes;
-                key.encrypts = !key.isPrivate && encrypt(object, CKM_RSA_PKCS, kData).rv == CKR_OK;
-                key.verifies = !key.isPrivate && verify(object, CKM_RSA_PKCS, kData, m_signature) == CKR_OK;
+                    m_signature = sign(object, CKM_RSA_PKCS, m_digestInfo).bytes;
+                key.encrypts = !key.isPrivate && encrypt(object, CKM_RSA_PKCS, m_digestInfo).rv == CKR_OK;
+                key.verifies =
+                    !key.isPrivate && verify(object, CKM_RSA_PKCS, m_digestInfo, m_signature) == CKR_OK;
                 m_keys.push_back(key);
                 break;
             }
@@ -260,9 +261,6 @@ protected:
     std::vector<KnownKey> m_keys;
     Bytes m_signature;
     std::map<Held, Life> m_peace;
-    /// SEQUENCE { SEQUENCE { sha256, NULL }, OCTET STRING }
-    const Bytes kData =
-        vcard::join({vcard::fromHex("3031300D060960864801650304020105000420"), Bytes(32, 0x5A)});
 };
 
 } // namespace
@@ -278,7 +276,7 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
     EXPECT_TRUE(m_peace[own].failures.empty());
     for (const KnownKey& key : m_keys)
         EXPECT_TRUE(!key.isPrivate ||
-                    isSignature(publicKeyOf(key.pair->certificate("Any")), kData,
+                    isSignature(publicKeyOf(key.pair->certificate("Any")), m_digestInfo,
                                 m_peace[own].values["first key " + std::to_string(key.handle) + " signs"]));
 
     constexpr LONG kCodes[] = {SCARD_F_COMM_ERROR, SCARD_E_NO_SERVICE, SCARD_W_UNPOWERED_CARD,

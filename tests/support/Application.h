@@ -160,6 +160,9 @@ public:
         return {EVP_PKEY_CTX_new(key.get(), nullptr), &EVP_PKEY_CTX_free};
     }
 
+    /// SEQUENCE { SEQUENCE { sha256, NULL }, OCTET STRING } (PKCS#1)
+    const Bytes m_digestInfo =
+        vcard::join({vcard::fromHex("3031300D060960864801650304020105000420"), Bytes(32, 0x5A)});
     int m_reader = 0;
     CK_SESSION_HANDLE m_session = 0;
 

@@ -3,10 +3,10 @@
 
 #include "pkcs11/pcsc/CardIdentification.h"
 #include "pkcs11/token/Token.h"
-#include "tests/support/ScriptedCard.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Expected.h"
 #include "tests/support/Failure.h"
+#include "tests/support/ScriptedCard.h"
 #include "tests/support/TraceFile.h"
 
 #include <winscard.h>
@@ -95,7 +95,11 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
     Blob answer;
     const auto command = [&](const std::string& text) -> Operation { return [=] { return send(text); }; };
     const Operation read = [&] { return shown(m_slot->ReadBinary(answer), answer); };
-    const Operation readEF = [&] { return PKCS11_blob2hex(m_slot->ReadBinaryEF()); };
+    const Operation readEF = [&] {
+        bool isWhole = false;
+        const std::string content = PKCS11_blob2hex(m_slot->ReadBinaryEF(&isWhole));
+        return content + (isWhole ? "" : " and more");
+    };
     const Operation gather = [&] { return PKCS11_blob2hex(m_slot->SendCard(header, hex("AA"))); };
     const Operation appl = [&] { return PKCS11_blob2hex(m_slot->SelectAppl("A001")); };
     const Operation file = [&] { return m_slot->SelectEF_IAS(0x5031), "done"; };
@@ -151,6 +155,8 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
          "0102030405"},
         {readEF, "00B0000000:6700 00B0000070:6700", ""},
         {readEF, "00B0000000:019000 00B0000100:6B00", "01"},
+        {readEF, "00B0000000:019000 00B0000100:6A86", "01"},
+        {readEF, "00B0000000:019000 00B0000100:6F00", "01 and more"},
         {readEF, chunks(128, 256), repeated(repeated("11", 256), 128)},
         // Under T=0 with the length that the card names.
         {readEF, "00B0000000:6C40 00B0000040:6C41 00B0000041:016282", "01", "", true},
