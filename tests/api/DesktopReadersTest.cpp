@@ -80,6 +80,10 @@ TEST_F(DesktopReaders, ARestartedServiceIsUsedAtTheNextCall)
         EXPECT_TRUE(signs());
         wait(CKF_DONT_BLOCK);
     }
+    for (const LONG lost : {SCARD_E_NO_SERVICE, SCARD_E_SERVICE_STOPPED, SCARD_E_INVALID_HANDLE}) {
+        fakepcsc::failCall("SCardGetStatusChange", lost);
+        EXPECT_EQ(info(1), CKR_OK);
+    }
     for (const int failures : {1, 2}) { // one is forgiven
         fakepcsc::failCall("SCardGetStatusChange", SCARD_F_COMM_ERROR, 1, failures);
         CK_SLOT_ID slot = 0;
@@ -100,6 +104,10 @@ TEST_F(DesktopReaders, AReaderThatIsGoneIsEmptyAndKeepsItsSlot)
     const auto state = [] { return State(slots(), slots(true), wait(CKF_DONT_BLOCK)); };
     start(std::make_shared<vcard::PivCard>());
     insert(fakepcsc::addReader("Reader 1"));
+    IDs room(2);
+    CK_ULONG count = 1; // from before the second reader came
+    EXPECT_EQ(C_GetSlotList(CK_FALSE, room.data(), &count), CKR_OK);
+    EXPECT_EQ(room, IDs({1, 0}));
     CK_SLOT_INFO slot{};
     EXPECT_EQ(C_GetSlotInfo(2, &slot), CKR_SLOT_ID_INVALID);
     EXPECT_EQ(state(), State({1, 2}, {1, 2}, 0));
@@ -135,6 +143,9 @@ TEST_F(DesktopReaders, ABlockedWaitSeesReadersComeAndGo)
               }),
               4U);
     EXPECT_EQ(reportedWhen([] { C_Finalize(nullptr); }), 0U);
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    fakepcsc::detachReader(0, true); // before anybody looked
+    EXPECT_EQ(reportedWhen([] { fakepcsc::removeCard(2); }), 3U);
 }
 
 TEST_F(DesktopReaders, AForkedChildStartsAnewBesideItsParent)
@@ -156,7 +167,8 @@ TEST_F(DesktopReaders, AForkedChildStartsAnewBesideItsParent)
         const bool good =
             C_Initialize(nullptr) == CKR_OK && slots(true) == IDs({1}) && open() == CKR_OK &&
             login("123456") == CKR_OK && signs() && wait(CKF_DONT_BLOCK) == 0 &&
-            C_Finalize(nullptr) == CKR_OK && fakepcsc::open().handles == 1 &&
+            C_Finalize(nullptr) == CKR_OK && C_CloseAllSessions(1) == CKR_CRYPTOKI_NOT_INITIALIZED &&
+            fakepcsc::open().handles == 1 &&
             fakepcsc::open().contexts == contexts + 1; // the parent's, and its own until the end
         _exit(good ? 0 : 1); // what the other thread held would be a leak to the sanitizer
     }

@@ -1,4 +1,5 @@
 #include "tests/support/ByteText.h"
+#include "tests/support/Certificates.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Families.h"
 #include "tools/vcard/PivCard.h"
@@ -193,11 +194,10 @@ TEST_F(DesktopSigning, KeysOfEachKindTellWhatTheyAreAndSign)
     // A curve that is none of PIV's.
     const Bytes foreign = vcard::EcKey::get("P-521").certificate("P-521");
     card->putObject(0x0B, vcard::tlv(0x53, vcard::tlv(0x70, foreign)));
-    card->putObject(0x01, bytes("53(70(3000))"));
-    ERR_raise(ERR_LIB_USER, 7); // of the application
+    // Nor is a point that is compressed.
+    card->putObject(0x01, bytes("53(70(" + PKCS11::PKCS11_blob2hex(certificate("compressed.der")) + "))"));
     begin(card);
-    EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 7);
-    EXPECT_EQ(ERR_peek_error(), 0U);
+    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY, 3), CKM_ECDSA, Bytes(32)).rv, CKR_FUNCTION_NOT_SUPPORTED);
     EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_EC_POINT).bytes,
               vcard::tlv(0x04, vcard::EcKey::get("P-256", 0x9A).point()));
     EXPECT_EQ(attribute(find(CKO_PRIVATE_KEY), CKA_EC_POINT).rv, CKR_ATTRIBUTE_TYPE_INVALID);
@@ -292,7 +292,12 @@ TEST_F(DesktopSigning, TokensThatTakePSSKnowItsHashes)
 
 TEST_F(DesktopSigning, NumbersOfACurveAreTakenFromTheAnswer)
 {
-    begin(pivWith({{0x9A, 0, "P-256"}}));
+    const auto card = pivWith({{0x9A, 0, "P-256"}});
+    card->putObject(0x0A, bytes("53(70(3000))"));
+    ERR_raise(ERR_LIB_USER, 7); // the application's own
+    begin(card);
+    EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 7);
+    EXPECT_EQ(ERR_peek_error(), 0U);
     const std::string zeros(62, '0');
     const std::pair<std::string, std::string> rows[] = {
         {"30(020200FF 020101)", zeros + "FF" + zeros + "01"}, // a sign byte goes, zeros come back

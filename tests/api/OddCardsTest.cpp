@@ -1,9 +1,9 @@
 // What changes for an application when a card holds or answers something odd, in a file beside this one.
 #include "tests/support/ByteText.h"
+#include "tests/support/Certificates.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Expected.h"
 #include "tests/support/TraceFile.h"
-#include "tests/unit/util/Certificates.h"
 #include "tools/vcard/CardOSCard.h"
 #include "tools/vcard/Families.h"
 #include "tools/vcard/IasCard.h"

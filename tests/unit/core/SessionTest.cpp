@@ -288,6 +288,7 @@ std::string outcome(const Call& call, void (*arrange)(W&))
             if (auto* key = dynamic_cast<SecretKey*>(&object); key != nullptr && !key->getValue().empty())
                 tell(true, PKCS11_blob2hex(key->getValue()));
         }
+    codeOf([&] { tell(w.object<Storage>(kPrivate).getOnToken() != CK_FALSE, "moves the key"); });
     tell(w.objects().highWater() != kBare + CK_ULONG{w.made != 0} + CK_ULONG{w.made2 != 0},
          "and more objects");
     tell(state() != before, "state " + std::to_string(state()));

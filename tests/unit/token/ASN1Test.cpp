@@ -1,7 +1,7 @@
 #include "pkcs11/token/ASN1.h"
 #include "tests/support/ByteText.h"
+#include "tests/support/Certificates.h"
 #include "tests/support/Failure.h"
-#include "tests/unit/util/Certificates.h"
 
 using namespace PKCS11;
 

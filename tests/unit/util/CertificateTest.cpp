@@ -1,5 +1,5 @@
 #include "pkcs11/token/Hex.h"
-#include "tests/unit/util/Certificates.h"
+#include "tests/support/Certificates.h"
 #include "util/OpenSSLHelpers.h"
 #include "util/VantorException.h"
 #include "util/VantorX509Certificate.h"
