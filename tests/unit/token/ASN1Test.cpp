@@ -37,9 +37,11 @@ TEST(PublicKey, ComesOutOfRSACertificatesOnly)
     const Blob cert = certificate("rsa.der");
     for (int length = 0; length < cert.size(); ++length)
         EXPECT_FALSE(getPublicKey(cert.slice(0, length), modulus, exponent));
-    std::string foreign = PKCS11_blob2hex(cert);
-    foreign.replace(foreign.find("3048024100C0"), 2, "31");
-    EXPECT_FALSE(getPublicKey(hex(foreign), modulus, exponent));
+    for (const auto& [part, other] : {std::pair("3048024100C0", "31"), {"0203010001", "0201010500"}}) {
+        std::string foreign = PKCS11_blob2hex(cert);
+        foreign.replace(foreign.find(part), std::string(other).size(), other);
+        EXPECT_FALSE(getPublicKey(hex(foreign), modulus, exponent)) << other;
+    }
 
     unsigned char buffers[65 + 3];
     const auto get = [&](unsigned int m, unsigned int e) {
