@@ -2,7 +2,6 @@
 #include "pkcs11/drivers/edu/AcosEDUToken.h"
 #include "pkcs11/frontend/SystemWrapper.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
-#include "tests/support/ByteText.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Failure.h"
 #include "tools/vcard/AcosCard.h"
@@ -12,10 +11,7 @@ using PKCS11::Blob;
 
 namespace {
 
-class AcosTest : public CryptokiFixture {
-protected:
-    void answer(const std::string& text, int nth) { fakepcsc::replaceAnswer(bytes(text), nth); }
-};
+using AcosTest = CryptokiFixture;
 
 } // namespace
 

@@ -1,4 +1,3 @@
-#include "tests/support/ByteText.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tools/vcard/CardOSCard.h"
 
@@ -19,7 +18,6 @@ protected:
         start(m_card);
         ASSERT_EQ(login("123456"), CKR_OK);
     }
-    static void answer(const std::string& text, int nth) { fakepcsc::replaceAnswer(bytes(text), nth); }
     std::shared_ptr<vcard::CardOSCard> m_card;
     const Bytes m_data = vcard::fromText("a message of some bytes");
 };

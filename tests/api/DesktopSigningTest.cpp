@@ -1,4 +1,3 @@
-#include "tests/support/ByteText.h"
 #include "tests/support/Certificates.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Families.h"
@@ -247,7 +246,7 @@ TEST_F(DesktopSigning, OperationsRefuseWhatTheyCannotUse)
     }
     // The card's refusal, which its own mechanisms pass over, is one.
     fakepcsc::clearCalls();
-    fakepcsc::replaceAnswer({0x6A, 0x88}, 5);
+    answer("6A88", 5);
     mechanism.ulParameterLen = sizeof good;
     EXPECT_EQ(sign(key, mechanism, Bytes(32)).rv, CKR_DEVICE_ERROR);
     // A call for the whole ends an operation in parts.
@@ -300,23 +299,22 @@ TEST_F(DesktopSigning, NumbersOfACurveAreTakenFromTheAnswer)
     EXPECT_EQ(ERR_peek_error(), 0U);
     const std::string zeros(62, '0');
     const std::pair<std::string, std::string> rows[] = {
-        {"30(020200FF 020101)", zeros + "FF" + zeros + "01"}, // a sign byte goes, zeros come back
-        {"", ""},
-        {"30(020101)", ""},
-        {"30(0221 11*33 020101)", ""},
-        {"30(020101 040101)", ""},
-        {"31(020101 020101)", ""},
-        {"3006 020101", ""},
+        {"7C(82(30(020200FF 020101))) 9000",
+         zeros + "FF" + zeros + "01"}, // a sign byte goes, zeros come back
+        {"6982", ""},
+        {"7C(82()) 9000", ""},
+        {"7C(82(30(020101))) 9000", ""},
+        {"7C(82(30(0221 11*33 020101))) 9000", ""},
+        {"7C(82(30(020101 040101))) 9000", ""},
+        {"7C(82(31(020101 020101))) 9000", ""},
+        {"7C(82(3006 020101)) 9000", ""},
     };
-    const auto expectSigned = [&](const Bytes& answer, const std::string& signature) {
-        fakepcsc::replaceAnswer(answer, 3); // behind SELECT and VERIFY
+    for (const auto& [numbers, signature] : rows) {
+        answer(numbers, 3); // behind SELECT and VERIFY
         const Outcome outcome = sign(find(CKO_PRIVATE_KEY), CKM_ECDSA, Bytes(32));
-        EXPECT_EQ(outcome.rv, signature.empty() ? CKR_DEVICE_ERROR : CKR_OK) << vcard::toHex(answer);
+        EXPECT_EQ(outcome.rv, signature.empty() ? CKR_DEVICE_ERROR : CKR_OK) << numbers;
         EXPECT_EQ(vcard::toHex(outcome.bytes), signature);
-    };
-    expectSigned({0x69, 0x82}, "");
-    for (const auto& [answer, signature] : rows)
-        expectSigned(bytes("7C(82(" + answer + ")) 9000"), signature);
+    }
 }
 
 } // namespace

@@ -1,4 +1,3 @@
-#include "tests/support/ByteText.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/TraceFile.h"
 #include "tools/vcard/IasCard.h"
@@ -16,8 +15,6 @@ protected:
         m_card = std::make_shared<IasCard>(options);
         start(m_card);
     }
-    static void answer(const std::string& text, int nth) { fakepcsc::replaceAnswer(bytes(text), nth); }
-
     std::shared_ptr<IasCard> m_card;
 };
 

@@ -17,7 +17,6 @@
 namespace {
 
 using PKCS11::PKCS11Exception;
-using Lines = std::vector<std::string>;
 using Codes = std::vector<CK_RV>; // and other numbers
 using LifeCycleTest = CryptokiFixture;
 
@@ -195,18 +194,12 @@ TEST_F(LifeCycleTest, SessionsOfASlotShareItsTokenAndTheLastOneEndsTheLogin)
               Codes({CKR_SESSION_PARALLEL_NOT_SUPPORTED, CKR_ARGUMENTS_BAD, 0, CKR_ATTRIBUTE_VALUE_INVALID}));
 }
 
-TEST_F(LifeCycleTest, CallsAreTracedLineByLineWithoutPins)
+TEST_F(LifeCycleTest, CallsAreTracedWithoutPins)
 {
     TraceFile trace;
     start(std::make_shared<vcard::PivCard>());
-    Lines lines = trace.news();
+    const std::vector<std::string> lines = trace.news();
     EXPECT_EQ(std::count(lines.begin(), lines.end(), "CInitArg :\t 0"), 1);
-    EXPECT_EQ(C_SignFinal(77, nullptr, nullptr), CKR_SESSION_HANDLE_INVALID);
-    EXPECT_EQ(trace.news(),
-              (Lines{std::string(40, '-'), "C_SignFinal", "hSession :\t 77", "pSignature :\t 0",
-                     "pulSignatureLen :\t 0x00000000", "PKCS11Exception:", "ex.value() :\t 179",
-                     "ex.what():\t CKR_SESSION_HANDLE_INVALID", "ex.where():\t SessionList::getSession",
-                     "C_SignFinal return: CKR_SESSION_HANDLE_INVALID", ""}));
     EXPECT_EQ(login("987654"), CKR_PIN_INCORRECT);
     EXPECT_EQ(setPin("987654", "987655"), CKR_PIN_INCORRECT);
     for (const std::string& line : trace.news()) {

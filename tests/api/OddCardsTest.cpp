@@ -1,5 +1,4 @@
 // What changes for an application when a card holds or answers something odd, in a file beside this one.
-#include "tests/support/ByteText.h"
 #include "tests/support/Certificates.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Expected.h"

@@ -25,8 +25,8 @@ TEST_F(PivTest, SelectionHasASecondForm)
     options.historicalBytes = vcard::fromText("JCOP21V22");
     fakepcsc::insertCard(fakepcsc::addReader("Reader"), std::make_shared<vcard::PivCard>(options));
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
-    fakepcsc::replaceAnswer({0x6A, 0x86});
-    fakepcsc::replaceAnswer({0x90, 0x01}, 2);
+    answer("6A86", 1);
+    answer("9001", 2);
     EXPECT_EQ(tokenInfo().label[0], 'P');
     EXPECT_EQ(fakepcsc::sentAPDUs().at(1), "00A4040C0BA000000308000010000100");
     for (int nth = 1; nth <= 6; ++nth) { // the ATR is asked for again where the reader did not tell it
@@ -106,7 +106,7 @@ TEST_F(PivTest, PinsAreChangedByTheirOwners)
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY, 1), CKM_RSA_PKCS, Bytes(20)).length, 128U); // the new one is shown
     const auto disturb = [&](int nth) {
         fakepcsc::beforeCall("SCardTransmit", nth, [&] { fakepcsc::resetCard(m_reader); });
-        fakepcsc::replaceAnswer({0x63, 0xC2}, nth);
+        answer("63C2", nth);
     };
     // Which PIN does a card refuse that was reset beside the change, or has it if the reader failed?
     disturb(2 + isDesktop());
