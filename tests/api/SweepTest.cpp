@@ -346,21 +346,6 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
     }
 }
 
-TEST_P(SweepTest, AWrongPinCostsOneTryWhereverTheCardIsReset)
-{
-    const Held card = make(GetParam(), "123456");
-    insert(card);
-    ASSERT_EQ(open(), CKR_OK);
-    for (int nth = 1; nth <= 4; ++nth) {
-        fakepcsc::beforeCall("SCardTransmit", nth, [&] { fakepcsc::resetCard(m_reader); });
-        EXPECT_EQ(login("654321"), CKR_PIN_INCORRECT);
-        EXPECT_EQ(std::exchange(card->m_lostTries, 0), 1);
-        fakepcsc::forgetPlans();
-        EXPECT_EQ(login("123456"), CKR_OK);
-        EXPECT_EQ(C_Logout(m_session), CKR_OK);
-    }
-}
-
 INSTANTIATE_TEST_SUITE_P(Families, SweepTest, ::testing::ValuesIn(kFamilies), [](const auto& family) {
     std::string name = family.param.name;
     name.erase(std::remove(name.begin(), name.end(), '-'), name.end());
