@@ -142,7 +142,7 @@ Blob AcosTRUSTToken::ReadBinary(unsigned short fid, bool* isWhole)
         content.append(chunk);
     }
     if (isWhole != nullptr)
-        *isWhole = sw == SW_SUCCESS;
+        *isWhole = sw == SW_SUCCESS && content.size() >= std::min(size, kMaxOffset);
     return content;
 }
 

@@ -39,7 +39,7 @@ public:
     /// Throws CKR_DEVICE_ERROR unless the card answers 9000.
     void SelectDF_DECAppl();
     /// Reads a file of DF_DEC, which must be selected, in chunks of 112 bytes. `isWhole` becomes false when
-    /// an error of the card ended the reading.
+    /// it ended before the size that the card told.
     Blob ReadBinary(unsigned short fid, bool* isWhole = nullptr);
     /// Selects DF_DEC and reads a file of it.
     CardValue readFile(unsigned short fid);
