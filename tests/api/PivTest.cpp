@@ -79,20 +79,27 @@ TEST_F(PivTest, WhatIsDisturbedAgainWhileItIsDoneOnceMoreFailsForThat)
     const std::function<void()> disturbances[] = {
         [this] { fakepcsc::resetCard(m_reader); },
         [this] { fakepcsc::insertCard(m_reader, std::make_shared<vcard::PivCard>()); }};
-    std::vector<CK_RV> codes;
+    std::vector<CK_RV> signs, logins;
     for (const auto& disturb : disturbances)
         for (int nth = 4; nth <= 7; ++nth) { // from the repeated command to the one that signs again
             startPiv();
             ASSERT_EQ(login("123456"), CKR_OK);
             fakepcsc::beforeCall("SCardTransmit", 2 + isDesktop(), disturbances[0]);
             fakepcsc::beforeCall("SCardTransmit", nth + isDesktop(), disturb);
-            codes.push_back(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, Bytes(20)).rv);
+            signs.push_back(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, Bytes(20)).rv);
+            fakepcsc::forgetPlans();
+            C_CloseSession(m_session);
+            ASSERT_EQ(open(), CKR_OK);
+            fakepcsc::beforeCall("SCardTransmit", 1 + isDesktop(), disturbances[0]);
+            fakepcsc::beforeCall("SCardTransmit", nth - 2 + isDesktop(), disturb);
+            logins.push_back(login("123456"));
             C_Finalize(nullptr);
             fakepcsc::reset();
         }
-    EXPECT_EQ(codes, (std::vector<CK_RV>{CKR_OK, CKR_DEVICE_ERROR, CKR_DEVICE_ERROR, CKR_DEVICE_ERROR,
-                                         CKR_DEVICE_REMOVED, CKR_GENERAL_ERROR, CKR_GENERAL_ERROR,
-                                         CKR_DEVICE_REMOVED}));
+    constexpr CK_RV kCard = CKR_DEVICE_ERROR, kGone = CKR_DEVICE_REMOVED, kReader = CKR_GENERAL_ERROR;
+    EXPECT_EQ(signs, (std::vector<CK_RV>{CKR_OK, kCard, kCard, kCard, kGone, kReader, kReader, kGone}));
+    EXPECT_EQ(logins,
+              (std::vector<CK_RV>{kReader, CKR_OK, kCard, CKR_OK, kReader, kReader, kReader, CKR_OK}));
 }
 
 TEST_F(PivTest, PinsAreChangedByTheirOwners)
