@@ -124,8 +124,8 @@ TEST_F(WaitTest, PollsReportEachChangeOnce)
     const auto insert = [](int reader) { fakepcsc::insertCard(reader, std::make_shared<vcard::PivCard>()); };
     for (const char* name : {"A reader", "B reader"})
         fakepcsc::addReader(name);
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
-    trace.news();
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK); // the PC/SC system of before goes
+    shown += said(trace);
     const std::function<void()> changes[] = {
         [] {},
         [&] { insert(0), insert(1); },
