@@ -177,13 +177,15 @@ protected:
         const auto before = [](int nth, const std::function<void()>& action) {
             fakepcsc::beforeCall("SCardTransmit", nth, action);
         };
+        const auto reset = [this] { fakepcsc::resetCard(m_reader); };
         const auto exchange = [&] { fakepcsc::insertCard(m_reader, family.make()); };
         const std::pair<const char*, std::function<void(int)>> disturbances[] = {
             {"refused with 6A80", refuse("6A80")},
             {"refused with 63C2", refuse("63C2")},
             {"refused with 6983", refuse("6983")},
-            {"refused with 63C2 behind a reset",
-             [&](int nth) { before(nth, [this] { fakepcsc::resetCard(m_reader); }), refuse("63C2")(nth); }},
+            {"refused with 63C2 behind a reset", [&](int nth) { before(nth, reset), refuse("63C2")(nth); }},
+            {"refused with 6A82 behind a reset of the first",
+             [&](int nth) { before(1, reset), refuse("6A82")(nth); }},
             {"exchanged", [&](int nth) { before(nth, exchange); }}};
         for (const Use& use : uses(family)) { // with the handles of a user who is logged in
             reopen();
@@ -399,10 +401,13 @@ TEST_F(CallsTest, EachFamilyShowsItsTokenAndObjects)
         }
         shown += token.str() + "\n";
         for (const CK_OBJECT_HANDLE object : findAll()) {
+            std::map<CK_ATTRIBUTE_TYPE, CK_BYTE> empty; // and what is put there
             for (CK_ATTRIBUTE_TYPE type = 0; type < 0x200; ++type) {
                 const Outcome value = attribute(object, type);
                 if (value.rv != CKR_OK)
                     continue;
+                if (value.length == 0)
+                    empty[type] = static_cast<CK_BYTE>(empty.size());
                 const bool isNumber = type == CKA_CLASS || type == CKA_KEY_TYPE || type == CKA_MODULUS_BITS ||
                                       type == CKA_CERTIFICATE_TYPE;
                 std::string name = PKCS11::attributeType2string_ne(type);
@@ -416,6 +421,12 @@ TEST_F(CallsTest, EachFamilyShowsItsTokenAndObjects)
                                                   : vcard::toHex(value.bytes)) +
                              "; ";
             }
+            for (auto& [type, byte] : empty) {
+                CK_ATTRIBUTE entry{type, &byte, 1};
+                C_SetAttributeValue(m_session, object, &entry, 1);
+            }
+            for (const auto& [type, byte] : empty)
+                shown += attribute(object, type).bytes == Bytes{byte} ? "set; " : "not set; ";
             shown += "\n";
         }
         fakepcsc::clearCalls(); // it is known by now

@@ -165,7 +165,8 @@ TEST_F(DesktopReaders, AForkedChildStartsAnewBesideItsParent)
     if (child == 0) {
         alarm(30);
         const bool good =
-            C_Initialize(nullptr) == CKR_OK && slots(true) == IDs({1}) && open() == CKR_OK &&
+            C_Initialize(nullptr) == CKR_OK && C_Initialize(nullptr) == CKR_CRYPTOKI_ALREADY_INITIALIZED &&
+            C_Finalize(nullptr) == CKR_OK && slots(true) == IDs({1}) && open() == CKR_OK &&
             login("123456") == CKR_OK && signs() && wait(CKF_DONT_BLOCK) == 0 &&
             C_Finalize(nullptr) == CKR_OK && C_CloseAllSessions(1) == CKR_CRYPTOKI_NOT_INITIALIZED &&
             fakepcsc::open().handles == 1 &&

@@ -172,7 +172,12 @@ TEST_F(LifeCycleTest, SessionsOfASlotShareItsTokenAndTheLastOneEndsTheLogin)
                      endSignature(second), endSignature(reading), C_CloseSession(reading)}),
               Codes({0, 0, 0, 0, CKR_OPERATION_NOT_INITIALIZED, 0, CKR_OPERATION_NOT_INITIALIZED, 0}));
 
-    // Another card pauses both sessions; the one that is used comes back, and searches from the start.
+    while (m_session < 10)
+        ASSERT_EQ(open(), CKR_OK);
+    EXPECT_EQ(beginSignature(m_session, 1), CKR_OK);
+    const CK_SESSION_HANDLE tenth = m_session;
+
+    // Another card pauses all sessions; the one that is used comes back, and searches from the start.
     CK_OBJECT_HANDLE found[20] = {};
     CK_ULONG count = 0;
     EXPECT_EQ(Codes({C_FindObjectsInit(first, nullptr, 0), C_FindObjects(first, found, 5, &count)}),
@@ -180,7 +185,8 @@ TEST_F(LifeCycleTest, SessionsOfASlotShareItsTokenAndTheLastOneEndsTheLogin)
     fakepcsc::insertCard(m_reader, card);
     m_session = first;
     EXPECT_EQ(Codes({login("123456"), C_FindObjects(first, found, 20, &count), count}), Codes({0, 0, 12}));
-    EXPECT_EQ(Codes({C_CloseAllSessions(1), // the paused one last
+    EXPECT_EQ(endSignature(tenth), CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(Codes({C_CloseAllSessions(1), // the paused ones last
                      C_CloseSession(second), open(), state(m_session), login("123456")}),
               Codes({0, CKR_SESSION_HANDLE_INVALID, 0, CKS_RW_PUBLIC_SESSION, 0}));
     const CK_SESSION_HANDLE third = m_session;
@@ -211,6 +217,7 @@ TEST_F(LifeCycleTest, CallsAreTracedWithoutPins)
 TEST_F(LifeCycleTest, FailuresBelowBecomeCodesAndPauseSessions)
 {
     start(std::make_shared<vcard::PivCard>());
+    ASSERT_EQ(open(), CKR_OK); // whose handle is no slot's ID
     const auto paused = [&] { return wrapper.sessions()->peekSession(m_session)->isPaused(); };
     const auto loginWhere = [this](const std::function<void()>& fails) {
         fakepcsc::beforeCall("SCardTransmit", 1, fails);
