@@ -1,4 +1,5 @@
 #include "tests/support/CryptokiFixture.h"
+#include "tests/support/TraceFile.h"
 #include "tools/vcard/PivCard.h"
 
 #include <winscard.h>
@@ -47,7 +48,11 @@ TEST_F(PivTest, SignaturesStandUpAndMessagesAreRead)
         options.manners.t0 = t0;
         startPiv(options);
         ASSERT_EQ(login("123456"), CKR_OK);
-        EXPECT_EQ((tokenInfo().flags & CKF_TOKEN_INITIALIZED) != 0, isDesktop());
+        TraceFile trace;
+        const CK_FLAGS flags = tokenInfo().flags;
+        EXPECT_EQ((flags & CKF_TOKEN_INITIALIZED) != 0, isDesktop());
+        const std::vector<std::string> lines = trace.lines();
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), "pInfo->flags :\t " + std::to_string(flags)), 1);
         const Bytes data = vcard::fromText("a DigestInfo");
         const auto key = find(CKO_PRIVATE_KEY);
         fakepcsc::clearCalls();

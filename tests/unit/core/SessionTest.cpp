@@ -164,6 +164,7 @@ const struct {
      [](W& w) { w.session.logout(), w.token().LoginSO(Blob("so")); }},
     {"the administrator is logged in, but the user should be",
      [](W& w) { w.loginSO(), script.tokenFlags = CKF_LOGIN_REQUIRED; }},
+    {"opened with flags that count for nothing", [](W& w) { w.openAs(~0UL); }},
     {"to read only", [](W& w) { w.openAs(CKF_SERIAL_SESSION); }},
     {"to read only, nothing onto the token", [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.onToken = 0; }},
     {"to read only, onto the token in no byte",
