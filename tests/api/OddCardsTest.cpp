@@ -158,6 +158,12 @@ protected:
             step(std::string("new PIN ") + pin, [&](std::ostream& line) {
                 line << setPin("123456", pin) << " " << fakepcsc::sentAPDUs().size();
             });
+        step("first PIN", [&](std::ostream& line) {
+            Bytes pin = vcard::fromText("123456");
+            C_Logout(m_session);
+            line << login(odd.family == "ias" ? "87654321" : "12345678", CKU_SO) << " ";
+            line << C_InitPIN(m_session, pin.data(), pin.size()) << " " << fakepcsc::sentAPDUs().size();
+        });
         return lines;
     }
 

@@ -221,6 +221,8 @@ const struct {
      [](W& w) { w.session.logout(), w.input = kLong.data(), w.n = 65536; }},
     {"nobody is logged in, a longer input",
      [](W& w) { w.session.logout(), w.input = kLong.data(), w.n = 65537; }},
+    {"nobody is logged in, no input of a longer length",
+     [](W& w) { w.session.logout(), w.input = nullptr, w.n = 65537; }},
     {"nobody is logged in, no input of no length",
      [](W& w) { w.session.logout(), w.input = nullptr, w.n = 0; }},
     {"nobody is logged in, input of no length", [](W& w) { w.session.logout(), w.n = 0; }},
