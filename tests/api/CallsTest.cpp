@@ -11,6 +11,7 @@
 #include <regex>
 #include <set>
 #include <sstream>
+#include <winscard.h>
 
 namespace {
 
@@ -214,11 +215,10 @@ protected:
                             C_Decrypt(m_session, in, 8, out, &(length = sizeof out)),
                             encrypt(theirs, CKM_RSA_PKCS, {1}).rv, verify(theirs, CKM_RSA_PKCS, {1}, {1})});
         // With so many objects in the end.
-        text += "begin, refused with 6A82:";
-        const auto refused = [&](int nth) {
+        const auto begins = [&](int nth, const std::function<void(int)>& disturb) {
             fakepcsc::resetCard(m_reader);
             fakepcsc::clearCalls();
-            answer("6A82", nth);
+            disturb(nth);
             CK_TOKEN_INFO info{};
             text += hex(C_GetTokenInfo(1, &info));
             text += trace.failures();
@@ -228,7 +228,14 @@ protected:
             text += "/" + std::to_string(findAll().size());
             return nth <= commands;
         };
-        for (int nth = 1; refused(nth); ++nth)
+        text += "begin, refused with 6A82:";
+        for (int nth = 1; begins(nth, refuse("6A82")); ++nth)
+            ;
+        text += ", lost behind a reset:";
+        const auto lose = [&](int nth) {
+            before(nth, reset), fakepcsc::failCall("SCardReconnect", SCARD_F_COMM_ERROR);
+        };
+        for (int nth = 1; begins(nth, lose); ++nth)
             ;
         text += "\n";
         trace.failures();

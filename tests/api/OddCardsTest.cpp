@@ -140,7 +140,11 @@ protected:
                      << number(object, CKA_MODULUS_BITS) << ":" << shown(attribute(object, CKA_SUBJECT))
                      << ":" << shown(attribute(object, CKA_ISSUER)) << ":"
                      << shown(attribute(object, CKA_START_DATE)) << "-"
-                     << shown(attribute(object, CKA_END_DATE)) << " " << fakepcsc::callCount("SCardTransmit");
+                     << shown(attribute(object, CKA_END_DATE)) << ":"
+                     << shown(attribute(object, CKA_OBJECT_ID)) << ":";
+                for (const CK_ATTRIBUTE_TYPE use : {CKA_SIGN, CKA_DECRYPT, CKA_VERIFY, CKA_ENCRYPT})
+                    line << number(object, use);
+                line << " " << fakepcsc::callCount("SCardTransmit");
             });
         }
         for (int i = 0; const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY, i); ++i) {

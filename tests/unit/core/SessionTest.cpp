@@ -167,6 +167,8 @@ const struct {
     {"opened with flags that count for nothing", [](W& w) { w.openAs(~0UL); }},
     {"to read only", [](W& w) { w.openAs(CKF_SERIAL_SESSION); }},
     {"to read only, nothing onto the token", [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.onToken = 0; }},
+    {"to read only, onto the token by another byte",
+     [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.onToken = 0xFF; }},
     {"to read only, onto the token in no byte",
      [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.both[1].ulValueLen = 0; }},
     {"to read only, nobody is logged in", [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.session.logout(); }},
@@ -228,6 +230,11 @@ const struct {
     {"nobody is logged in, input of no length", [](W& w) { w.session.logout(), w.n = 0; }},
     {"active", [](W& w) { w.begin(); }},
     {"active, with a mechanism that is not listed", [](W& w) { w.begin(), w.mechanism.mechanism = CKM_MD5; }},
+    {"active, with the public key while the user should be logged in",
+     [](W& w) {
+         w.session.verifyInit(&w.mechanism, kPublic), w.session.logout(), w.data = kPublic;
+         script.tokenFlags = CKF_LOGIN_REQUIRED;
+     }},
     {"active, no output", [](W& w) { w.begin(), w.output = nullptr, w.m = 0; }},
     {"active, no output, but a length", [](W& w) { w.begin(), w.output = nullptr; }},
     {"active, no length", [](W& w) { w.begin(), w.length = nullptr; }},

@@ -3,10 +3,12 @@
 #include "pkcs11/PKCS11Exception.h"
 
 #include <algorithm>
+#include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/mman.h>
+#include <unistd.h>
 
 namespace PKCS11 {
 namespace {
@@ -27,7 +29,10 @@ TEST(FileLoggerTest, FileHasBannersAndStampedLinesUpToTheThreshold)
 {
     const std::string stamp = "dd/dd/dddd dd:dd:dd", stars(50, '*');
     {
+        const int descriptor = dup(0);
+        close(descriptor);
         FileLogger logger(kPath.c_str(), 98);
+        EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC); // no program that is started gets the file
         logger.doLog(31, "above the threshold");
         logger.doLog(30, "first");
         logger.doSetLoglevel(99);
