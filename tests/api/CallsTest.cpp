@@ -81,7 +81,11 @@ protected:
                 {"decrypt", [=] { return decrypt(mine, CKM_RSA_PKCS, block).rv; }},
                 {"encrypt", [=] { return encrypt(theirs, CKM_RSA_PKCS, data).rv; }},
                 {"verify", [=] { return verify(theirs, CKM_RSA_PKCS, data, signature); }},
-                {"change the PIN", [this] { return setPin("123456", "123456"); }},
+                {"change the PIN and sign",
+                 [=] {
+                     const CK_RV rv = setPin("123456", "123456");
+                     return rv != CKR_OK ? rv : sign(mine, CKM_RSA_PKCS, data).rv;
+                 }},
                 {"administrate", [this, soPin] {
                      C_Logout(m_session);
                      Bytes pin = vcard::fromText("123456");

@@ -48,7 +48,11 @@ void expectAnswers(const std::string& answers, CK_RV other)
 TEST_F(LifeCycleTest, EveryFunctionAnswersWithoutAndWithInitialisation)
 {
     expectAnswers("", CKR_CRYPTOKI_NOT_INITIALIZED);
-    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    for (const char letter : {'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H'}) // names that take some room
+        fakepcsc::addReader(std::string(60, letter));
+    CK_ULONG slots = 0;
+    ASSERT_EQ(C_Initialize(nullptr) | C_GetSlotList(CK_FALSE, nullptr, &slots), CKR_OK);
+    EXPECT_EQ(slots, 8U);
     expectAnswers(
         "GetSlotInfo 3 GetMechanismList 3 GetMechanismInfo 3 InitToken 3 OpenSession 3 CloseAllSessions 0 "
         "GetOperationState 180 SetOperationState 160 GetFunctionStatus 51 CancelFunction 51 DigestKey 54 "
