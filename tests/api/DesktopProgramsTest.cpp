@@ -39,7 +39,13 @@ protected:
 TEST_F(DesktopPrograms, ThreadsSearchSignLogInAndWaitBesideEachOther)
 {
     startPiv();
-    ASSERT_EQ(login("123456"), CKR_OK);
+    CK_SLOT_ID slot = 0;
+    std::thread first([&] { C_WaitForSlotEvent(0, &slot, nullptr); });
+    fakepcsc::awaitBlockedWaits(1);
+    EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
+    first.join();
+    const int other = fakepcsc::addReader("Reader 1");
+    ASSERT_EQ(C_Initialize(nullptr) | open() | login("123456"), CKR_OK);
     const auto owner = publicKeyOf(m_card->certificate(0x9A));
     std::atomic<int> good{0};
     std::atomic<bool> failed{false};
@@ -73,23 +79,26 @@ TEST_F(DesktopPrograms, ThreadsSearchSignLogInAndWaitBesideEachOther)
             is(C_CloseSession(session));
         }
     };
-    CK_RV waited = CKR_OK;
+    CK_RV waited = CKR_OK, waitedAgain = CKR_OK;
     std::thread waiter([&] {
-        CK_SLOT_ID slot = 0;
         waited = C_WaitForSlotEvent(0, &slot, nullptr);
+        waitedAgain = C_WaitForSlotEvent(0, &slot, nullptr);
     });
     fakepcsc::awaitBlockedWaits(1);
     std::vector<std::thread> threads;
     threads.reserve(8);
     for (int number = 0; number < 8; ++number)
         threads.emplace_back(work, number);
+    fakepcsc::insertCard(other, std::make_shared<vcard::PivCard>());
     for (std::thread& thread : threads)
         thread.join();
     EXPECT_FALSE(failed);
     EXPECT_EQ(good, 4 * 20);
     EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
     waiter.join();
-    EXPECT_EQ(waited, CKR_CRYPTOKI_NOT_INITIALIZED);
+    EXPECT_EQ(waited, CKR_OK);
+    EXPECT_EQ(slot, 2U);
+    EXPECT_EQ(waitedAgain, CKR_CRYPTOKI_NOT_INITIALIZED);
 }
 
 TEST_F(DesktopPrograms, EachCallHasTheCardToItselfAndTrustsNoSelection)
@@ -119,6 +128,23 @@ TEST_F(DesktopPrograms, EachCallHasTheCardToItselfAndTrustsNoSelection)
     EXPECT_EQ(findAll().size(), 8U);
     tokenInfo();
     EXPECT_EQ(fakepcsc::callCount("SCardBeginTransaction"), 0);
+}
+
+TEST_F(DesktopPrograms, ACardThatAnotherProgramHasResetIsLeftToIt)
+{
+    startPiv();
+    ASSERT_EQ(login("123456"), CKR_OK);
+    SCARDCONTEXT context = 0;
+    SCARDHANDLE handle = 0;
+    DWORD protocol = SCARD_PROTOCOL_T1;
+    ASSERT_EQ(SCardEstablishContext(SCARD_SCOPE_USER, nullptr, nullptr, &context) |
+                  SCardConnect(context, "Reader 0", SCARD_SHARE_SHARED, protocol, &handle, &protocol) |
+                  SCardReconnect(handle, SCARD_SHARE_SHARED, protocol, SCARD_RESET_CARD, &protocol),
+              0);
+    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, CKR_OK);
+    EXPECT_EQ(SCardBeginTransaction(handle), 0); // else SCARD_W_RESET_CARD
+    SCardDisconnect(handle, SCARD_LEAVE_CARD);
+    SCardReleaseContext(context);
 }
 
 TEST_F(DesktopPrograms, ACallInsideACallLeavesItTheCard)

@@ -48,6 +48,7 @@ struct Handle {
     SCARDCONTEXT context = 0;
     Reader* reader = nullptr;
     Reader then;
+    bool isAlone = false;
 };
 /// A result, an answer or an action for `times` calls to come, after `skip` others.
 struct Plan {
@@ -373,12 +374,15 @@ LONG SCardListReaders(SCARDCONTEXT context, LPCSTR, LPSTR names, LPDWORD length)
         std::memcpy(names, list.c_str(), *length);
     });
 }
-LONG SCardConnect(SCARDCONTEXT context, LPCSTR name, DWORD, DWORD protocols, LPSCARDHANDLE handle,
+LONG SCardConnect(SCARDCONTEXT context, LPCSTR name, DWORD mode, DWORD protocols, LPSCARDHANDLE handle,
                   LPDWORD active)
 {
     return call("SCardConnect", [&] {
         check(context);
-        Handle fresh{context, findReader(name), {}};
+        Handle fresh{context, findReader(name), {}, mode == SCARD_SHARE_EXCLUSIVE};
+        for (const auto& [number, other] : s.handles)
+            refuse(other.reader == fresh.reader && (other.isAlone || fresh.isAlone),
+                   SCARD_E_SHARING_VIOLATION);
         refuse(fresh.reader == nullptr || !fresh.reader->attached, SCARD_E_UNKNOWN_READER);
         connect(fresh, protocols, *active);
         s.handles[*handle = ++lastId] = fresh;

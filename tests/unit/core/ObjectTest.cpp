@@ -201,6 +201,8 @@ TEST(Template, EntriesAreFoundByTheirType)
         EXPECT_FALSE(findObjectClass(&bad, 1, found));
     for (const CK_ATTRIBUTE& bad : {CK_ATTRIBUTE{CKA_ID, nullptr, 1}, CK_ATTRIBUTE{CKA_ID, nullptr, ~1UL}})
         EXPECT_EQ(thrownBy([&] { checkTemplate(&bad, 1); }), "7||");
+    const CK_ATTRIBUTE oneIsBad[] = {entries[1], {CKA_ID, nullptr, 1}};
+    EXPECT_EQ(thrownBy([&] { checkTemplate(oneIsBad, 2); }), "7||");
     EXPECT_EQ(thrownBy([] { checkTemplate(nullptr, 1); }), "7||");
     checkTemplate(nullptr, 0);
     checkTemplate(entries, 4);
