@@ -201,8 +201,10 @@ TEST_F(LifeCycleTest, SessionsOfASlotShareItsTokenAndTheLastOneEndsTheLogin)
     CK_ATTRIBUTE shortClass{CKA_CLASS, &count, 1};
     EXPECT_EQ(Codes({C_OpenSession(1, CKF_RW_SESSION, nullptr, nullptr, &reading),
                      C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, nullptr), login("123456"),
-                     C_CreateObject(m_session, &shortClass, 1, found)}),
-              Codes({CKR_SESSION_PARALLEL_NOT_SUPPORTED, CKR_ARGUMENTS_BAD, 0, CKR_ATTRIBUTE_VALUE_INVALID}));
+                     C_CreateObject(m_session, &shortClass, 1, found), C_CloseAllSessions(1), open(),
+                     state(m_session)}),
+              Codes({CKR_SESSION_PARALLEL_NOT_SUPPORTED, CKR_ARGUMENTS_BAD, 0, CKR_ATTRIBUTE_VALUE_INVALID, 0,
+                     0, CKS_RW_PUBLIC_SESSION}));
 }
 
 TEST_F(LifeCycleTest, CallsAreTracedWithoutPins)
