@@ -19,7 +19,8 @@ CK_RV codeOf(Call call)
     return CKR_OK;
 }
 
-/// "code|what|where" with the code in hexadecimal, or what memory that is missing says; empty when it returned.
+/// "code|what|where" with the code in hexadecimal, or what memory that is missing says; empty when it
+/// returned.
 template <class Call>
 std::string thrownBy(Call call)
 {
