@@ -141,6 +141,7 @@ TEST_F(DesktopPrograms, ACardThatAnotherProgramHasResetIsLeftToIt)
                   SCardConnect(context, "Reader 0", SCARD_SHARE_SHARED, protocol, &handle, &protocol) |
                   SCardReconnect(handle, SCARD_SHARE_SHARED, protocol, SCARD_RESET_CARD, &protocol),
               0);
+    fakepcsc::beforeCall("SCardTransmit", 1, [] { EXPECT_EQ(fakepcsc::open().transactions, 1); });
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, CKR_OK);
     EXPECT_EQ(SCardBeginTransaction(handle), 0); // else SCARD_W_RESET_CARD
     SCardDisconnect(handle, SCARD_LEAVE_CARD);

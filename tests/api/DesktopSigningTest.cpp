@@ -249,14 +249,22 @@ TEST_F(DesktopSigning, OperationsRefuseWhatTheyCannotUse)
     answer("6A88", 5);
     mechanism.ulParameterLen = sizeof good;
     EXPECT_EQ(sign(key, mechanism, Bytes(32)).rv, CKR_DEVICE_ERROR);
-    // A call for the whole ends an operation in parts.
+    // A part that is refused is none; a call for the whole ends an operation in parts.
     CK_BYTE out[128];
     CK_ULONG length = sizeof out;
+    EXPECT_EQ(C_SignInit(m_session, &mechanism, key), CKR_OK);
+    EXPECT_EQ(part(Bytes(0x10001)), CKR_DATA_LEN_RANGE);
+    EXPECT_EQ(C_Sign(m_session, out, 32, out, &length), CKR_OK);
     EXPECT_EQ(C_SignInit(m_session, &mechanism, key) | part({}), CKR_OK);
     EXPECT_EQ(C_Sign(m_session, out, 1, out, &length), CKR_OPERATION_ACTIVE);
     EXPECT_EQ(part({}), CKR_OPERATION_NOT_INITIALIZED);
     mechanism.mechanism = CKM_MD5;
     EXPECT_EQ(C_DigestInit(m_session, &mechanism), CKR_MECHANISM_INVALID);
+    // Without a modulus there is no block.
+    begin(kFamilies[1].make());
+    answer("6A82", 3);
+    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_X_509, Bytes(32)).rv, CKR_DEVICE_ERROR);
+    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_X_509, Bytes(32)).rv, CKR_OK);
 }
 
 TEST_F(DesktopSigning, TokensThatTakePSSKnowItsHashes)
@@ -275,10 +283,11 @@ TEST_F(DesktopSigning, TokensThatTakePSSKnowItsHashes)
         const auto update = [&](CK_BYTE* at, size_t count) { return C_DigestUpdate(m_session, at, count); };
         const auto digest = [&](CK_BYTE* out) { return C_Digest(m_session, data.data(), 20, out, &length); };
         const auto final = [&](CK_BYTE* out) { return C_DigestFinal(m_session, out, &length); };
-        EXPECT_EQ((std::vector{init(), digest(nullptr), length, digest(whole.data()), init(),
-                               update(data.data(), 5), update(&data[5], 15), final(nullptr), length,
-                               final(parts.data())}),
-                  (std::vector{CKR_OK, CKR_OK, size, CKR_OK, CKR_OK, CKR_OK, CKR_OK, CKR_OK, size, CKR_OK}));
+        EXPECT_EQ((std::vector{init(), digest(nullptr), length++, digest(whole.data()), length, init(),
+                               update(data.data(), 5), update(&data[5], 15), final(nullptr), length++,
+                               final(parts.data()), length}),
+                  (std::vector{CKR_OK, CKR_OK, size, CKR_OK, size, CKR_OK, CKR_OK, CKR_OK, CKR_OK, size,
+                               CKR_OK, size}));
         EXPECT_EQ(std::tie(whole, parts), std::tie(expected, expected));
         // What is refused ends the operation.
         EXPECT_EQ((std::vector{init(), update(data.data(), 5), digest(whole.data()), init(), --length,
@@ -315,6 +324,11 @@ TEST_F(DesktopSigning, NumbersOfACurveAreTakenFromTheAnswer)
         EXPECT_EQ(outcome.rv, signature.empty() ? CKR_DEVICE_ERROR : CKR_OK) << numbers;
         EXPECT_EQ(vcard::toHex(outcome.bytes), signature);
     }
+    CK_MECHANISM mechanism{CKM_ECDSA, nullptr, 0};
+    EXPECT_EQ(C_SignInit(m_session, &mechanism, find(CKO_PRIVATE_KEY)) | C_Logout(m_session), CKR_OK);
+    CK_BYTE out[64];
+    CK_ULONG length = sizeof out;
+    EXPECT_EQ(C_Sign(m_session, out, 32, out, &length), CKR_USER_NOT_LOGGED_IN);
 }
 
 } // namespace

@@ -232,7 +232,7 @@ const struct {
     {"active, with a mechanism that is not listed", [](W& w) { w.begin(), w.mechanism.mechanism = CKM_MD5; }},
     {"active, with the public key while the user should be logged in",
      [](W& w) {
-         w.session.verifyInit(&w.mechanism, kPublic), w.session.logout(), w.data = kPublic;
+         w.session.logout(), w.session.verifyInit(&w.mechanism, kPublic), w.data = kPublic;
          script.tokenFlags = CKF_LOGIN_REQUIRED;
      }},
     {"active, no output", [](W& w) { w.begin(), w.output = nullptr, w.m = 0; }},

@@ -49,6 +49,7 @@ TEST(PKCS11Attrs, SetsFromCardsMayBeIncomplete)
     PKCS11Attrs attributes;
     attributes.SetParam(CKA_LABEL, Blob("old"));
     attributes.SetAttrs(broken);
+    attributes.SetAttrs(hex("310D300B06040000000330030201 05")); // no value
     EXPECT_EQ(attributes.GetAttrs(), hex("310D300B0604000000030403414243"));
     attributes.SetAttrs(hex("311630090604000000030401413009060400000003040142"));
     EXPECT_EQ(attributes.GetAttrs(), hex("310B3009060400000003040142"));

@@ -45,6 +45,10 @@ TEST(Certificate, GivesAttributesAndTexts)
     EXPECT_EQ(other.GetKeyType(), CKK_EC);
     EXPECT_FALSE(other.isRootCert() || other.compare(cert));
     EXPECT_THROW(other.GetRSAModulus(), VantorException);
+    PKCS11::Blob foreign = certificate("ec.der"); // on no curve that libcrypto knows
+    foreign.at(152 + 7) = 0x77;
+    EXPECT_EQ(load(foreign).GetKeyType() + load(foreign).GetKeySize(), CKK_EC);
+    EXPECT_EQ(ERR_peek_error(), 0U);
 }
 
 TEST(Certificate, NamesMayBeMissingAndOtherBytesAreRefused)
