@@ -242,6 +242,9 @@ protected:
         };
         for (int nth = 1; begins(nth, lose); ++nth)
             ;
+        text += ", held by another program:";
+        for (int nth = 1; nth <= 3; ++nth)
+            begins(nth, [](int n) { fakepcsc::failCall("SCardConnect", SCARD_E_SHARING_VIOLATION, n); });
         text += "\n";
         trace.failures();
         note("token", {C_InitToken(1, in, 8, label.data())});
@@ -449,6 +452,9 @@ TEST_F(CallsTest, EachFamilyShowsItsTokenAndObjects)
             for (const CK_ATTRIBUTE_TYPE type : {CKA_VALUE, CKA_MODULUS, CKA_SUBJECT})
                 attribute(object, type);
         EXPECT_EQ(fakepcsc::callCount("SCardTransmit"), 0) << family.title();
+        fakepcsc::removeCard(m_reader);
+        EXPECT_EQ(number(1, CKA_CLASS), 0U);
+        EXPECT_EQ(fakepcsc::open().handles, 0) << family.title();
     }
     expectFile("api/calls.objects", shown);
 }
