@@ -16,7 +16,6 @@ namespace {
 
 constexpr char kMask[] = "[-------------------------------------------------]";
 
-/// Each number with its text, but for those that have the text of a number without meaning, and flags.
 /// Whether the PKCS#11 header gives the number each name in the text; an ampersand may stand between two.
 bool isInHeader(unsigned long number, std::string text)
 {
@@ -37,6 +36,7 @@ bool isInHeader(unsigned long number, std::string text)
     return isKnown;
 }
 
+/// Each number with its text, but for those that have the text of a number without meaning, and flags.
 TEST(NamesTest, NumbersHaveTheirTexts)
 {
     constexpr unsigned long kMeaningless = 0x77777777;
