@@ -217,7 +217,9 @@ protected:
         note("logged out", {C_SignInit(m_session, &rsa, mine), C_Logout(m_session),
                             C_Sign(m_session, in, 8, out, &(length = sizeof out)), login("123456"),
                             C_DecryptInit(m_session, &rsa, mine), C_Logout(m_session),
-                            C_Decrypt(m_session, in, 8, out, &(length = sizeof out)),
+                            C_Decrypt(m_session, in, 8, out, &(length = sizeof out)), login("123456"),
+                            C_SignInit(m_session, &rsa, mine), C_Logout(m_session),
+                            C_Sign(m_session, in, 8, out, &(length = 1)), // nor enough room
                             encrypt(theirs, CKM_RSA_PKCS, {1}).rv, verify(theirs, CKM_RSA_PKCS, {1}, {1})});
         // With so many objects in the end.
         const auto begins = [&](int nth, const std::function<void(int)>& disturb) {

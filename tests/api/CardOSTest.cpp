@@ -72,7 +72,8 @@ TEST_P(CardOSTest, OwnersAndAccess)
     // The administrator's new PIN is shown from then on.
     ASSERT_EQ(login("12345678", CKU_SO) | setPin("12345678", "87654321"), CKR_OK);
     Bytes fresh = vcard::fromText("7777");
-    EXPECT_EQ(C_InitPIN(m_session, fresh.data(), fresh.size()), CKR_OK);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(C_InitPIN(m_session, fresh.data(), fresh.size()), CKR_OK);
 }
 
 TEST_P(CardOSTest, ABlockThatIsNoSignatureIsRefused)

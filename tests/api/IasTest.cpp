@@ -78,7 +78,8 @@ TEST_F(IasTest, PinsAreChangedBlockedAndUnblocked)
     startIas();
     EXPECT_EQ(setPin("123456", "7777"), CKR_OK);
     ASSERT_EQ(login("87654321", CKU_SO), CKR_OK);
-    for (const auto& [fresh, rv] : {std::pair("12A4", CKR_DEVICE_ERROR), {"2468", CKR_OK}}) {
+    for (const auto& [fresh, rv] :
+         {std::pair("12A4", CKR_DEVICE_ERROR), {"1357", CKR_OK}, {"2468", CKR_OK}}) {
         Bytes bytes = vcard::fromText(fresh);
         EXPECT_EQ(C_InitPIN(m_session, bytes.data(), bytes.size()), rv);
     }

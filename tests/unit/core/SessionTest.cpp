@@ -171,6 +171,8 @@ const struct {
      [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.onToken = 0xFF; }},
     {"to read only, onto the token in no byte",
      [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.both[1].ulValueLen = 0; }},
+    {"to read only, a template without class",
+     [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.entries = w.both + 1, w.count = 1; }},
     {"to read only, nobody is logged in", [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.session.logout(); }},
     {"to read only, the administrator is logged in", [](W& w) { w.loginSO(), w.openAs(CKF_SERIAL_SESSION); }},
     {"not opened", [](W& w) { w.s = &w.unopened; }},
