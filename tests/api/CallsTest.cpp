@@ -214,13 +214,28 @@ protected:
             text += "\n";
         }
         reopen();
-        note("logged out", {C_SignInit(m_session, &rsa, mine), C_Logout(m_session),
-                            C_Sign(m_session, in, 8, out, &(length = sizeof out)), login("123456"),
-                            C_DecryptInit(m_session, &rsa, mine), C_Logout(m_session),
-                            C_Decrypt(m_session, in, 8, out, &(length = sizeof out)), login("123456"),
-                            C_SignInit(m_session, &rsa, mine), C_Logout(m_session),
-                            C_Sign(m_session, in, 8, out, &(length = 1)), // nor enough room
-                            encrypt(theirs, CKM_RSA_PKCS, {1}).rv, verify(theirs, CKM_RSA_PKCS, {1}, {1})});
+        note("logged out", {C_SignInit(m_session, &rsa, mine),
+                            C_Logout(m_session),
+                            C_Sign(m_session, in, 8, out, &(length = sizeof out)),
+                            login("123456"),
+                            C_DecryptInit(m_session, &rsa, mine),
+                            C_Logout(m_session),
+                            C_Decrypt(m_session, in, 8, out, &(length = sizeof out)),
+                            login("123456"),
+                            C_SignInit(m_session, &rsa, mine),
+                            C_Logout(m_session),
+                            C_Sign(m_session, in, 8, nullptr, &(length = 1)),
+                            C_Sign(m_session, in, 8, out, &(length = 1)),
+                            login("123456"),
+                            C_DecryptInit(m_session, &rsa, mine),
+                            C_Logout(m_session),
+                            C_Decrypt(m_session, in, 8, nullptr, &(length = 1)),
+                            C_Decrypt(m_session, in, 8, out, &(length = 1)),
+                            C_EncryptInit(m_session, &rsa, theirs),
+                            C_Encrypt(m_session, in, 8, nullptr, &(length = 1)),
+                            C_Encrypt(m_session, in, 8, out, &(length = 1)),
+                            encrypt(theirs, CKM_RSA_PKCS, {1}).rv,
+                            verify(theirs, CKM_RSA_PKCS, {1}, {1})});
         // With so many objects in the end.
         const auto begins = [&](int nth, const std::function<void(int)>& disturb) {
             fakepcsc::resetCard(m_reader);

@@ -216,6 +216,13 @@ const struct {
     {"nobody is logged in", [](W& w) { w.session.logout(); }},
     {"nobody is logged in, but should be",
      [](W& w) { w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED; }},
+    {"nobody is logged in, but should be, a template without a value",
+     [](W& w) {
+         w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED;
+         w.entries = &w.dangling, w.count = 1;
+     }},
+    {"nobody is logged in, but should be, to read only",
+     [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED; }},
     {"nobody is logged in, the administrator was", [](W& w) { w.loginSO(), w.session.logout(); }},
     {"nobody is logged in, another session logged the administrator out",
      [](W& w) { w.loginSO(), w.token().Logout(); }},

@@ -171,7 +171,7 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
         {ias, kApplet + kPKCS15 + kFiles, IAS_PKCS15_AID},
         {ias, kApplet + kPKCS15 + kFiles + ":6A82" + kGeneric + kFiles, SAGEM_IAS_GENERIC_AID},
         {ias, kApplet + ":6A82" + kGeneric + ":6A82" + kPKCS15 + kFiles, IAS_PKCS15_AID},
-        {ias, search + "00" + other + "6103500101" + pkcs15 + "6282" + kPKCS15 + kFiles, IAS_PKCS15_AID},
+        {ias, search + "00" + pkcs15 + other + "6103500101" + "6282" + kPKCS15 + kFiles, IAS_PKCS15_AID},
         // The one that is named first for its application fails; then any other is good.
         {ias,
          search + "61024F00610B5002000061054F03A0B0C1" + pkcs15 + other + "6282" + kPKCS15 + " " +
