@@ -236,6 +236,19 @@ protected:
                             C_Encrypt(m_session, in, 8, out, &(length = 1)),
                             encrypt(theirs, CKM_RSA_PKCS, {1}).rv,
                             verify(theirs, CKM_RSA_PKCS, {1}, {1})});
+        text += "PIN change refused with 6A80, and a signature behind a reset:";
+        CK_RV changed = CKR_CANCEL;
+        for (int nth = 1; changed != CKR_OK; ++nth) {
+            reopen();
+            refuse("6A80")(nth);
+            text += hex(changed = setPin("123456", "654321"));
+            fakepcsc::forgetPlans();
+            fakepcsc::clearCalls();
+            before(1, reset);
+            text += hex(sign(mine, CKM_RSA_PKCS, m_digestInfo).rv);
+            text += "/" + std::to_string(pinCommands()) + trace.failures();
+        }
+        text += hex(setPin("654321", "123456")) + "\n";
         // With so many objects in the end.
         const auto begins = [&](int nth, const std::function<void(int)>& disturb) {
             fakepcsc::resetCard(m_reader);

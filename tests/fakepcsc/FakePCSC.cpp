@@ -191,12 +191,12 @@ void endTransactions(SCARDCONTEXT context)
         if (handle.context == context && handle.reader->transaction == number)
             handle.reader->transaction = 0;
 }
-void connect(Handle& handle, DWORD protocols, DWORD& active)
+void connect(Handle& handle, DWORD mode, DWORD protocols, DWORD& active)
 {
     refuse(!handle.reader->card, SCARD_E_NO_SMARTCARD);
     handle.then = *handle.reader;
-    active = handle.then.protocol();
-    refuse((protocols & active) == 0, SCARD_E_PROTO_MISMATCH);
+    active = mode == SCARD_SHARE_DIRECT ? SCARD_PROTOCOL_UNDEFINED : handle.then.protocol();
+    refuse(mode != SCARD_SHARE_DIRECT && (protocols & active) == 0, SCARD_E_PROTO_MISMATCH);
 }
 Reader* findReader(const char* name)
 {
@@ -384,17 +384,17 @@ LONG SCardConnect(SCARDCONTEXT context, LPCSTR name, DWORD mode, DWORD protocols
             refuse(other.reader == fresh.reader && (other.isAlone || fresh.isAlone),
                    SCARD_E_SHARING_VIOLATION);
         refuse(fresh.reader == nullptr || !fresh.reader->attached, SCARD_E_UNKNOWN_READER);
-        connect(fresh, protocols, *active);
+        connect(fresh, mode, protocols, *active);
         s.handles[*handle = ++lastId] = fresh;
     });
 }
-LONG SCardReconnect(SCARDHANDLE number, DWORD, DWORD protocols, DWORD action, LPDWORD active)
+LONG SCardReconnect(SCARDHANDLE number, DWORD mode, DWORD protocols, DWORD action, LPDWORD active)
 {
     return call("SCardReconnect", [&] {
         Handle& handle = findHandle(number);
         if (action == SCARD_RESET_CARD && handle.reader->card)
             handle.reader->resetCard();
-        connect(handle, protocols, *active);
+        connect(handle, mode, protocols, *active);
     });
 }
 LONG SCardDisconnect(SCARDHANDLE number, DWORD disposition)
