@@ -116,6 +116,8 @@ TEST_F(DesktopPrograms, EachCallHasTheCardToItselfAndTrustsNoSelection)
     EXPECT_TRUE(
         isSignature(publicKeyOf(m_card->certificate(0x9A)), m_data, sign(key, CKM_RSA_PKCS, m_data).bytes));
     other.join();
+    fakepcsc::beforeCall("SCardBeginTransaction", 1, [this] { fakepcsc::resetCard(m_reader); });
+    fakepcsc::beforeCall("SCardTransmit", 1, [] { EXPECT_EQ(fakepcsc::open().transactions, 1); });
     EXPECT_TRUE(
         isSignature(publicKeyOf(m_card->certificate(0x9A)), m_data, sign(key, CKM_RSA_PKCS, m_data).bytes));
     ASSERT_EQ(C_Logout(m_session), CKR_OK);
