@@ -210,8 +210,9 @@ bool refresh(SCARD_READERSTATE* states, DWORD count, DWORD readers)
     bool report = false;
     for (SCARD_READERSTATE* state = states; state != states + count; ++state) {
         const Reader* found = findReader(state->szReader);
-        if (found == nullptr) { // the notification
-            state->dwEventState = s.attached() != readers ? SCARD_STATE_CHANGED : 0;
+        if (found == nullptr) { // the notification; the caller may say how many readers it knows
+            const DWORD known = state->dwCurrentState >> 16;
+            state->dwEventState = s.attached() != (known != 0 ? known : readers) ? SCARD_STATE_CHANGED : 0;
             report = report || state->dwEventState != 0;
             continue;
         }
