@@ -69,6 +69,11 @@ TEST_P(CardOSTest, OwnersAndAccess)
     start(m_card);
     EXPECT_EQ(encrypt(find(CKO_PUBLIC_KEY), CKM_RSA_PKCS, m_data).rv,
               GetParam() ? CKR_OK : CKR_USER_NOT_LOGGED_IN);
+    // A refused removal ends nothing.
+    CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
+    EXPECT_EQ(C_EncryptInit(m_session, &rsa, find(CKO_PUBLIC_KEY)), CKR_OK);
+    EXPECT_EQ(C_DestroyObject(m_session, find(CKO_PUBLIC_KEY)), CKR_USER_NOT_LOGGED_IN);
+    EXPECT_EQ(C_EncryptInit(m_session, &rsa, find(CKO_PUBLIC_KEY)), CKR_OPERATION_ACTIVE);
     // The administrator's new PIN is shown from then on.
     ASSERT_EQ(login("12345678", CKU_SO) | setPin("12345678", "87654321"), CKR_OK);
     Bytes fresh = vcard::fromText("7777");

@@ -45,6 +45,7 @@ TEST(Certificate, GivesAttributesAndTexts)
     EXPECT_EQ(other.GetKeyType(), CKK_EC);
     EXPECT_FALSE(other.isRootCert() || other.compare(cert));
     EXPECT_THROW(other.GetRSAModulus(), VantorException);
+    EXPECT_EQ(load(certificate("compressed.der")).GetIssuerStr(), "Compressed"); // of one part
     PKCS11::Blob foreign = certificate("ec.der"); // on no curve that libcrypto knows
     foreign.at(152 + 7) = 0x77;
     EXPECT_EQ(load(foreign).GetKeyType() + load(foreign).GetKeySize(), CKK_EC);
