@@ -195,7 +195,8 @@ protected:
              [&](int nth) { before(1, reset), refuse("6A82")(nth); }},
             {"unresponsive",
              [](int nth) { fakepcsc::failCall("SCardTransmit", SCARD_W_UNRESPONSIVE_CARD, nth); }},
-            {"exchanged", [&](int nth) { before(nth, exchange); }}};
+            {"exchanged", [&](int nth) { before(nth, exchange); }},
+            {"and reset", [&](int nth) { before(nth, exchange), before(nth + 1, reset); }}};
         for (const Use& use : uses(family)) { // with the handles of a user who is logged in
             reopen();
             fakepcsc::clearCalls();
