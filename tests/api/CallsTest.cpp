@@ -1,9 +1,7 @@
 // What calls answer, write into the trace and send to the card, on each family, in files beside this one.
-#include "pkcs11/Edition.h"
 #include "pkcs11/frontend/trace/Names.h"
-#include "tests/support/CryptokiFixture.h"
 #include "tests/support/Expected.h"
-#include "tests/support/Families.h"
+#include "tests/support/FamilyFixture.h"
 #include "tests/support/TraceFile.h"
 
 #include <functional>
@@ -15,14 +13,8 @@
 
 namespace {
 
-class CallsTest : public CryptokiFixture {
+class CallsTest : public FamilyFixture {
 protected:
-    void SetUp() override
-    {
-        CryptokiFixture::SetUp();
-        if (PKCS11::Edition::current().addedTokenFlags() != 0)
-            GTEST_SKIP() << "the product's codes and lines";
-    }
     /// The key pair of a modulus or a certificate, by its number among those of the simulated cards.
     static std::string keyOf(const Bytes& value)
     {
@@ -35,19 +27,6 @@ protected:
         }
         return "";
     }
-    /// A session on a card of the family where the user is logged in.
-    void begin(const Family& family)
-    {
-        TearDown();
-        SetUp();
-        start(family.make());
-        C_CloseAllSessions(1);
-        setEduVariant(family.eduVariant);
-        fakepcsc::resetCard(m_reader); // the token is made anew, with that variant
-        fakepcsc::clearCalls();
-        EXPECT_EQ(open(), CKR_OK);
-        EXPECT_EQ(login("123456"), CKR_OK);
-    }
     /// How many VERIFY, CHANGE REFERENCE DATA and RESET RETRY COUNTER reached a card.
     static long pinCommands()
     {
@@ -56,13 +35,6 @@ protected:
             return call.result == 0 && call.command.size() > 1 &&
                    (call.command[1] == 0x20 || call.command[1] == 0x24 || call.command[1] == 0x2C);
         });
-    }
-    /// In a new session of the same user.
-    void again()
-    {
-        C_CloseSession(m_session);
-        EXPECT_EQ(open(), CKR_OK);
-        login("123456");
     }
     /// Uses of the card that succeed on most.
     struct Use {
@@ -93,12 +65,6 @@ protected:
                      const CK_RV init = C_InitPIN(m_session, pin.data(), pin.size());
                      return rv != CKR_OK ? rv : init != CKR_OK ? init : setPin(soPin, soPin);
                  }}};
-    }
-    static std::string hex(CK_RV rv)
-    {
-        char code[20];
-        std::snprintf(code, sizeof code, " %lx", static_cast<unsigned long>(rv));
-        return code;
     }
     /// Codes by call, in hexadecimal, and the texts of their failures.
     std::string codes(const Family& family, TraceFile& trace)
@@ -283,29 +249,6 @@ protected:
         note("token", {C_InitToken(1, in, 8, label.data())});
         return text;
     }
-    /// What a use gives from each number on: its code, the commands sent, how the last one begins ("+" when
-    /// it is an extended one), and the texts of failures.
-    std::string limits(const std::vector<int>& numbers, TraceFile& trace,
-                       const std::function<CK_RV(int)>& use)
-    {
-        std::string text, last;
-        for (const int number : numbers) {
-            again();
-            trace.failures();
-            fakepcsc::clearCalls();
-            std::string outcome = hex(use(number));
-            const std::vector<std::string> sent = fakepcsc::sentAPDUs();
-            outcome += "/" + std::to_string(sent.size());
-            if (!sent.empty())
-                outcome += " " + sent.back().substr(0, 8) + (sent.back().substr(8, 2) == "00" ? "+" : "");
-            outcome += std::regex_replace(trace.failures(), std::regex("\\(\\|\\)"), "");
-            if (outcome != last)
-                text += " " + std::to_string(number) + ":" + outcome + ";";
-            last = outcome;
-            fakepcsc::forgetPlans();
-        }
-        return text;
-    }
 };
 
 /// Of a family only what is not as in one before.
@@ -322,72 +265,6 @@ TEST_F(CallsTest, EachCallHasItsCode)
                 shown += line + "\n";
     }
     expectFile("api/calls.codes", shown);
-}
-
-/// Of data, room and PINs; of a family only what is not as in one before.
-TEST_F(CallsTest, EachUseHasItsLimits)
-{
-    const std::vector<int> lengths = {0,   1,   2,   115,   116,   117,   118,   119,   120,  121,
-                                      122, 123, 124, 125,   126,   127,   128,   129,   247,  248,
-                                      249, 250, 251, 252,   253,   254,   255,   256,   257,  258,
-                                      493, 494, 495, 65518, 65519, 65520, 65521, 65535, 65536};
-    const std::vector<int> rooms = {1, 19, 20, 21, 127, 128, 129};
-    const std::vector<int> pins = {0, 1, 3, 4, 7, 8, 9, 10, 11, 16, 17, 247, 248, 255, 256};
-    TraceFile trace;
-    std::set<std::string> before;
-    std::string shown;
-    for (const Family& family : kFamilies) {
-        begin(family);
-        const CK_OBJECT_HANDLE mine = find(CKO_PRIVATE_KEY), theirs = find(CKO_PUBLIC_KEY);
-        const auto owner = publicKeyOf(vcard::RsaKey::get(1024, family.keyPair).certificate("Any"));
-        const Bytes block = encryptFor(owner, Bytes(20, 1));
-        std::map<std::string, std::string> lines;
-        const auto note = [&](const std::string& name, const char* kind, const std::vector<int>& numbers,
-                              const std::function<CK_RV(int)>& use) {
-            lines[name] += std::string(" ") + kind + limits(numbers, trace, use);
-        };
-        for (const CK_MECHANISM_TYPE type : {CKM_RSA_PKCS, CKM_RSA_X_509}) {
-            const char* const kind = type == CKM_RSA_PKCS ? "padded" : "raw";
-            note("sign", kind, lengths, [=](int n) { return sign(mine, type, Bytes(n, 1)).rv; });
-            note("decrypt", kind, lengths, [=](int n) { return decrypt(mine, type, Bytes(n, 1)).rv; });
-            note("encrypt", kind, lengths, [=](int n) { return encrypt(theirs, type, Bytes(n, 1)).rv; });
-            note("verify", kind, lengths, [=](int n) { return verify(theirs, type, Bytes(n, 1), block); });
-            note("verify", "by", lengths, [=](int n) { return verify(theirs, type, block, Bytes(n, 1)); });
-        }
-        note("room", "to sign", rooms, [=](int n) { return sign(mine, CKM_RSA_PKCS, {1}, n).rv; });
-        note("room", "to decrypt", rooms, [=](int n) { return decrypt(mine, CKM_RSA_PKCS, block, n).rv; });
-        note("room", "to encrypt", rooms, [=](int n) { return encrypt(theirs, CKM_RSA_PKCS, {1}, n).rv; });
-        const auto present = [&](const char* user, const char* kind, const std::function<CK_RV(Bytes)>& use) {
-            note(user, kind, pins, [&](int n) { // to a card that likes each PIN
-                for (int nth = 1; nth < 20; ++nth)
-                    answer("9000", nth);
-                return use(Bytes(n, '1'));
-            });
-        };
-        const auto change = [this](Bytes from, Bytes to) {
-            return C_SetPIN(m_session, from.data(), from.size(), to.data(), to.size());
-        };
-        const Bytes good(6, '1');
-        for (const CK_USER_TYPE user : {CKU_USER, CKU_SO}) {
-            const char* const name = user == CKU_SO ? "SO PIN" : "PIN";
-            const auto enter = [=](Bytes pin) {
-                C_Logout(m_session);
-                return C_Login(m_session, user, pin.data(), pin.size());
-            };
-            present(name, "to log in", enter);
-            present(name, "to change", [=](const Bytes& pin) { return enter(good), change(pin, good); });
-            present(name, "anew", [=](const Bytes& pin) { return enter(good), change(good, pin); });
-            present(name, "for the user", [=](Bytes pin) {
-                enter(good);
-                return C_InitPIN(m_session, pin.data(), pin.size());
-            });
-        }
-        shown += family.title() + "\n";
-        for (const auto& [name, line] : lines)
-            if (before.insert(name + line).second)
-                shown += name + line + "\n";
-    }
-    expectFile("api/calls.limits", shown);
 }
 
 /// The commands that a use sends, if any: of long ones, whose data differ in each run, the header and the
