@@ -207,7 +207,7 @@ protected:
                             verify(theirs, CKM_RSA_PKCS, {1}, {1})});
         text += "PIN change refused with 6A80, and a signature behind a reset:";
         CK_RV changed = CKR_CANCEL;
-        for (int nth = 1; changed != CKR_OK; ++nth) {
+        for (int nth = 1; changed != CKR_OK && nth < 10; ++nth) {
             reopen();
             refuse("6A80")(nth);
             text += hex(changed = setPin("123456", "654321"));

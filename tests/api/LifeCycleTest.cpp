@@ -9,7 +9,6 @@
 
 #include <cstring>
 #include <functional>
-#include <map>
 #include <sstream>
 #include <stdexcept>
 #include <winscard.h>
