@@ -9,6 +9,13 @@
 
 namespace PKCS11 {
 
+namespace {
+
+/// How many resets by other programs a call goes along with before it has the card to itself.
+constexpr int kRejoins = 3;
+
+} // namespace
+
 bool CardTransaction::begin(PCSCSlot& slot)
 {
     if (m_slot == &slot)
@@ -17,7 +24,8 @@ bool CardTransaction::begin(PCSCSlot& slot)
     if (m_stuck != 0)
         SCardEndTransaction(std::exchange(m_stuck, 0), SCARD_LEAVE_CARD);
     long result = SCardBeginTransaction(slot.cardHandle());
-    if (result == SCARD_W_RESET_CARD && slot.RejoinChannel() == SCARD_S_SUCCESS)
+    for (int i = 0; i < kRejoins && result == SCARD_W_RESET_CARD && slot.RejoinChannel() == SCARD_S_SUCCESS;
+         ++i)
         result = SCardBeginTransaction(slot.cardHandle());
     if (result == SCARD_W_REMOVED_CARD) {
         slot.noteExchange();

@@ -56,6 +56,11 @@ long DesktopEdition::judgeStatus(PCSCSlot& slot, long result)
     return result == SCARD_W_RESET_CARD ? slot.RejoinChannel() : result;
 }
 
+bool DesktopEdition::wantsRejoin(long result) const
+{
+    return result == SCARD_E_PROTO_MISMATCH;
+}
+
 DesktopEdition& DesktopEdition::instance()
 {
     static DesktopEdition edition;

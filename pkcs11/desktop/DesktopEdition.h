@@ -26,6 +26,8 @@ public:
     void leaveCard(PCSCSlot& slot) override { m_transaction.end(slot); }
     /// A card that another program has reset is the same card.
     long judgeStatus(PCSCSlot& slot, long result) override;
+    /// The service has forgotten the card's protocol over another program's reset.
+    bool wantsRejoin(long result) const override;
 
     std::unique_ptr<Token> createDriver(const Blob& cardType, PCSCSlot& slot) override;
     /// Desktop clients pass over a token without CKF_TOKEN_INITIALIZED; the drivers do not report it.

@@ -107,7 +107,18 @@ void PCSCSlot::ResetChannel()
 
 long PCSCSlot::RejoinChannel()
 {
-    return SCardReconnect(m_card, SCARD_SHARE_SHARED, kProtocols, SCARD_LEAVE_CARD, &m_protocol);
+    // pcscd has none for a card that is being reset.
+    constexpr int kAttempts = 3;
+    long result = SCARD_E_PROTO_MISMATCH;
+    for (int i = 0; i < kAttempts && result == SCARD_E_PROTO_MISMATCH; ++i) {
+        DWORD protocol = SCARD_PROTOCOL_UNDEFINED;
+        result = SCardReconnect(m_card, SCARD_SHARE_SHARED, kProtocols, SCARD_LEAVE_CARD, &protocol);
+        if (result == SCARD_S_SUCCESS && protocol == SCARD_PROTOCOL_UNDEFINED)
+            result = SCARD_E_PROTO_MISMATCH;
+        if (result == SCARD_S_SUCCESS)
+            m_protocol = protocol;
+    }
+    return result;
 }
 
 long PCSCSlot::cardStatus()

@@ -42,7 +42,8 @@ public:
     bool CloseChannel();
     /// Warm reset of the card: every selection and login on it is lost. Throws CKR_GENERAL_ERROR (5).
     void ResetChannel();
-    /// Reconnects to a card that another program has reset, leaving it as it is. The PC/SC result.
+    /// Reconnects to a card that another program has reset, leaving it as it is; tries again while the
+    /// service has no protocol for the card. The PC/SC result.
     long RejoinChannel();
     bool isConnected() const { return m_card != 0; }
     /// The PC/SC result of SCardStatus on the card handle; 0 is success. SCARD_W_REMOVED_CARD for a card that

@@ -111,7 +111,7 @@ int PCSCSlot::SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLe
         Logger::Log(Logger::kTrace, "Send PCSC Command error:");
         traceCode(result);
     }
-    if (wantsReset(result)) {
+    if (wantsReset(result) || Edition::current().wantsRejoin(result)) {
         recover(result);
         if (isKnownProtocol(m_protocol) && !(m_cardExchanged && hasPin))
             result = transmit(m_card, m_protocol, cmd, cmdLen, answer);
@@ -142,7 +142,10 @@ void PCSCSlot::recover(long result)
     ++m_disturbances;
     if (result == SCARD_W_REMOVED_CARD)
         m_cardExchanged = true;
-    ResetChannel();
+    if (Edition::current().wantsRejoin(result))
+        RejoinChannel(); // where it fails, so does the command again
+    else
+        ResetChannel();
 }
 
 int PCSCSlot::fetchAnswer(unsigned char le, char* resp, int* respLen)

@@ -145,6 +145,22 @@ TEST_F(DesktopPrograms, ACardThatAnotherProgramHasResetIsLeftToIt)
               0);
     fakepcsc::beforeCall("SCardTransmit", 1, [] { EXPECT_EQ(fakepcsc::open().transactions, 1); });
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, CKR_OK);
+    // The service may be without a protocol for the card just then, and the next reset may be near.
+    const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
+    for (const LONG result : {SCARD_E_PROTO_MISMATCH, SCARD_S_SUCCESS}) { // but no protocol
+        fakepcsc::loseProtocol(m_reader);
+        fakepcsc::failCall("SCardReconnect", result, 1, 2);
+        EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_OK);
+    }
+    for (const int failures : {2, 100, 0}) {
+        fakepcsc::beforeCall("SCardBeginTransaction", 1, [this] { fakepcsc::resetCard(m_reader); });
+        fakepcsc::beforeCall("SCardBeginTransaction", 2, [this] { fakepcsc::resetCard(m_reader); });
+        fakepcsc::failCall("SCardReconnect", SCARD_E_PROTO_MISMATCH, 1, failures);
+        EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, failures == 100 ? CKR_GENERAL_ERROR : CKR_OK);
+        fakepcsc::forgetPlans();
+    }
+    ASSERT_EQ(SCardReconnect(handle, SCARD_SHARE_SHARED, protocol, SCARD_LEAVE_CARD, &protocol), 0);
+    EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).length, 256U);
     EXPECT_EQ(SCardBeginTransaction(handle), 0); // else SCARD_W_RESET_CARD
     SCardDisconnect(handle, SCARD_LEAVE_CARD);
     SCardReleaseContext(context);

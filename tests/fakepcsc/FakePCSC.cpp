@@ -21,7 +21,7 @@ namespace {
 struct Reader {
     std::string name;
     std::shared_ptr<vcard::Card> card;
-    bool t0 = false, attached = true, forgotten = false;
+    bool t0 = false, attached = true, forgotten = false, hasProtocol = true;
     DWORD events = 0;
     int resets = 0;
     SCARDHANDLE transaction = 0; ///< the handle that has the reader to itself
@@ -195,6 +195,7 @@ void connect(Handle& handle, DWORD mode, DWORD protocols, DWORD& active)
 {
     refuse(!handle.reader->card, SCARD_E_NO_SMARTCARD);
     handle.then = *handle.reader;
+    handle.reader->hasProtocol = true;
     active = mode == SCARD_SHARE_DIRECT ? SCARD_PROTOCOL_UNDEFINED : handle.then.protocol();
     refuse(mode != SCARD_SHARE_DIRECT && (protocols & active) == 0, SCARD_E_PROTO_MISMATCH);
 }
@@ -278,6 +279,10 @@ void removeCard(int reader)
 void resetCard(int reader)
 {
     change(reader, [](Reader& r) { r.resetCard(); });
+}
+void loseProtocol(int reader)
+{
+    change(reader, [](Reader& r) { r.hasProtocol = false; });
 }
 std::vector<Call> calls()
 {
@@ -391,6 +396,7 @@ LONG SCardConnect(SCARDCONTEXT context, LPCSTR name, DWORD mode, DWORD protocols
 }
 LONG SCardReconnect(SCARDHANDLE number, DWORD mode, DWORD protocols, DWORD action, LPDWORD active)
 {
+    *active = SCARD_PROTOCOL_UNDEFINED; // what the real service says when it fails
     return call("SCardReconnect", [&] {
         Handle& handle = findHandle(number);
         if (action == SCARD_RESET_CARD && handle.reader->card)
@@ -474,7 +480,8 @@ LONG SCardTransmit(SCARDHANDLE number, const SCARD_IO_REQUEST* pci, LPCBYTE comm
         refuse(length < 4, SCARD_E_INVALID_PARAMETER);
         const SCARDHANDLE owner = handle.reader->transaction;
         refuse(owner != 0 && owner != number, SCARD_E_SHARING_VIOLATION);
-        refuse(pci->dwProtocol != handle.then.protocol(), SCARD_E_PROTO_MISMATCH);
+        refuse(!handle.reader->hasProtocol || pci->dwProtocol != handle.then.protocol(),
+               SCARD_E_PROTO_MISMATCH);
         std::optional<Plan> plan = due("answer");
         if (!plan) {
             const Unlocked unlocked; // a card may pull itself out of the reader
