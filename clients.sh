@@ -268,6 +268,17 @@ ssh_lists_beside_a_signer() {
     wait $signer
 }
 
+threads_sign_between_resets() {
+    threads_sign &
+    local signer=$! resets=0
+    while kill -0 $signer 2>/dev/null; do
+        opensc-tool --reset=warm
+        resets=$((resets + 1))
+    done
+    wait $signer
+    echo "$resets resets"
+}
+
 # The card on another machine, on this one: three clients of p11-kit's server at once.
 remote_programs_list() {
     local client number clients=()
@@ -322,6 +333,7 @@ check "PyKCS11 signs, openssl verifies" python_signs
 check "Eight threads sign beside each other" threads_sign
 check "Two programs list the objects at once" two_programs_list
 check "ssh-keygen lists the keys while another program signs" ssh_lists_beside_a_signer
+check "Eight threads sign while another program resets the card" threads_sign_between_resets
 check "Three programs reach the card through p11-kit's server" remote_programs_list
 run_pages
 check "A session outlives its card: hot-plug" hot_plug
