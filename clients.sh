@@ -272,11 +272,11 @@ threads_sign_between_resets() {
     threads_sign &
     local signer=$! resets=0
     while kill -0 $signer 2>/dev/null; do
-        opensc-tool --reset=warm
-        resets=$((resets + 1))
+        # The service may refuse a program that comes right behind another one's reset.
+        if opensc-tool --reset=warm; then resets=$((resets + 1)); fi
     done
     wait $signer
-    echo "$resets resets"
+    [ $resets -gt 0 ]
 }
 
 # The card on another machine, on this one: three clients of p11-kit's server at once.
