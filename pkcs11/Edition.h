@@ -57,7 +57,8 @@ public:
     virtual void leaveCard(PCSCSlot& /*slot*/) {}
     /// What the PC/SC result of a status query on the card means; 0 is success.
     virtual long judgeStatus(PCSCSlot& /*slot*/, long result) { return result; }
-    /// True for the PC/SC result of a command that a new connection can send, the card left as it is.
+    /// True for the PC/SC result of a command or a connection that a new connection can make good, the card
+    /// left as it is.
     virtual bool wantsRejoin(long /*result*/) const { return false; }
 
     // --- Tokens ---

@@ -14,6 +14,17 @@ namespace {
 
 constexpr DWORD kProtocols = SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1;
 
+/// A connection to a card that another program may be resetting: pcscd has no protocol for it just then.
+template <class Connect>
+long withProtocol(Connect connect)
+{
+    constexpr int kAttempts = 3;
+    long result = connect();
+    for (int i = 1; i < kAttempts && Edition::current().wantsRejoin(result); ++i)
+        result = connect();
+    return result;
+}
+
 template <std::size_t N>
 void copyText(const std::string& text, CK_UTF8CHAR (&field)[N])
 {
@@ -70,8 +81,10 @@ bool PCSCSlot::CreateChannel()
     if (isConnected())
         return true;
     SCARDHANDLE card = 0;
-    const long result = SCardConnect(m_system->GetContext(), m_readerName.c_str(), SCARD_SHARE_SHARED,
-                                     kProtocols, &card, &m_protocol);
+    const long result = withProtocol([&] {
+        return SCardConnect(m_system->GetContext(), m_readerName.c_str(), SCARD_SHARE_SHARED, kProtocols,
+                            &card, &m_protocol);
+    });
     if (result != SCARD_S_SUCCESS) {
         traceCode(result);
         throw PKCS11Exception(CKR_GENERAL_ERROR);
@@ -107,18 +120,16 @@ void PCSCSlot::ResetChannel()
 
 long PCSCSlot::RejoinChannel()
 {
-    // pcscd has none for a card that is being reset.
-    constexpr int kAttempts = 3;
-    long result = SCARD_E_PROTO_MISMATCH;
-    for (int i = 0; i < kAttempts && result == SCARD_E_PROTO_MISMATCH; ++i) {
+    return withProtocol([this] {
         DWORD protocol = SCARD_PROTOCOL_UNDEFINED;
-        result = SCardReconnect(m_card, SCARD_SHARE_SHARED, kProtocols, SCARD_LEAVE_CARD, &protocol);
+        const long result =
+            SCardReconnect(m_card, SCARD_SHARE_SHARED, kProtocols, SCARD_LEAVE_CARD, &protocol);
         if (result == SCARD_S_SUCCESS && protocol == SCARD_PROTOCOL_UNDEFINED)
-            result = SCARD_E_PROTO_MISMATCH;
+            return long{SCARD_E_PROTO_MISMATCH};
         if (result == SCARD_S_SUCCESS)
             m_protocol = protocol;
-    }
-    return result;
+        return long{result};
+    });
 }
 
 long PCSCSlot::cardStatus()

@@ -162,6 +162,13 @@ TEST_F(DesktopPrograms, ACardThatAnotherProgramHasResetIsLeftToIt)
     ASSERT_EQ(SCardReconnect(handle, SCARD_SHARE_SHARED, protocol, SCARD_LEAVE_CARD, &protocol), 0);
     EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).length, 256U);
     EXPECT_EQ(SCardBeginTransaction(handle), 0); // else SCARD_W_RESET_CARD
+    EXPECT_EQ(SCardEndTransaction(handle, SCARD_LEAVE_CARD), 0);
+    for (const int failures : {2, 100}) { // as may a session on a card that has just come
+        fakepcsc::insertCard(m_reader, m_card);
+        fakepcsc::failCall("SCardConnect", SCARD_E_PROTO_MISMATCH, 1, failures);
+        EXPECT_EQ(C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &m_session),
+                  failures == 2 ? CKR_OK : CKR_TOKEN_NOT_RECOGNIZED);
+    }
     SCardDisconnect(handle, SCARD_LEAVE_CARD);
     SCardReleaseContext(context);
 }
