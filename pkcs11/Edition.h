@@ -34,6 +34,9 @@ public:
     /// Around every exported function.
     virtual void beginCall() {}
     virtual void endCall() {}
+    /// At the end of the process: like beginCall(), but false while another thread is in a call, which may
+    /// not end before the process does.
+    virtual bool tryBeginCall() { return true; }
     /// Before a call blocks for slot events: lets others run. True when endWait() has to follow.
     virtual bool beginWait() { return false; }
     /// False when the library is being finalised: nothing is left that the call could go on with.

@@ -1,10 +1,13 @@
 // Runs the tests on the product, or with QUARVEL_EDITION=desktop on the desktop edition.
 #include "pkcs11/desktop/DesktopEdition.h"
 #include "pkcs11/frontend/SystemWrapper.h"
+#include "tests/support/LastWord.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <string_view>
+
+LastWord lastWord __attribute__((init_priority(101)));
 
 int main(int argc, char** argv)
 {

@@ -1,58 +1,84 @@
 #include "pkcs11/desktop/CallLock.h"
 
-#include <chrono>
-#include <new>
+#include <ctime>
 
 namespace PKCS11 {
 
 namespace {
 
-/// Between two looks at whether entering has become pointless.
-constexpr std::chrono::milliseconds kPatience{2};
+/// Between two looks at whether entering has become pointless, in nanoseconds.
+constexpr long kPatience = 2'000'000;
+
+timespec patienceFromNow()
+{
+    constexpr long kSecond = 1'000'000'000;
+    timespec end{};
+    clock_gettime(CLOCK_REALTIME, &end);
+    end.tv_nsec += kPatience;
+    end.tv_sec += end.tv_nsec / kSecond;
+    end.tv_nsec %= kSecond;
+    return end;
+}
 
 } // namespace
 
-void CallLock::enter()
+bool CallLock::tryEnter()
 {
     if (isInside()) {
         ++m_depth;
-        return;
+        return true;
     }
-    m_mutex.lock();
-    takeOwnership();
+    pthread_t nobody = 0;
+    return m_owner.compare_exchange_strong(nobody, pthread_self());
+}
+
+/// Until a turn is offered; another thread may take it first.
+template <class Wait>
+void CallLock::awaitTurn(Wait wait)
+{
+    ++m_waiting;
+    if (m_owner != 0)
+        wait();
+    --m_waiting;
+}
+
+void CallLock::enter()
+{
+    while (!tryEnter())
+        awaitTurn([this] { sem_wait(&m_turn); });
 }
 
 bool CallLock::enterUnless(bool (*isPointless)())
 {
-    // By the system's clock: ThreadSanitizer does not see what is locked by another one.
-    while (!m_mutex.try_lock_until(std::chrono::system_clock::now() + kPatience)) {
+    while (!tryEnter()) {
+        const timespec end = patienceFromNow();
+        awaitTurn([&] { sem_timedwait(&m_turn, &end); });
         if (isPointless())
             return false;
     }
-    takeOwnership();
     return true;
-}
-
-void CallLock::takeOwnership()
-{
-    m_owner = pthread_self();
-    m_depth = 1;
 }
 
 bool CallLock::leave()
 {
-    if (!isInside() || --m_depth > 0)
+    if (!isInside())
         return false;
+    if (m_depth > 0) {
+        --m_depth;
+        return false;
+    }
     m_owner = 0;
-    m_mutex.unlock();
+    if (m_waiting > 0)
+        sem_post(&m_turn);
     return true;
 }
 
 void CallLock::reset()
 {
-    new (&m_mutex) std::timed_mutex;
     m_owner = 0;
+    m_waiting = 0;
     m_depth = 0;
+    sem_init(&m_turn, 0, 0);
 }
 
 } // namespace PKCS11

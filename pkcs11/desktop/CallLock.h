@@ -1,16 +1,19 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 #include <pthread.h>
+#include <semaphore.h>
 
 namespace PKCS11 {
 
 /// Lets one thread at a time into the library. The thread that is inside may enter again: a signal handler
-/// can call the library while its thread is in a call.
+/// can call the library while its thread is in a call, also in the middle of entering or leaving.
 class CallLock {
 public:
+    CallLock() { reset(); }
     void enter();
+    /// Enters unless another thread is inside; true when this one is now.
+    bool tryEnter();
     /// Enters as soon as possible, unless it has become pointless before; true when the thread is inside.
     bool enterUnless(bool (*isPointless)());
     /// True when the thread is outside now and was not before.
@@ -18,18 +21,22 @@ public:
     /// True for the thread that is inside.
     bool isInside() const { return pthread_equal(m_owner, pthread_self()) != 0; }
     /// True for it when it has entered again.
-    bool isNested() const { return isInside() && m_depth > 1; }
+    bool isNested() const { return isInside() && m_depth > 0; }
     /// For the child of a fork: the thread that was inside does not exist there.
     void reset();
 
 private:
-    void takeOwnership();
+    template <class Wait>
+    void awaitTurn(Wait wait);
 
-    std::timed_mutex m_mutex;
-    /// 0 while nobody is inside.
-    std::atomic<pthread_t> m_owner{0};
-    /// How often the owner has entered.
-    int m_depth = 0;
+    /// 0 while nobody is inside. All accesses to this and the next are in one order for all threads: who
+    /// waits has seen an owner that sees it waiting.
+    std::atomic<pthread_t> m_owner;
+    std::atomic<int> m_waiting;
+    /// Posted for one that waits when the owner leaves.
+    sem_t m_turn;
+    /// How often the owner has entered again.
+    int m_depth;
 };
 
 } // namespace PKCS11

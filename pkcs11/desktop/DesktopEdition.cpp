@@ -9,6 +9,7 @@
 #include "pkcs11/drivers/common/CardObjects.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 
+#include <type_traits>
 #include <winscard.h>
 
 namespace PKCS11 {
@@ -63,6 +64,7 @@ bool DesktopEdition::wantsRejoin(long result) const
 
 DesktopEdition& DesktopEdition::instance()
 {
+    static_assert(std::is_trivially_destructible_v<DesktopEdition>, "calls may outlive static destruction");
     static DesktopEdition edition;
     return edition;
 }

@@ -33,7 +33,8 @@ DesktopReaderStates::DesktopReaderStates(std::vector<std::string> readers) : Rea
 
 long DesktopReaderStates::getStatusChange(WaitContext& wait, PCSCWord timeout)
 {
-    for (bool again = false; !wait.isAbandoned(); again = true) {
+    // A wait that has begun beside the end of the process is not abandoned itself.
+    for (bool again = false; !wait.isAbandoned() && !SlotWaits::isEnding(); again = true) {
         if (again && timeout != 0)
             Sleep(kServiceInterval);
         const bool hasService = look(wait);

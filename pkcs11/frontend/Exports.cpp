@@ -17,6 +17,8 @@ CK_RV guarded(const Method& method) noexcept
     if (SystemWrapper::hasEnded())
         return CKR_CRYPTOKI_NOT_INITIALIZED;
     const CallScope scope;
+    if (SystemWrapper::hasEnded()) // while the call waited to begin
+        return CKR_CRYPTOKI_NOT_INITIALIZED;
     try {
         return method();
     } catch (...) {
@@ -31,6 +33,8 @@ CK_RV guardedOperation(CK_SESSION_HANDLE hSession, const Method& method) noexcep
     if (SystemWrapper::hasEnded())
         return CKR_CRYPTOKI_NOT_INITIALIZED;
     const CallScope scope;
+    if (SystemWrapper::hasEnded()) // while the call waited to begin
+        return CKR_CRYPTOKI_NOT_INITIALIZED;
     try {
         return method();
     } catch (...) {

@@ -20,7 +20,6 @@ PKCS11Wrapper::PKCS11Wrapper() : m_process(getpid()) {}
 
 PKCS11Wrapper::~PKCS11Wrapper()
 {
-    s_ended = true;
     // However often it was initialised.
     m_initialiseCount = std::min(m_initialiseCount, 1);
     Finalize(nullptr);

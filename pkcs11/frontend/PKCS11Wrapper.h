@@ -51,8 +51,9 @@ public:
     SlotList* slots() const { return m_slots.get(); }
     CK_FUNCTION_LIST& functionList() { return m_functionList; }
 
-    /// True from the destructor on: nothing of the object is there for a call any more.
+    /// True from the end of the process on: nothing of the object is there for a call that begins.
     static bool hasEnded() { return s_ended; }
+    static void noteEnd() { s_ended = true; }
 
     // One method per exported function, in the order and with the parameters of PKCS#11.
     // --- Life cycle ---
@@ -199,7 +200,7 @@ private:
     std::atomic<bool> m_initialised{false};
     int m_initialiseCount = 0;
     int m_process;
-    /// Set by the destructor; outlives the object.
+    /// Outlives the object.
     static std::atomic<bool> s_ended;
 };
 

@@ -6,6 +6,7 @@
 #include "pkcs11/frontend/trace/FileLogger.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/pcsc/PCSCSystem.h"
+#include "pkcs11/pcsc/SlotWaits.h"
 
 #include <cstring>
 #include <string>
@@ -23,11 +24,32 @@ static_assert(sizeof(kDescription) == sizeof(CK_INFO::libraryDescription) + 1, "
 constexpr unsigned char kTraceOptions = FileLogger::kTimePrefix | FileLogger::kFlush | FileLogger::kBanner;
 constexpr short kEverything = 99;
 
+/// Where the library object lives. When the process ends beside a call of another thread it stays, with all
+/// that the call uses.
+union Place {
+    SystemWrapper object;
+
+    Place() : object() {}
+    Place(const Place&) = delete;
+    Place& operator=(const Place&) = delete;
+    ~Place()
+    {
+        SystemWrapper::noteEnd();
+        if (!Edition::current().tryBeginCall()) {
+            SlotWaits::awaitEnd();
+            return;
+        }
+        object.~SystemWrapper();
+        Edition::current().endCall();
+    }
+};
+Place place;
+
 } // namespace
 
 const char* SystemWrapper::s_logPath = "/sdcard/Quarvel_log.txt";
 
-SystemWrapper wrapper;
+SystemWrapper& wrapper = place.object;
 
 SystemWrapper::SystemWrapper() = default;
 

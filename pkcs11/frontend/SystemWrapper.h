@@ -25,5 +25,5 @@ private:
     PKCS11::PCSCSystem* m_system = nullptr;
 };
 
-/// The one library object, alive from load to unload.
-extern SystemWrapper wrapper;
+/// The one library object, static, alive from load to unload.
+extern SystemWrapper& wrapper;

@@ -1,6 +1,7 @@
 #include "pkcs11/frontend/trace/Names.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Expected.h"
+#include "tests/support/LastWord.h"
 #include "tests/support/TraceFile.h"
 #include "tools/vcard/PivCard.h"
 
@@ -14,17 +15,6 @@
 #include <winscard.h>
 
 namespace {
-
-/// The last thing that runs in a process, behind the library's own end.
-struct LastWord {
-    std::function<int()> exitCode;
-    ~LastWord()
-    {
-        if (exitCode)
-            _exit(exitCode());
-    }
-};
-LastWord lastWord __attribute__((init_priority(101)));
 
 constexpr char kNone[] = "CKR_NO_EVENT", kEnded[] = "CKR_CRYPTOKI_NOT_INITIALIZED";
 

@@ -1,0 +1,15 @@
+/// The last thing that runs in a process, behind the library's own end.
+#pragma once
+
+#include <functional>
+#include <unistd.h>
+
+struct LastWord {
+    std::function<int()> exitCode;
+    ~LastWord()
+    {
+        if (exitCode)
+            _exit(exitCode());
+    }
+};
+extern LastWord lastWord; // made before everything else
