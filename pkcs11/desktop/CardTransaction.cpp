@@ -24,9 +24,11 @@ bool CardTransaction::begin(PCSCSlot& slot)
     if (m_stuck != 0)
         SCardEndTransaction(std::exchange(m_stuck, 0), SCARD_LEAVE_CARD);
     long result = SCardBeginTransaction(slot.cardHandle());
-    for (int i = 0; i < kRejoins && result == SCARD_W_RESET_CARD && slot.RejoinChannel() == SCARD_S_SUCCESS;
-         ++i)
-        result = SCardBeginTransaction(slot.cardHandle());
+    for (int i = 0; i < kRejoins && result == SCARD_W_RESET_CARD; ++i) {
+        result = slot.RejoinChannel();
+        if (result == SCARD_S_SUCCESS)
+            result = SCardBeginTransaction(slot.cardHandle());
+    }
     if (result == SCARD_W_REMOVED_CARD) {
         slot.noteExchange();
         throw PKCS11Exception(CKR_DEVICE_REMOVED);

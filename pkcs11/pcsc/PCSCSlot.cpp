@@ -31,6 +31,12 @@ void copyText(const std::string& text, CK_UTF8CHAR (&field)[N])
     std::copy_n(text.begin(), std::min(text.size(), N), field);
 }
 
+/// PC/SC counts insertions and removals in the upper half of a reader's state.
+PCSCWord insertionOf(const ReaderState& state)
+{
+    return state.events >> 16;
+}
+
 } // namespace
 
 PCSCSlot::PCSCSlot(PKCS11Wrapper* wrapper, PCSCSystem* system, const char* readerName)
@@ -56,7 +62,7 @@ PCSCSlot::~PCSCSlot()
 bool PCSCSlot::isTokenPresent()
 {
     ReaderState state;
-    if (m_system->readState(m_readerName, state) != SCARD_S_SUCCESS)
+    if (!readState(state))
         throw PKCS11Exception(CKR_DEVICE_ERROR, "could not connect to reader (wrong READERNAME set?)",
                               "PCSCSlot::IsTokenPresent");
     return (state.events & SCARD_STATE_PRESENT) != 0;
@@ -65,10 +71,23 @@ bool PCSCSlot::isTokenPresent()
 Blob PCSCSlot::GetATR()
 {
     ReaderState state;
-    if (m_system->readState(m_readerName, state) != SCARD_S_SUCCESS ||
-        (state.events & SCARD_STATE_PRESENT) == 0)
+    if (!readState(state) || (state.events & SCARD_STATE_PRESENT) == 0)
         return {};
     return state.atr;
+}
+
+bool PCSCSlot::readState(ReaderState& state)
+{
+    if (m_system->readState(m_readerName, state) != SCARD_S_SUCCESS)
+        return false;
+    m_seenInsertion = insertionOf(state);
+    return true;
+}
+
+bool PCSCSlot::isSameInsertion()
+{
+    ReaderState state;
+    return readState(state) && insertionOf(state) == m_insertion;
 }
 
 CK_RV PCSCSlot::InitToken(CK_BYTE* /*pin*/, CK_ULONG /*pinLen*/, CK_BYTE* /*label*/)
@@ -81,6 +100,7 @@ bool PCSCSlot::CreateChannel()
     if (isConnected())
         return true;
     SCARDHANDLE card = 0;
+    m_insertion = m_seenInsertion;
     const long result = withProtocol([&] {
         return SCardConnect(m_system->GetContext(), m_readerName.c_str(), SCARD_SHARE_SHARED, kProtocols,
                             &card, &m_protocol);
@@ -120,16 +140,20 @@ void PCSCSlot::ResetChannel()
 
 long PCSCSlot::RejoinChannel()
 {
-    return withProtocol([this] {
+    const long result = withProtocol([this] {
         DWORD protocol = SCARD_PROTOCOL_UNDEFINED;
-        const long result =
+        const long joined =
             SCardReconnect(m_card, SCARD_SHARE_SHARED, kProtocols, SCARD_LEAVE_CARD, &protocol);
-        if (result == SCARD_S_SUCCESS && protocol == SCARD_PROTOCOL_UNDEFINED)
+        if (joined == SCARD_S_SUCCESS && protocol == SCARD_PROTOCOL_UNDEFINED)
             return long{SCARD_E_PROTO_MISMATCH};
-        if (result == SCARD_S_SUCCESS)
+        if (joined == SCARD_S_SUCCESS)
             m_protocol = protocol;
-        return long{result};
+        return long{joined};
     });
+    if (result != SCARD_S_SUCCESS || isSameInsertion())
+        return result;
+    noteExchange();
+    return SCARD_W_REMOVED_CARD;
 }
 
 long PCSCSlot::cardStatus()

@@ -43,7 +43,7 @@ public:
     /// Warm reset of the card: every selection and login on it is lost. Throws CKR_GENERAL_ERROR (5).
     void ResetChannel();
     /// Reconnects to a card that another program has reset, leaving it as it is; tries again while the
-    /// service has no protocol for the card. The PC/SC result.
+    /// service has no protocol for the card. The PC/SC result; SCARD_W_REMOVED_CARD for another card.
     long RejoinChannel();
     bool isConnected() const { return m_card != 0; }
     /// The PC/SC result of SCardStatus on the card handle; 0 is success. SCARD_W_REMOVED_CARD for a card that
@@ -144,11 +144,19 @@ private:
     std::unique_ptr<Token> buildToken();
     /// After an exchange that met a reset or a removal.
     void recover(long result);
+    /// What the reader tells; false when it cannot be asked.
+    bool readState(ReaderState& state);
+    /// True when the card in the reader is the one that the channel was opened to, and was never taken out.
+    /// PC/SC tells the last thing that happened to a card: a removal goes unnoticed where another program has
+    /// reset the next card.
+    bool isSameInsertion();
 
     std::string m_readerName;
     PCSCSystem* m_system;
     PCSCHandle m_card = 0;
     PCSCWord m_protocol = 0;
+    /// The number of the insertion: when the reader was last asked, and before the channel was opened.
+    PCSCWord m_seenInsertion = 0, m_insertion = 0;
     CardMark m_disturbances = 0;
     /// How often others may have used the card between two calls.
     int m_visits = 0;

@@ -140,12 +140,15 @@ void PCSCSlot::enter()
 void PCSCSlot::recover(long result)
 {
     ++m_disturbances;
-    if (result == SCARD_W_REMOVED_CARD)
-        m_cardExchanged = true;
-    if (Edition::current().wantsRejoin(result))
+    if (Edition::current().wantsRejoin(result)) {
         RejoinChannel(); // where it fails, so does the command again
-    else
-        ResetChannel();
+        return;
+    }
+    if (result == SCARD_W_REMOVED_CARD)
+        noteExchange();
+    ResetChannel();
+    if (!isSameInsertion())
+        noteExchange();
 }
 
 int PCSCSlot::fetchAnswer(unsigned char le, char* resp, int* respLen)

@@ -297,6 +297,7 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
         {"reset", 1, [&](int nth) { before(nth, reset); }},
         {"removed", 1, [&](int nth) { before(nth, remove); }},
         {"another PIN", 1, [&](int nth) { before(nth, [&] { insert(another); }); }},
+        {"another PIN, reset too", 2, [&](int nth) { before(nth, [&] { insert(another), reset(); }); }},
         {"another family", 3, [&](int nth) { before(nth, [&] { insert(stranger); }); }},
         {"put in again", 3, [&](int nth) { before(nth, [&] { insert(own); }); }},
     };

@@ -23,7 +23,8 @@ struct Reader {
     std::shared_ptr<vcard::Card> card;
     bool t0 = false, attached = true, forgotten = false, hasProtocol = true;
     DWORD events = 0;
-    int resets = 0;
+    int changes = 0;
+    LONG lastChange = 0;         ///< all that a handle of before tells, as with the real service
     SCARDHANDLE transaction = 0; ///< the handle that has the reader to itself
 
     DWORD protocol() const { return t0 ? SCARD_PROTOCOL_T0 : SCARD_PROTOCOL_T1; }
@@ -33,9 +34,9 @@ struct Reader {
     }
     void take(std::shared_ptr<vcard::Card> fresh, bool isT0 = false)
     {
-        card = std::move(fresh), t0 = isT0, ++events;
+        card = std::move(fresh), t0 = isT0, ++events, ++changes, lastChange = SCARD_W_REMOVED_CARD;
     }
-    void resetCard() { card->reset(), ++resets; }
+    void resetCard() { card->reset(), ++changes, lastChange = SCARD_W_RESET_CARD; }
 };
 /// A wait blocks in a descriptor of its own, as with the real service: a signal handler that interrupts it
 /// may call whatever it likes.
@@ -180,8 +181,7 @@ Handle& findUnchanged(SCARDHANDLE number)
 {
     Handle& handle = findHandle(number);
     refuse(s.contexts[handle.context].lost, SCARD_E_NO_SERVICE);
-    refuse(handle.then.events != handle.reader->events, SCARD_W_REMOVED_CARD);
-    refuse(handle.then.resets != handle.reader->resets, SCARD_W_RESET_CARD);
+    refuse(handle.then.changes != handle.reader->changes, handle.reader->lastChange);
     return handle;
 }
 /// Of the handles of a context that is gone.
