@@ -113,7 +113,7 @@ protected:
         const auto size = [&](CK_OBJECT_HANDLE object) {
             return C_GetObjectSize(m_session, object, &length);
         };
-        note("sizes", {size(mine), size(theirs), size(find(CKO_CERTIFICATE)), length = 0,
+        note("sizes", {size(mine), size(theirs), size(find(CKO_CERTIFICATE)), CK_RV{length > 100}, length = 0,
                        size(find(CKO_DATA)), length});
         // Parts: a first update, what a question for the length gets, the end.
         length = sizeof out;
