@@ -70,6 +70,9 @@ TEST_F(LimitsTest, EachUseHasItsLimits)
         note("room", "to sign", rooms, [=](int n) { return sign(mine, CKM_RSA_PKCS, {1}, n).rv; });
         note("room", "to decrypt", rooms, [=](int n) { return decrypt(mine, CKM_RSA_PKCS, block, n).rv; });
         note("room", "to encrypt", rooms, [=](int n) { return encrypt(theirs, CKM_RSA_PKCS, {1}, n).rv; });
+        attribute(theirs, CKA_MODULUS);
+        note("room", "by a known key", rooms,
+             [=](int n) { return encrypt(theirs, CKM_RSA_PKCS, {1}, n).rv; });
         const auto present = [&](const char* user, const char* kind, const std::function<CK_RV(Bytes)>& use) {
             note(user, kind, pins, [&](int n) { // to a card that likes each PIN
                 for (int nth = 1; nth < 20; ++nth)

@@ -26,21 +26,34 @@ void setSecurityEnvironment(AcosToken& token, const char* command, const AcosKey
 {
     Blob mse = PKCS11_hex2blob(command);
     mse.at(kKeyReferencePosition) = access.reference;
-    requireSuccess(token.card().SendCmd(mse), "", access.failureWhere);
+    requireSuccess(token.card().SendCmd(mse));
 }
 
-/// The key's answer to the command on the field, behind the cached PIN.
-Blob compute(AcosToken& token, const AcosKeyAccess& access, const char* environment, const char* command,
-             const Blob& field)
+/// The key's answer to the command on the field. `prepare` selects, and shows the cached PIN.
+template <class Prepare>
+Blob compute(AcosToken& token, const AcosKeyAccess& access, Prepare prepare, const char* environment,
+             const char* command, const Blob& field)
 {
     return token.whole([&] {
-        token.prepareKeyOperation();
+        prepare();
         setSecurityEnvironment(token, environment, access);
         Blob answer;
-        requireSuccess(token.card().Send(PKCS11_hex2blob(command), field, 0, answer), "",
-                       access.failureWhere);
+        requireSuccess(token.card().Send(PKCS11_hex2blob(command), field, 0, answer));
         return answer;
     });
+}
+
+/// Failures of the operation get its where-text, if the family gives it to all of them.
+template <class Operation>
+void named(const AcosKeyAccess& access, Operation operation)
+{
+    try {
+        operation();
+    } catch (const PKCS11Exception& failure) {
+        if (!access.namesFailures || *failure.where() != '\0')
+            throw;
+        throw PKCS11Exception(failure.value(), failure.what(), access.where);
+    }
 }
 
 } // namespace
@@ -49,24 +62,36 @@ void AcosMechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_U
 {
     if (answersLength(out, outLen, kAnnouncedLength))
         return;
-    m_token.requireLogin(m_access.loginWhere);
-    const Blob input = m_access.signWrapsLc ? inputOf(data, dataLen) : inputOf(data, dataLen, kMaxShortData);
-    requireRoom(outLen, m_knownLength);
-    deliver(compute(m_token, m_access, kMseSetSignature, kInternalAuthenticate, input), out, outLen);
+    named(m_access, [&] {
+        m_token.requireLogin(m_access.where);
+        const Blob input =
+            m_access.signWrapsLc ? inputOf(data, dataLen) : inputOf(data, dataLen, kMaxShortData);
+        requireRoom(outLen, m_knownLength);
+        const Blob signature = compute(
+            m_token, m_access, [this] { m_token.prepareKeyOperation(); }, kMseSetSignature,
+            kInternalAuthenticate, input);
+        deliver(signature, out, outLen);
+    });
 }
 
 void AcosMechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
 {
     if (answersLength(out, outLen, kAnnouncedLength))
         return;
-    m_token.requireLogin(m_access.loginWhere);
-    // The padding indicator takes one of the 255 bytes.
-    Blob field(1, kPaddingIndicator);
-    field.append(inputOf(data, dataLen, kMaxShortData - 1));
-    Blob plaintext = compute(m_token, m_access, kMseSetDecryption, kPsoDecipher, field);
-    if (m_type != CKM_RSA_PKCS && !(m_access.decryptsRaw && m_type == CKM_RSA_X_509))
-        plaintext.wipe();
-    deliver(plaintext, out, outLen);
+    named(m_access, [&] {
+        m_token.requireLogin(m_access.where);
+        // The padding indicator takes one of the 255 bytes.
+        Blob field(1, kPaddingIndicator);
+        field.append(inputOf(data, dataLen, kMaxShortData - 1));
+        const auto prepare = [this] {
+            m_token.prepareKeyOperation();
+            requireKey();
+        };
+        Blob plaintext = compute(m_token, m_access, prepare, kMseSetDecryption, kPsoDecipher, field);
+        if (m_type != CKM_RSA_PKCS && !(m_access.decryptsRaw && m_type == CKM_RSA_X_509))
+            plaintext.wipe();
+        deliver(plaintext, out, outLen);
+    });
 }
 
 } // namespace PKCS11

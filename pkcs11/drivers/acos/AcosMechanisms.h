@@ -7,9 +7,9 @@ namespace PKCS11 {
 
 /// How a family of ACOS cards reaches a private key, and what it does differently.
 struct AcosKeyAccess {
-    unsigned char reference;  ///< key reference on the card
-    const char* loginWhere;   ///< where-text of CKR_USER_NOT_LOGGED_IN
-    const char* failureWhere; ///< where-text of CKR_DEVICE_ERROR
+    unsigned char reference; ///< key reference on the card
+    const char* where;       ///< where-text of CKR_USER_NOT_LOGGED_IN
+    bool namesFailures;      ///< and of each other failure that has none
     bool signWrapsLc; ///< data of more than 255 bytes go out under a wrapped Lc instead of being refused
     bool decryptsRaw; ///< CKM_RSA_X_509 has a result too
 };
@@ -45,6 +45,10 @@ public:
 
     /// Throws as AcosMechanismSign::sign does.
     void decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen) override;
+
+protected:
+    /// Behind the PIN replay: throws where the key is none to decrypt with.
+    virtual void requireKey() const {}
 
 private:
     AcosToken& m_token;

@@ -15,7 +15,7 @@ constexpr char kPsoEncipher[] = "002a8680";
 constexpr int kAnnouncedLength = 256;
 
 // Signing reports the decryption's name on purpose; card failures carry no texts.
-constexpr AcosKeyAccess kAccess = {0x88, "AcosTRUSTMechanismDecrypt::decrypt", "", true, false};
+constexpr AcosKeyAccess kAccess = {0x88, "AcosTRUSTMechanismDecrypt::decrypt", false, true, false};
 
 } // namespace
 
@@ -26,15 +26,14 @@ AcosTRUSTMechanismSign::AcosTRUSTMechanismSign(AcosTRUSTToken& token, int knownL
 
 AcosTRUSTMechanismDecrypt::AcosTRUSTMechanismDecrypt(AcosTRUSTToken& token, unsigned short fid,
                                                      CK_MECHANISM_TYPE type)
-    : AcosMechanismDecrypt(token, kAccess, type), m_token(token), m_fid(fid)
+    : AcosMechanismDecrypt(token, kAccess, type), m_fid(fid)
 {
 }
 
-void AcosTRUSTMechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
+void AcosTRUSTMechanismDecrypt::requireKey() const
 {
-    if (out != nullptr && m_token.isUserLoggedIn() && m_fid != EF_PK_CH_EKEY)
+    if (m_fid != EF_PK_CH_EKEY)
         throw PKCS11Exception(CKR_MECHANISM_INVALID);
-    AcosMechanismDecrypt::decrypt(data, dataLen, out, outLen);
 }
 
 void ATRUSTMechanismEncrypt::encrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
@@ -42,6 +41,7 @@ void ATRUSTMechanismEncrypt::encrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* o
     if (answersLength(out, outLen, kAnnouncedLength))
         return;
     const Blob input = inputOf(data, dataLen);
+    requireRoom(outLen, m_knownLength);
     const Blob answer = m_token.whole([&] {
         m_token.prepareKeyOperation();
         if (m_fid != EF_PK_CH_EKEY)

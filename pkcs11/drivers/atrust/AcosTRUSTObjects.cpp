@@ -37,7 +37,7 @@ Blob AcosTRUSTPublicKey::getModulus()
 std::unique_ptr<Mechanism> AcosTRUSTPublicKey::createEncryptMechanism(CK_MECHANISM* /*mechanism*/,
                                                                       MechanismInfo* /*info*/)
 {
-    return std::make_unique<ATRUSTMechanismEncrypt>(m_token, m_fid);
+    return std::make_unique<ATRUSTMechanismEncrypt>(m_token, m_fid, m_token.knownModulus().size());
 }
 
 AcosTRUSTPrivateKey::AcosTRUSTPrivateKey(AcosTRUSTToken& token, unsigned short fid)

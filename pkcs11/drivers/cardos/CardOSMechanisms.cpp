@@ -8,6 +8,7 @@
 #include "pkcs11/drivers/common/PKCS1.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace PKCS11 {
 
@@ -24,6 +25,7 @@ constexpr int kFillerPosition = 3;
 constexpr int kOtherSignatureLength = 300;
 /// Reported for a decrypted text, unless the input is longer.
 constexpr CK_ULONG kPlaintextLength = 256;
+constexpr CK_ULONG kMaxAnnounced = std::numeric_limits<int>::max();
 /// With padding, more input does not fit into an extended command.
 constexpr CK_ULONG kMaxInput = 0xFFFF - 16;
 
@@ -99,7 +101,7 @@ CardOSMechanismDecrypt::CardOSMechanismDecrypt(CardOSPrivateKey& key, CK_MECHANI
 
 void CardOSMechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
 {
-    const auto announced = static_cast<int>(std::clamp(dataLen, kPlaintextLength, kMaxInput));
+    const auto announced = static_cast<int>(std::clamp(dataLen, kPlaintextLength, kMaxAnnounced));
     if (answersLength(out, outLen, announced))
         return;
     requireLogin();

@@ -1,5 +1,7 @@
 #include "pkcs11/drivers/common/CardObjects.h"
 
+#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/token/BERCoder.h"
 #include "util/VantorException.h"
 #include "util/VantorX509Certificate.h"
 
@@ -31,6 +33,17 @@ Blob valueOf(Base& object, Read read)
     if (value.isWhole)
         object.setValue(value.bytes);
     return value.bytes;
+}
+
+/// A certificate tells its length: behind its last byte a card may answer what it likes.
+bool beginsWithElement(const Blob& bytes)
+{
+    try {
+        BERCoder().import(bytes, 0);
+        return true;
+    } catch (const PKCS11Exception&) {
+        return false;
+    }
 }
 
 /// The stored value, or nothing where the certificate has none.
@@ -106,7 +119,11 @@ CardCertificate::CardCertificate()
 
 Blob CardCertificate::getValue()
 {
-    return valueOf<X509PublicKeyCertificate>(*this, [this] { return readValue(); });
+    return valueOf<X509PublicKeyCertificate>(*this, [this] {
+        CardValue value = readValue();
+        value.isWhole = value.isWhole || beginsWithElement(value.bytes);
+        return value;
+    });
 }
 
 Blob CardCertificate::getSerialNumber()

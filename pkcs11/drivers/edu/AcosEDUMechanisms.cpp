@@ -9,7 +9,7 @@ constexpr char kWhere[] = "AcosEDUMechanismDecrypt::decrypt";
 
 constexpr AcosKeyAccess accessTo(int keyNumber)
 {
-    return {static_cast<unsigned char>(0x80 + keyNumber), kWhere, kWhere, false, true};
+    return {static_cast<unsigned char>(0x80 + keyNumber), kWhere, true, false, true};
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "pkcs11/drivers/ias/PKCS15CommonKeyAttributes.h"
 
+#include <algorithm>
+
 namespace PKCS11 {
 
 namespace {
@@ -30,7 +32,8 @@ Blob withBits(Blob bits, unsigned char flags, bool on)
     }
     unsigned char& first = bits.at(1);
     first = static_cast<unsigned char>(on ? first | flags : first & ~flags);
-    // A set bit is none of the unused ones.
+    // A set bit is none of the unused ones, of which there are seven at most.
+    bits.at(0) = std::min<unsigned char>(bits.at(0), 7);
     while (bits.size() == 2 && bits.at(0) > 0 && (first & ((1U << bits.at(0)) - 1)) != 0)
         --bits.at(0);
     return bits;
