@@ -70,8 +70,13 @@ unsigned long Table::addNewEntry(Table* other)
 
 unsigned long Table::delEntry(Table* other)
 {
-    for (unsigned long handle = 1; handle <= other->highWater(); ++handle)
-        delEntry(other->find(handle));
+    for (unsigned long handle = 1; handle <= other->highWater(); ++handle) {
+        try {
+            delEntry(other->find(handle));
+        } catch (const PKCS11Exception&) {
+            // One that cannot be taken out keeps no other one in.
+        }
+    }
     return 0;
 }
 

@@ -6,6 +6,11 @@
 
 using namespace PKCS11;
 
+struct StubbornTable : Table {
+    using Table::delEntry;
+    void delEntry(void* /*entry*/) override { throw PKCS11Exception(CKR_GENERAL_ERROR); }
+};
+
 TEST(Table, HandsOutTheLowestFreeHandle)
 {
     int entries[16] = {};
@@ -30,6 +35,7 @@ TEST(Table, HandsOutTheLowestFreeHandle)
     EXPECT_EQ(other.addNewEntry(&table), 0U);
     EXPECT_EQ(other.getEntry(1), &entries[0]);
     EXPECT_EQ(other.getEntry(16), &entries[15]);
+    EXPECT_EQ(StubbornTable().delEntry(&other), 0U);
     EXPECT_EQ(table.delEntry(&other), 0U);
     EXPECT_EQ(codeOf([&] { table.getEntry(16); }), CKR_OBJECT_HANDLE_INVALID);
     EXPECT_EQ(codeOf([&] { table.getEntry(1); }), CKR_OBJECT_HANDLE_INVALID);
