@@ -213,7 +213,7 @@ void Session::runStep(const OperationStep& row, const CK_BYTE* output, const Ste
         endOperation();
 }
 
-// Input, output, or both, of which nobody is to be null without reason.
+// Input, output, or both. A null input is one of no length; where an output's length goes is always told.
 
 void Session::runStep(const OperationStep& row, Input input, void (Mechanism::*step)(CK_BYTE*, CK_ULONG))
 {

@@ -31,7 +31,7 @@ public:
     unsigned long addNewEntry(Table* other);
     unsigned long delEntry(Table* other);
 
-    /// The largest handle ever issued: the end of every walk over the handles.
+    /// The largest handle ever issued.
     unsigned long highWater() const { return static_cast<unsigned long>(m_highWater); }
     /// Number of handle positions.
     unsigned long capacity() const { return m_entries.size(); }

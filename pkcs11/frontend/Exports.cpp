@@ -11,8 +11,8 @@ namespace {
 using PKCS11::CallScope;
 
 /// The last guard: no exception passes to the caller of the library, and no call to what is gone.
-template <class Method>
-CK_RV guarded(const Method& method) noexcept
+template <class Method, class OnEscape>
+CK_RV guarded(const Method& method, const OnEscape& onEscape) noexcept
 {
     if (SystemWrapper::hasEnded())
         return CKR_CRYPTOKI_NOT_INITIALIZED;
@@ -22,25 +22,22 @@ CK_RV guarded(const Method& method) noexcept
     try {
         return method();
     } catch (...) {
+        onEscape();
         return CKR_GENERAL_ERROR;
     }
+}
+
+template <class Method>
+CK_RV guarded(const Method& method) noexcept
+{
+    return guarded(method, [] {});
 }
 
 /// The same, and no half-begun operation stays behind in the session.
 template <class Method>
 CK_RV guardedOperation(CK_SESSION_HANDLE hSession, const Method& method) noexcept
 {
-    if (SystemWrapper::hasEnded())
-        return CKR_CRYPTOKI_NOT_INITIALIZED;
-    const CallScope scope;
-    if (SystemWrapper::hasEnded()) // while the call waited to begin
-        return CKR_CRYPTOKI_NOT_INITIALIZED;
-    try {
-        return method();
-    } catch (...) {
-        wrapper.MakeMechanismInvalid(hSession);
-        return CKR_GENERAL_ERROR;
-    }
+    return guarded(method, [=] { wrapper.MakeMechanismInvalid(hSession); });
 }
 
 } // namespace

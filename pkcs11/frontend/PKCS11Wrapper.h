@@ -49,7 +49,6 @@ public:
     /// Null while the library is not initialised.
     SessionList* sessions() const { return m_sessions.get(); }
     SlotList* slots() const { return m_slots.get(); }
-    CK_FUNCTION_LIST& functionList() { return m_functionList; }
 
     /// True from the end of the process on: nothing of the object is there for a call that begins.
     static bool hasEnded() { return s_ended; }

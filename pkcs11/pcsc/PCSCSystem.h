@@ -8,7 +8,8 @@
 
 namespace PKCS11 {
 
-/// SCARDCONTEXT, SCARDHANDLE and DWORD under names of our own: winscard.h stays inside this folder.
+/// SCARDCONTEXT, SCARDHANDLE and DWORD under names of our own: no header includes winscard.h but
+/// ReaderStates.h.
 using PCSCContext = long;
 using PCSCHandle = long;
 using PCSCWord = unsigned long;

@@ -370,7 +370,7 @@ TEST_F(CallsTest, EachFamilyShowsItsTokenAndObjects)
 }
 
 /// The first block of each call in the trace, a line for a call; numbers that stand for addresses taken out.
-TEST_F(CallsTest, TheTraceShowsEachCallAsThePageOfLinesSays)
+TEST_F(CallsTest, TheTraceShowsEachCallWithItsArgumentsAndResults)
 {
     TraceFile trace;
     codes(kFamilies[1], trace);

@@ -286,13 +286,4 @@ TEST_F(LifeCycleTest, EscapedExceptionDropsTheOperation)
     PKCS11::Logger::SetLoglevel(99);
 }
 
-TEST_F(LifeCycleTest, ProcessMayExitWithAnOpenSession)
-{
-    const auto exitWithSession = [this] {
-        start(std::make_shared<vcard::PivCard>());
-        std::exit(login("123456") == CKR_OK ? 0 : 1);
-    };
-    EXPECT_EXIT(exitWithSession(), ::testing::ExitedWithCode(0), "");
-}
-
 } // namespace

@@ -1,4 +1,6 @@
 #include "pkcs11/frontend/FunctionList.h"
+#include "tests/fakepcsc/FakePCSC.h"
+#include "tools/vcard/PivCard.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -48,18 +50,25 @@ TEST(ModuleTest, ExportsTheFunctionsAndNothingElse)
 
 TEST(ModuleTest, UnloadsAndExitsWithAndWithoutFinalize)
 {
+    fakepcsc::insertCard(fakepcsc::addReader("Reader 0"), std::make_shared<vcard::PivCard>());
     const auto use = [](bool finalize) {
         Module module(dlopen(QUARVEL_MODULE, RTLD_NOW));
-        functions(module)->C_Initialize(nullptr); // may find no PC/SC service
+        const CK_FUNCTION_LIST* list = functions(module);
+        CK_SESSION_HANDLE session = 0;
+        CK_BYTE pin[] = "123456";
+        EXPECT_EQ(list->C_Initialize(nullptr), CKR_OK);
+        EXPECT_EQ(list->C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
+        EXPECT_EQ(list->C_Login(session, CKU_USER, pin, 6), CKR_OK);
         if (finalize)
-            functions(module)->C_Finalize(nullptr);
+            list->C_Finalize(nullptr);
         return module;
     };
     for (const bool finalize : {true, false}) {
         use(finalize);
+        EXPECT_EQ(fakepcsc::open().handles + fakepcsc::open().contexts, 0);
         const auto exitLoaded = [&] {
             static_cast<void>(use(finalize).release());
-            std::exit(0);
+            std::exit(HasFailure() ? 1 : 0);
         };
         EXPECT_EXIT(exitLoaded(), ::testing::ExitedWithCode(0), "") << finalize;
     }

@@ -7,7 +7,7 @@ namespace PKCS11 {
 /// What the drivers of the ACOS cards share beside their key operations.
 class AcosToken : public CardToken {
 public:
-    /// Throws CKR_DEVICE_ERROR (0x30) when no channel opens.
+    /// Throws CKR_GENERAL_ERROR (5) when no channel opens.
     explicit AcosToken(PCSCSlot* slot);
 
     /// Called before every key operation: verifies the cached user PIN again.

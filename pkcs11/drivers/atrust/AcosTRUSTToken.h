@@ -20,7 +20,8 @@ constexpr unsigned short EF_VK = 0xC003;            ///< a data file
 /// certificate and two data files.
 class AcosTRUSTToken final : public AcosToken {
 public:
-    /// Throws CKR_DEVICE_ERROR (0x30) when no channel opens or DF_DEC cannot be selected.
+    /// Throws CKR_GENERAL_ERROR (5) when no channel opens, CKR_DEVICE_ERROR (0x30) when DF_DEC cannot be
+    /// selected.
     explicit AcosTRUSTToken(PCSCSlot* slot);
 
     CK_TOKEN_INFO getInfo() override;

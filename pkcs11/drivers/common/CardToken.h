@@ -94,7 +94,7 @@ protected:
     /// card was reset meanwhile and refuses without having compared the PIN. When the exchange fails, or the
     /// card refuses the PIN behind a reset, nobody knows which PIN holds: the login ends.
     int sendNewPin(const Blob& header, const Blob& data);
-    /// Throws CKR_DEVICE_ERROR (0x30) when no channel to a card opens.
+    /// Throws CKR_DEVICE_ERROR (0x30) without a slot, CKR_GENERAL_ERROR (5) when no channel to a card opens.
     void requireChannel();
     MechanismList& mechanisms() { return m_mechanisms; }
     /// Takes a new object into the object list.

@@ -1,4 +1,4 @@
-/// The objects of an education card. Each keeps its token, which owns it.
+/// The objects of an education card. The token owns them.
 #pragma once
 
 #include "pkcs11/drivers/common/CardObjects.h"

@@ -88,7 +88,7 @@ CK_FLAGS AcosEDUToken::getFlag()
 
 Blob AcosEDUToken::getModel()
 {
-    return m_model;
+    return {};
 }
 
 Blob AcosEDUToken::getLabel()

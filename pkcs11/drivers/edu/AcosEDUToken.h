@@ -9,8 +9,8 @@ namespace PKCS11 {
 /// key pair 1 with certificate file 0003, 2 key pair 2 with certificate file 0004, any other value neither.
 class AcosEDUToken final : public AcosToken {
 public:
-    /// Throws CKR_DEVICE_ERROR (0x30) when no channel opens, or the application, the variant's key file or
-    /// file 0005 cannot be selected.
+    /// Throws CKR_GENERAL_ERROR (5) when no channel opens, CKR_DEVICE_ERROR (0x30) when the application, the
+    /// variant's key file or file 0005 cannot be selected.
     AcosEDUToken(PCSCSlot* slot, int variant);
 
     CK_TOKEN_INFO getInfo() override;
@@ -43,7 +43,6 @@ private:
     void selectApplication() override;
 
     int m_variant;
-    Blob m_model;
     TokenInfo m_record;
     bool m_infoFilled = false;
 };

@@ -17,7 +17,8 @@ namespace PKCS11 {
 class IASToken final : public CardToken {
 public:
     /// Selects the application that the slot has found, reads the directories and builds all objects. Throws
-    /// CKR_DEVICE_ERROR (0x30) when no channel opens or the application cannot be selected.
+    /// CKR_GENERAL_ERROR (5) when no channel opens, CKR_DEVICE_ERROR (0x30) when the application cannot be
+    /// selected.
     explicit IASToken(PCSCSlot* slot);
 
     void VerifyPIN(const Blob& pin) override;

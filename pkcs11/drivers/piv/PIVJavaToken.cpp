@@ -33,7 +33,7 @@ constexpr char kChangePin[] = "00240080";
 constexpr char kChangePuk[] = "00240081";
 constexpr char kResetSecurity[] = "80A3000000";
 
-/// RSA 1024 and 2048, ECC P-256 and P-384 (SP 800-78-4, table 6-2).
+/// RSA 1024 and 2048, ECC P-256 and P-384 (SP 800-78-5, table 9).
 constexpr unsigned char kAlgorithms[] = {0x06, 0x07, 0x11, 0x14};
 /// What SendCmdIntern wants to have room for.
 constexpr int kAnswerRoom = 638;

@@ -18,11 +18,10 @@ constexpr long kNanosecondsPerMillisecond = 1000000;
 
 } // namespace
 
-FileLogger::FileLogger(const char* path, unsigned char options)
-    : m_options(options), m_path(path), m_process(getpid())
+FileLogger::FileLogger(const char* path, unsigned char options) : m_options(options), m_process(getpid())
 {
     // Lines are always written at the end: a forked child may add its own.
-    m_file.reset(std::fopen(m_path, "ae"));
+    m_file.reset(std::fopen(path, "ae"));
     if (!m_file || (!has(kAppend) && ftruncate(fileno(m_file.get()), 0) != 0 && errno != EINVAL))
         throw PKCS11Exception(CKR_GENERAL_ERROR, "log file cannot be opened", "FileLogger::FileLogger");
     if (has(kBanner)) {

@@ -45,7 +45,6 @@ private:
 
     std::atomic<short> m_level{kFailure};
     unsigned char m_options;
-    const char* m_path;
     const int m_process;
     std::unique_ptr<std::FILE, FileCloser> m_file;
 };

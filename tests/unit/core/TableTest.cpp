@@ -1,5 +1,4 @@
 #include "pkcs11/core/MechanismList.h"
-#include "tests/support/ByteText.h"
 #include "tests/support/Failure.h"
 
 #include <memory>

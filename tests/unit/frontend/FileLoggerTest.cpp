@@ -59,6 +59,7 @@ TEST(FileLoggerTest, TimeIsLocalOrUTC)
     EXPECT_NEAR(shown(4), 0, 5);
     EXPECT_NEAR(shown(0), 5.5 * 3600, 5);
     unsetenv("TZ");
+    tzset();
 }
 
 } // namespace
