@@ -68,6 +68,9 @@ public:
 
     /// A driver in place of the product's for this card-type word; none keeps the product's.
     virtual std::unique_ptr<Token> createDriver(const Blob& cardType, PCSCSlot& slot);
+    /// A login whose PIN the card refuses later, as another program has changed it, is over: no second
+    /// operation costs a try.
+    virtual bool endsRefusedLogin() const { return false; }
     /// What C_GetTokenInfo reports beside the flags of the driver.
     virtual CK_FLAGS addedTokenFlags() const { return 0; }
 

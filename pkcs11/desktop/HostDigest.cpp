@@ -29,6 +29,9 @@ template <class State>
 class HostDigest final : public Mechanism {
 public:
     explicit HostDigest(const Functions<State>& functions) : m_functions(functions) {}
+    ~HostDigest() override { cleanse(&m_state, sizeof m_state); } // the caller's data
+    HostDigest(const HostDigest&) = delete;
+    HostDigest& operator=(const HostDigest&) = delete;
 
     void digestInit() override { m_functions.init(&m_state); }
 

@@ -27,6 +27,8 @@ void SignInParts::signUpdate(CK_BYTE* data, CK_ULONG dataLen)
 void SignInParts::signFinal(CK_BYTE* out, CK_ULONG* outLen)
 {
     m_operation->sign(m_parts.data(), static_cast<CK_ULONG>(m_parts.size()), out, outLen);
+    if (out != nullptr)
+        m_parts.wipe();
 }
 
 } // namespace PKCS11

@@ -19,6 +19,9 @@ constexpr int kReadBinarySize = 4096;
 /// Length asked for when the card refuses the one before.
 constexpr unsigned char kFallbackLe = 0x70;
 
+/// READ BINARY commands for one file at most.
+constexpr int kMostRounds = 1024;
+
 /// READ BINARY with the offset in P1-P2.
 void setOffset(Blob& command, int offset)
 {
@@ -76,7 +79,8 @@ Blob PCSCSlot::ReadBinaryEF(bool* isWhole)
     Blob file;
     bool lengthChanged = false;
     int last = SW_SUCCESS;
-    while (file.size() < kOffsetLimit) {
+    int round = 0;
+    for (; file.size() < kOffsetLimit && round < kMostRounds; ++round) {
         setOffset(command, file.size());
         Blob chunk;
         const int sw = SendCmd(command, chunk);
@@ -97,7 +101,7 @@ Blob PCSCSlot::ReadBinaryEF(bool* isWhole)
         lengthChanged = wrongLength;
     }
     if (isWhole != nullptr)
-        *isWhole = endsFile(last);
+        *isWhole = endsFile(last) && round < kMostRounds;
     return file;
 }
 

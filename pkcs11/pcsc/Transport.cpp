@@ -18,8 +18,9 @@ constexpr char kWhere[] = "PCSCSlot::SendCmdIntern";
 constexpr DWORD kReceiveSize = 640;
 /// Bytes kept for one answer by the forms that return a Blob.
 constexpr std::size_t kAnswerSize = 1024;
-/// Bytes of an answer that a card may spread over GET RESPONSE commands.
+/// Bytes of an answer that a card may spread over GET RESPONSE commands, and how many of these.
 constexpr int kChainLimit = 0x10000;
+constexpr int kMostRounds = 1024;
 /// Invalid parameter in the words of the operating system; some reader drivers pass it through.
 constexpr long kInvalidParameter = 0x57;
 /// Reader drivers that know no extended APDUs fail with this code.
@@ -45,6 +46,12 @@ bool isKnownProtocol(DWORD protocol)
     return protocol == SCARD_PROTOCOL_T0 || protocol == SCARD_PROTOCOL_T1;
 }
 
+/// VERIFY, CHANGE REFERENCE DATA, RESET RETRY COUNTER. They have no Le: the last byte is the PIN's.
+bool carriesPin(const char* cmd, int cmdLen)
+{
+    return cmdLen > 1 && (cmd[1] == 0x20 || cmd[1] == 0x24 || cmd[1] == 0x2C);
+}
+
 /// One exchange under a known protocol. T=0 knows no Le behind data: a reader that refuses it gets the
 /// command without.
 long transmit(SCARDHANDLE card, DWORD protocol, const char* cmd, int cmdLen, Answer& answer)
@@ -57,18 +64,12 @@ long transmit(SCARDHANDLE card, DWORD protocol, const char* cmd, int cmdLen, Ans
     answer.length = kReceiveSize;
     const long result = send(cmdLen);
     const bool refused = result == kInvalidParameter || result == SCARD_E_INVALID_PARAMETER;
-    if (protocol != SCARD_PROTOCOL_T0 || !refused || cmdLen < 1)
+    if (protocol != SCARD_PROTOCOL_T0 || !refused || cmdLen < 1 || carriesPin(cmd, cmdLen))
         return result;
     // The room stays as the first call left it, unless PC/SC set it to nothing or to more than there is.
     if (answer.length < 2 || answer.length > kReceiveSize)
         answer.length = kReceiveSize;
     return send(cmdLen - 1);
-}
-
-/// VERIFY, CHANGE REFERENCE DATA, RESET RETRY COUNTER.
-bool carriesPin(const char* cmd, int cmdLen)
-{
-    return cmdLen > 1 && (cmd[1] == 0x20 || cmd[1] == 0x24 || cmd[1] == 0x2C);
 }
 
 bool wantsReset(long result)
@@ -161,7 +162,7 @@ int PCSCSlot::fetchAnswer(unsigned char le, char* resp, int* respLen)
 int PCSCSlot::SendCmd(const char* cmd, int cmdLen, char* resp, int* respLen)
 {
     int sw = SendCmdIntern(cmd, cmdLen, resp, respLen);
-    if (isWrongLe(sw)) {
+    if (isWrongLe(sw) && !carriesPin(cmd, cmdLen)) {
         Blob command(cmd, cmd + cmdLen);
         if (cmdLen <= 4)
             command.push_back(sw2(sw));
@@ -197,7 +198,7 @@ int PCSCSlot::SendCmd(const Blob& cmd)
 
 int PCSCSlot::collect(int sw, Blob& data)
 {
-    while (hasMoreData(sw) && data.size() < kChainLimit) {
+    for (int round = 0; hasMoreData(sw) && data.size() < kChainLimit && round < kMostRounds; ++round) {
         WipedBuffer<kAnswerSize> answer;
         int length = 0;
         sw = fetchAnswer(sw2(sw), answer.bytes.data(), &length);

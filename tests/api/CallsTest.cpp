@@ -156,6 +156,7 @@ protected:
             {"refused with 6A80", refuse("6A80")},
             {"refused with 63C2", refuse("63C2")},
             {"refused with 6983", refuse("6983")},
+            {"refused with 6C07", refuse("6C07")},
             {"refused with 63C2 behind a reset", [&](int nth) { before(nth, reset), refuse("63C2")(nth); }},
             {"refused with 6A82 behind a reset of the first",
              [&](int nth) { before(1, reset), refuse("6A82")(nth); }},

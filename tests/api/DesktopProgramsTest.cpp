@@ -175,6 +175,20 @@ TEST_F(DesktopPrograms, ACardThatAnotherProgramHasResetIsLeftToIt)
     SCardReleaseContext(context);
 }
 
+TEST_F(DesktopPrograms, ALoginEndsWhenTheCardRefusesItsPin)
+{
+    startPiv();
+    ASSERT_EQ(login("123456"), CKR_OK);
+    const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
+    answer("6F00", 2); // says nothing about the PIN
+    EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_PIN_INCORRECT);
+    EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_OK);
+    m_card->transmit(bytes("0024008010 '123456' FFFF '654321' FFFF")); // by another program
+    EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_PIN_INCORRECT);
+    EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_USER_NOT_LOGGED_IN);
+    EXPECT_EQ(login("654321") | sign(key, CKM_RSA_PKCS, m_data).rv, CKR_OK);
+}
+
 TEST_F(DesktopPrograms, ACallInsideACallLeavesItTheCard)
 {
     startPiv();

@@ -1,5 +1,6 @@
 #include "pkcs11/drivers/common/CardToken.h"
 
+#include "pkcs11/Edition.h"
 #include "pkcs11/core/Mechanism.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 
@@ -135,6 +136,8 @@ void CardToken::replayUserPin()
     } catch (const PKCS11Exception& failure) {
         if (isPinRefusal(failure))
             m_pinRefusal = failure.value();
+        if (isPinRefused(m_verifyStatus) && Edition::current().endsRefusedLogin())
+            Logout();
         throw;
     }
 }
@@ -209,6 +212,7 @@ void CardToken::runWhole(const std::function<void()>& work)
 
 int CardToken::sendVerify(const Blob& header, const Blob& data)
 {
+    m_verifyStatus = 0;
     requireApplication();
     PCSCSlot::CardMark mark = card().cardMark();
     int sw = card().Send(header, data);
@@ -223,7 +227,7 @@ int CardToken::sendVerify(const Blob& header, const Blob& data)
         m_pinShownAt = card().selectionMark();
         m_pinRefusal = CKR_OK;
     }
-    return sw;
+    return m_verifyStatus = sw;
 }
 
 int CardToken::sendNewPin(const Blob& header, const Blob& data)

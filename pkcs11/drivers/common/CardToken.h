@@ -111,6 +111,8 @@ private:
     int m_pinShownAt;
     /// With which code the card refused the cached user PIN when it saw it last.
     CK_RV m_pinRefusal = CKR_OK;
+    /// Of the last VERIFY; 0 where it did not come to its end.
+    int m_verifyStatus = 0;
 };
 
 /// Throws CKR_DEVICE_ERROR (0x30) with these texts unless the status is 9000.

@@ -21,12 +21,13 @@ std::string repeated(const std::string& byte, int count)
     return count == 0 ? "" : byte + repeated(byte, count - 1);
 }
 /// Commands that read so many chunks of a file, with their answers.
-std::string chunks(int count, int size)
+std::string chunks(int count, int size, const std::string& le = "")
 {
     std::string script;
     for (int offset = 0; offset < count * size; offset += size)
         script += "00B0" + vcard::toHex(vcard::twoBytes(static_cast<unsigned>(offset))) +
-                  vcard::toHex({static_cast<unsigned char>(size)}) + ":" + repeated("11", size) + "9000 ";
+                  (le.empty() ? vcard::toHex({static_cast<unsigned char>(size)}) : le) + ":" +
+                  repeated("11", size) + "9000 ";
     return script;
 }
 std::string select(const std::string& aid)
@@ -109,7 +110,7 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
     const Operation create = [&] { return m_slot->createToken() ? "token" : "none"; };
     const std::string chunk = repeated("55", 256), full = repeated("11", 241),
                       first = "00B00000F1:" + full + "9000 00B000F1F1:";
-    const std::string whole = "00A4040001AA00", cut = "00A4040001AA";
+    const std::string whole = "00A4040001AA00", cut = "00A4040001AA", verify = "00200080023132";
     const std::string failed = "5|PCSC driver failed|PCSCSlot::SendCmdIntern";
     const std::string search =
         kApplet + ":6A82" + kGeneric + ":6A82" + kPKCS15 + ":6A82" + kDir + " 00B0000000:";
@@ -140,6 +141,7 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
         {gather, "0087001101AA:6C05", ""},
         {gather, "0087001101AA:" + chunk + "6100" + repeated(" 00C0000000:" + chunk + "6100", 255),
          repeated(chunk, 256)},
+        {gather, "0087001101AA:016101" + repeated(" 00C0000001:016101", 1024), repeated("01", 1025)},
         {[&] { return shown(m_slot->SendCmdChained(hex("0087001100"), answer), answer); },
          "0087001100:6102 00C0000002:026102 00C0000002:6102", "610202"},
         {read, first + "6B00", "9000" + full},
@@ -158,6 +160,7 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
         {readEF, "00B0000000:019000 00B0000100:6A86", "01"},
         {readEF, "00B0000000:019000 00B0000100:6F00", "01 and more"},
         {readEF, chunks(128, 256), repeated(repeated("11", 256), 128)},
+        {readEF, chunks(1024, 1, "00"), repeated("11", 1024) + " and more"},
         // Under T=0 with the length that the card names.
         {readEF, "00B0000000:6C40 00B0000040:6C41 00B0000041:016282", "01", "", true},
         {appl, "00A4040402A001:6A86 00A4040002A001:6F059000", "6F05"},
@@ -195,6 +198,8 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
         {command(whole), cut, "9000", "", true, {0x57}, {whole, cut}},
         {command(whole), cut, "9000", "", true, {SCARD_E_INVALID_PARAMETER}, {whole, cut}},
         {command(whole), cut, "9000", "", true, {SCARD_W_RESET_CARD, 0x57}, {whole, whole, cut}},
+        {command(verify), "", failed, "", true, {0x57}, {verify}}, // there the last byte is the PIN's
+        {command(verify), verify + ":6C07", "6C07", "", true, {}, {verify}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.script.substr(0, 200));
