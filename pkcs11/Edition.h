@@ -34,15 +34,16 @@ public:
     /// Around every exported function.
     virtual void beginCall() {}
     virtual void endCall() {}
-    /// At the end of the process: like beginCall(), but false while another thread is in a call, which may
-    /// not end before the process does.
+    /// At the end of the process: like beginCall(), but false while a call is under way, which may not end
+    /// before the process does.
     virtual bool tryBeginCall() { return true; }
     /// Before a call blocks for slot events: lets others run. True when endWait() has to follow.
     virtual bool beginWait() { return false; }
     /// False when the library is being finalised: nothing is left that the call could go on with.
     virtual bool endWait() { return true; }
 
-    /// C_Initialize in a forked child of an initialised process starts the library anew.
+    /// C_Initialize in a forked child of an initialised process starts the library anew; other calls are
+    /// refused until then.
     virtual bool startsAnewInChild() const { return false; }
 
     // --- Readers ---

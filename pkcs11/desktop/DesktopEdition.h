@@ -14,7 +14,7 @@ public:
 
     void beginCall() override { m_lock.enter(); }
     void endCall() override;
-    bool tryBeginCall() override { return m_lock.tryEnter(); }
+    bool tryBeginCall() override { return !m_lock.isInside() && m_lock.tryEnter(); }
     bool beginWait() override;
     bool endWait() override { return m_lock.enterUnless(SlotWaits::isEnding); }
 

@@ -202,7 +202,7 @@ CK_RV PKCS11Wrapper::run(const Call& call, Arguments arguments, Hook hook, CK_UL
     logArguments(arguments);
     if (call.argumentsBad)
         rv = CKR_ARGUMENTS_BAD;
-    else if (!m_initialised)
+    else if (!isInitialised())
         rv = CKR_CRYPTOKI_NOT_INITIALIZED;
     else
         rv = outcomeOf(action, [&](const PKCS11Exception& ex) { runHook(hook, target, ex); });

@@ -60,6 +60,11 @@ CK_RV PKCS11Wrapper::Initialize(void* pInitArgs)
     return rv;
 }
 
+bool PKCS11Wrapper::isInitialised() const
+{
+    return m_initialised && (m_process == getpid() || !Edition::current().startsAnewInChild());
+}
+
 void PKCS11Wrapper::startAnew()
 {
     m_process = getpid();

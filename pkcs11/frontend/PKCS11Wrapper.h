@@ -193,6 +193,9 @@ private:
     CK_RV sessionCall(const Call& call, CK_SESSION_HANDLE hSession, Arguments arguments,
                       Action<void(Session&)> action, Arguments results = {});
 
+    /// False in a forked child that starts anew: what it inherited is the parent's.
+    bool isInitialised() const;
+
     CK_FUNCTION_LIST m_functionList{};
     std::unique_ptr<SessionList> m_sessions;
     bool m_pauseOnRemoval = true;

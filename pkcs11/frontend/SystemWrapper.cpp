@@ -24,8 +24,8 @@ static_assert(sizeof(kDescription) == sizeof(CK_INFO::libraryDescription) + 1, "
 constexpr unsigned char kTraceOptions = FileLogger::kTimePrefix | FileLogger::kFlush | FileLogger::kBanner;
 constexpr short kEverything = 99;
 
-/// Where the library object lives. When the process ends beside a call of another thread it stays, with all
-/// that the call uses.
+/// Where the library object lives. When the process ends beside a call of another thread, or inside of one,
+/// it stays, with all that the call uses.
 union Place {
     SystemWrapper object;
 

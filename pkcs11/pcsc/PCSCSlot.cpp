@@ -138,38 +138,50 @@ void PCSCSlot::ResetChannel()
     }
 }
 
-long PCSCSlot::RejoinChannel()
+long PCSCSlot::reconnect(PCSCWord action)
 {
-    const long result = withProtocol([this] {
+    return withProtocol([&] {
         DWORD protocol = SCARD_PROTOCOL_UNDEFINED;
-        const long joined =
-            SCardReconnect(m_card, SCARD_SHARE_SHARED, kProtocols, SCARD_LEAVE_CARD, &protocol);
+        const long joined = SCardReconnect(m_card, SCARD_SHARE_SHARED, kProtocols, action, &protocol);
         if (joined == SCARD_S_SUCCESS && protocol == SCARD_PROTOCOL_UNDEFINED)
             return long{SCARD_E_PROTO_MISMATCH};
         if (joined == SCARD_S_SUCCESS)
             m_protocol = protocol;
-        return long{joined};
+        return joined;
     });
+}
+
+long PCSCSlot::RejoinChannel()
+{
+    long result = reconnect(SCARD_LEAVE_CARD);
+    PCSCWord state = SCARD_POWERED;
+    if (result == SCARD_S_SUCCESS)
+        result = queryStatus(state);
+    if (result == SCARD_S_SUCCESS && (state & SCARD_POWERED) == 0)
+        result = reconnect(SCARD_RESET_CARD);
     if (result != SCARD_S_SUCCESS || isSameInsertion())
         return result;
     noteExchange();
     return SCARD_W_REMOVED_CARD;
 }
 
-long PCSCSlot::cardStatus()
+long PCSCSlot::queryStatus(PCSCWord& state) const
 {
-    if (m_cardExchanged)
-        return SCARD_W_REMOVED_CARD;
-    // Only the result counts, but older PC/SC services insist on the buffers.
+    // Older PC/SC services insist on all the buffers.
     std::array<char, 10000> reader;
     std::array<unsigned char, 100> atr;
     DWORD readerLength = reader.size();
     DWORD atrLength = atr.size();
-    DWORD state = 0;
     DWORD protocol = 0;
-    const long result =
-        SCardStatus(m_card, reader.data(), &readerLength, &state, &protocol, atr.data(), &atrLength);
-    return Edition::current().judgeStatus(*this, result);
+    return SCardStatus(m_card, reader.data(), &readerLength, &state, &protocol, atr.data(), &atrLength);
+}
+
+long PCSCSlot::cardStatus()
+{
+    if (m_cardExchanged)
+        return SCARD_W_REMOVED_CARD;
+    PCSCWord state = 0;
+    return Edition::current().judgeStatus(*this, queryStatus(state));
 }
 
 } // namespace PKCS11

@@ -42,8 +42,9 @@ public:
     bool CloseChannel();
     /// Warm reset of the card: every selection and login on it is lost. Throws CKR_GENERAL_ERROR (5).
     void ResetChannel();
-    /// Reconnects to a card that another program has reset, leaving it as it is; tries again while the
-    /// service has no protocol for the card. The PC/SC result; SCARD_W_REMOVED_CARD for another card.
+    /// Reconnects to a card that another program has reset, leaving it as it is unless it was switched off;
+    /// tries again while the service has no protocol for the card. The PC/SC result; SCARD_W_REMOVED_CARD for
+    /// another card.
     long RejoinChannel();
     bool isConnected() const { return m_card != 0; }
     /// The PC/SC result of SCardStatus on the card handle; 0 is success. SCARD_W_REMOVED_CARD for a card that
@@ -144,6 +145,9 @@ private:
     std::unique_ptr<Token> buildToken();
     /// After an exchange that met a reset or a removal.
     void recover(long result);
+    long reconnect(PCSCWord action);
+    /// SCardStatus: its result, and the SCARD_ bits of the card's state.
+    long queryStatus(PCSCWord& state) const;
     /// What the reader tells; false when it cannot be asked.
     bool readState(ReaderState& state);
     /// True when the card in the reader is the one that the channel was opened to, and was never taken out.

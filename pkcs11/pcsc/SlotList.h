@@ -19,7 +19,8 @@ public:
     virtual void addSlot(std::unique_ptr<Slot> slot);
     /// Null for an unknown ID.
     Slot* getSlot(CK_SLOT_ID id) const { return static_cast<Slot*>(find(id)); }
-    /// As C_GetSlotList. Throws CKR_BUFFER_TOO_SMALL (0x150) for the slots with a token.
+    /// As C_GetSlotList. Throws CKR_BUFFER_TOO_SMALL (0x150) for the slots with a token, and where readers
+    /// may come later.
     void getIDList(CK_BBOOL tokenPresent, CK_SLOT_ID* list, CK_ULONG* count);
     /// As C_WaitForSlotEvent. Throws CKR_NO_EVENT (8) and CKR_FUNCTION_FAILED (6). Returns false when the
     /// wait was cancelled; *slot is then left alone.

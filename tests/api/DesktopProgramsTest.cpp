@@ -165,6 +165,8 @@ TEST_F(DesktopPrograms, ACardThatAnotherProgramHasResetIsLeftToIt)
     EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).length, 256U);
     EXPECT_EQ(SCardBeginTransaction(handle), 0); // else SCARD_W_RESET_CARD
     EXPECT_EQ(SCardEndTransaction(handle, SCARD_LEAVE_CARD), 0);
+    fakepcsc::unpowerCard(m_reader);
+    EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_OK);
     for (const int failures : {2, 100}) { // as may a session on a card that has just come
         fakepcsc::insertCard(m_reader, m_card);
         fakepcsc::failCall("SCardConnect", SCARD_E_PROTO_MISMATCH, 1, failures);
@@ -256,6 +258,13 @@ TEST_F(DesktopPrograms, ExitLeavesTheCallsOfOtherThreadsWhatTheyUse)
         std::exit(1);
     };
     EXPECT_EXIT(exitBesideCalls(), ::testing::ExitedWithCode(0), "");
+    const auto exitInsideACall = [this] { // as a signal handler may; PC/SC would not let it in
+        startPiv();
+        fakepcsc::beforeCall("SCardTransmit", 1, [] { std::exit(1); });
+        lastWord.exitCode = [] { return fakepcsc::callCount("SCardDisconnect"); };
+        login("123456");
+    };
+    EXPECT_EXIT(exitInsideACall(), ::testing::ExitedWithCode(0), "");
 }
 
 } // namespace

@@ -119,7 +119,8 @@ TEST_F(LifeCycleTest, SlotsFollowTheirReaders)
         return Codes{C_GetSlotInfo(id, &info), info.flags};
     };
     CK_TOKEN_INFO info{};
-    EXPECT_EQ(slots(CK_FALSE, 1), Codes({0, 2, 1, 2}));
+    EXPECT_EQ(slots(CK_FALSE, 1), isDesktop() ? Codes({CKR_BUFFER_TOO_SMALL, 2, 0, 0}) : Codes({0, 2, 1, 2}));
+    trace.news();
     EXPECT_EQ(slots(CK_TRUE, 0), Codes({CKR_BUFFER_TOO_SMALL, 1, 0, 0}));
     EXPECT_EQ(trace.failures(), "(buffer too samll|SlotList::getIdList)");
     EXPECT_EQ(slots(CK_TRUE, 1), Codes({0, 1, 2, 0}));

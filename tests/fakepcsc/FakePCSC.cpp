@@ -21,7 +21,7 @@ namespace {
 struct Reader {
     std::string name;
     std::shared_ptr<vcard::Card> card;
-    bool t0 = false, attached = true, forgotten = false, hasProtocol = true;
+    bool t0 = false, attached = true, forgotten = false, hasProtocol = true, powered = true;
     DWORD events = 0;
     int changes = 0;
     LONG lastChange = 0;         ///< all that a handle of before tells, as with the real service
@@ -34,9 +34,13 @@ struct Reader {
     }
     void take(std::shared_ptr<vcard::Card> fresh, bool isT0 = false)
     {
-        card = std::move(fresh), t0 = isT0, ++events, ++changes, lastChange = SCARD_W_REMOVED_CARD;
+        card = std::move(fresh), t0 = isT0, powered = true, ++events, ++changes,
+        lastChange = SCARD_W_REMOVED_CARD;
     }
-    void resetCard() { card->reset(), ++changes, lastChange = SCARD_W_RESET_CARD; }
+    void resetCard(bool isOn = true)
+    {
+        card->reset(), powered = isOn, ++changes, lastChange = SCARD_W_RESET_CARD;
+    }
 };
 /// A wait blocks in a descriptor of its own, as with the real service: a signal handler that interrupts it
 /// may call whatever it likes.
@@ -280,6 +284,10 @@ void resetCard(int reader)
 {
     change(reader, [](Reader& r) { r.resetCard(); });
 }
+void unpowerCard(int reader)
+{
+    change(reader, [](Reader& r) { r.resetCard(false); });
+}
 void loseProtocol(int reader)
 {
     change(reader, [](Reader& r) { r.hasProtocol = false; });
@@ -390,6 +398,7 @@ LONG SCardConnect(SCARDCONTEXT context, LPCSTR name, DWORD mode, DWORD protocols
             refuse(other.reader == fresh.reader && (other.isAlone || fresh.isAlone),
                    SCARD_E_SHARING_VIOLATION);
         refuse(fresh.reader == nullptr || !fresh.reader->attached, SCARD_E_UNKNOWN_READER);
+        fresh.reader->powered = true;
         connect(fresh, mode, protocols, *active);
         s.handles[*handle = ++lastId] = fresh;
     });
@@ -433,9 +442,11 @@ LONG SCardEndTransaction(SCARDHANDLE number, DWORD disposition)
         owner = 0;
     });
 }
-LONG SCardStatus(SCARDHANDLE number, LPSTR, LPDWORD, LPDWORD, LPDWORD, LPBYTE, LPDWORD)
+LONG SCardStatus(SCARDHANDLE number, LPSTR, LPDWORD, LPDWORD state, LPDWORD, LPBYTE, LPDWORD)
 {
-    return call("SCardStatus", [&] { findUnchanged(number); });
+    return call("SCardStatus", [&] {
+        *state = SCARD_PRESENT | (findUnchanged(number).reader->powered ? SCARD_POWERED : 0);
+    });
 }
 LONG SCardGetStatusChange(SCARDCONTEXT context, DWORD timeout, SCARD_READERSTATE* states, DWORD count)
 {
@@ -480,6 +491,7 @@ LONG SCardTransmit(SCARDHANDLE number, const SCARD_IO_REQUEST* pci, LPCBYTE comm
         refuse(length < 4, SCARD_E_INVALID_PARAMETER);
         const SCARDHANDLE owner = handle.reader->transaction;
         refuse(owner != 0 && owner != number, SCARD_E_SHARING_VIOLATION);
+        refuse(!handle.reader->powered, SCARD_W_UNPOWERED_CARD);
         refuse(!handle.reader->hasProtocol || pci->dwProtocol != handle.then.protocol(),
                SCARD_E_PROTO_MISMATCH);
         std::optional<Plan> plan = due("answer");

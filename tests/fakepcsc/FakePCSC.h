@@ -33,6 +33,8 @@ void insertCard(int reader, std::shared_ptr<vcard::Card> card, bool t0 = false);
 void removeCard(int reader);
 /// Another application resets the card: open handles see SCARD_W_RESET_CARD until they reconnect.
 void resetCard(int reader);
+/// The same, and the card is off until somebody resets it or connects to it anew.
+void unpowerCard(int reader);
 /// As behind such a reset for some milliseconds: no command goes to the card until somebody connects to it.
 void loseProtocol(int reader);
 
