@@ -14,11 +14,13 @@ namespace {
 
 constexpr DWORD kProtocols = SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1;
 
+/// How often the card is connected to while another program keeps resetting it.
+constexpr int kAttempts = 3;
+
 /// A connection to a card that another program may be resetting: pcscd has no protocol for it just then.
 template <class Connect>
 long withProtocol(Connect connect)
 {
-    constexpr int kAttempts = 3;
     long result = connect();
     for (int i = 1; i < kAttempts && Edition::current().wantsRejoin(result); ++i)
         result = connect();
@@ -153,12 +155,15 @@ long PCSCSlot::reconnect(PCSCWord action)
 
 long PCSCSlot::RejoinChannel()
 {
-    long result = reconnect(SCARD_LEAVE_CARD);
-    PCSCWord state = SCARD_POWERED;
-    if (result == SCARD_S_SUCCESS)
-        result = queryStatus(state);
-    if (result == SCARD_S_SUCCESS && (state & SCARD_POWERED) == 0)
-        result = reconnect(SCARD_RESET_CARD);
+    long result = SCARD_W_RESET_CARD;
+    for (int i = 0; i < kAttempts && result == SCARD_W_RESET_CARD; ++i) {
+        result = reconnect(SCARD_LEAVE_CARD);
+        PCSCWord state = SCARD_POWERED;
+        if (result == SCARD_S_SUCCESS)
+            result = queryStatus(state);
+        if (result == SCARD_S_SUCCESS && (state & SCARD_POWERED) == 0)
+            result = reconnect(SCARD_RESET_CARD);
+    }
     if (result != SCARD_S_SUCCESS || isSameInsertion())
         return result;
     noteExchange();
