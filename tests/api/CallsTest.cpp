@@ -4,6 +4,7 @@
 #include "tests/support/FamilyFixture.h"
 #include "tests/support/TraceFile.h"
 
+#include <cstring>
 #include <functional>
 #include <map>
 #include <regex>
@@ -375,11 +376,13 @@ TEST_F(CallsTest, TheTraceShowsEachCallWithItsArgumentsAndResults)
 {
     TraceFile trace;
     codes(kFamilies[1], trace);
-    CK_INFO info{};
-    CK_SLOT_INFO slot{};
-    CK_TOKEN_INFO token{};
-    CK_SESSION_INFO session{};
-    CK_MECHANISM_INFO mechanism{};
+    CK_INFO info;
+    CK_SLOT_INFO slot;
+    CK_TOKEN_INFO token;
+    CK_SESSION_INFO session;
+    CK_MECHANISM_INFO mechanism;
+    const auto fill = [](auto&... records) { (std::memset(&records, 0xFF, sizeof records), ...); };
+    fill(info, slot, token, session, mechanism);
     CK_MECHANISM_TYPE types[20] = {};
     CK_ULONG count = 20;
     CK_SLOT_ID id = 0;
