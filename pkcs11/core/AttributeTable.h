@@ -13,6 +13,7 @@ namespace PKCS11 {
 
 class Object;
 
+/// One attribute of an object class: how it is read and set.
 struct AttributeRow {
     CK_ATTRIBUTE_TYPE type;
     /// Smallest length of a value in bytes: 1 for a boolean, sizeof(CK_ULONG), 8 for a date, 0 for bytes.

@@ -4,6 +4,7 @@
 
 namespace PKCS11 {
 
+/// A certificate object (CKO_CERTIFICATE) of any type.
 class Certificate : public Storage {
 public:
     CK_OBJECT_CLASS getClass() override { return CKO_CERTIFICATE; }

@@ -4,6 +4,7 @@
 
 namespace PKCS11 {
 
+/// A data object (CKO_DATA): bytes that an application knows the meaning of.
 class Data : public Storage {
 public:
     CK_OBJECT_CLASS getClass() override { return CKO_DATA; }

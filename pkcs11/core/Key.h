@@ -7,6 +7,7 @@ namespace PKCS11 {
 class Mechanism;
 class MechanismInfo;
 
+/// What private, public and secret keys have in common: type, ID, validity, and derivation.
 class Key : public Storage {
 public:
     virtual CK_KEY_TYPE getKeyType() = 0;

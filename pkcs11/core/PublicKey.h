@@ -4,6 +4,7 @@
 
 namespace PKCS11 {
 
+/// A public key object (CKO_PUBLIC_KEY), which makes the operations that it takes part in.
 class PublicKey : public Key {
 public:
     CK_OBJECT_CLASS getClass() override { return CKO_PUBLIC_KEY; }

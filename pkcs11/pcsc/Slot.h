@@ -27,6 +27,7 @@ public:
     Slot& operator=(const Slot&) = delete;
     virtual ~Slot();
 
+    /// True when a card is in the reader. Throws CKR_DEVICE_ERROR (0x30) when the reader cannot be asked.
     virtual bool isTokenPresent() = 0;
     /// A new token for the card in the reader, or none when no driver takes it. Throws
     /// CKR_TOKEN_NOT_RECOGNIZED (0xE1).
@@ -41,7 +42,7 @@ public:
 
     /// The token of the card, built on demand. When the card was exchanged, the slot's sessions are paused
     /// and the old token is dropped first. Throws CKR_DEVICE_REMOVED (0x32), CKR_TOKEN_NOT_PRESENT (0xE0),
-    /// CKR_TOKEN_NOT_RECOGNIZED (0xE1).
+    /// CKR_TOKEN_NOT_RECOGNIZED (0xE1), and what isTokenPresent throws.
     Token* getToken();
     /// The same right after isTokenPresent() gave true, without asking the reader again.
     Token* getTokenOfPresentCard();

@@ -6,11 +6,13 @@ namespace PKCS11 {
 
 class AcosTRUSTToken;
 
+/// Signing with the card's one key.
 class AcosTRUSTMechanismSign final : public AcosMechanismSign {
 public:
     AcosTRUSTMechanismSign(AcosTRUSTToken& token, int knownLength);
 };
 
+/// Decryption with the same.
 class AcosTRUSTMechanismDecrypt final : public AcosMechanismDecrypt {
 public:
     AcosTRUSTMechanismDecrypt(AcosTRUSTToken& token, unsigned short fid, CK_MECHANISM_TYPE type);

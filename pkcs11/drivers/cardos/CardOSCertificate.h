@@ -6,6 +6,7 @@ namespace PKCS11 {
 
 class CardOSToken;
 
+/// The certificate of an object information record, in a file that is read on demand.
 class CardOSCertificate final : public CardCertificate {
 public:
     /// Reads the attribute file; `index` is the object's place in the directory. Throws as CardOSToken's

@@ -4,6 +4,7 @@
 
 namespace PKCS11 {
 
+/// The public half of a key pair; the card itself encrypts and verifies with it.
 class CardOSPublicKey final : public CardOSKey<CardPublicKey> {
 public:
     /// Reads the attribute file. Throws as CardOSToken's constructor does.

@@ -6,7 +6,8 @@
 
 namespace PKCS11 {
 
-/// True when the output is null: the length has been answered and the call is done.
+/// True when the output is null: the length has been answered and the call is done. Throws CKR_ARGUMENTS_BAD
+/// (7) where there is no place for the length.
 bool answersLength(const CK_BYTE* out, CK_ULONG* outLen, int length);
 
 /// Throws CKR_BUFFER_TOO_SMALL for a result whose size is known before the card is asked.

@@ -43,6 +43,7 @@ private:
     std::vector<std::unique_ptr<Record>> m_records;
 };
 
+/// A directory file (ISO/IEC 7816-15) whose records are all of one kind.
 template <class RecordClass>
 class PKCS15DirectoryOf : public PKCS15BaseDF {
 public:
