@@ -1,5 +1,6 @@
 // What the desktop edition does for programs with many threads, and beside other programs on the same card.
 #include "tests/support/CryptokiFixture.h"
+#include "tests/support/Families.h"
 #include "tests/support/LastWord.h"
 #include "tools/vcard/PivCard.h"
 
@@ -191,6 +192,12 @@ TEST_F(DesktopPrograms, ALoginEndsWhenTheCardRefusesItsPin)
     EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_PIN_INCORRECT);
     EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_USER_NOT_LOGGED_IN);
     EXPECT_EQ(login("654321") | sign(key, CKM_RSA_PKCS, m_data).rv, CKR_OK);
+    fakepcsc::insertCard(m_reader, kFamilies[4].make()); // whose driver selects before it shows the PIN
+    ASSERT_EQ(open() | login("123456"), CKR_OK);
+    EXPECT_EQ(setPin("000000", "123456"), CKR_PIN_INCORRECT);
+    answer("6A82", 1);
+    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_ERROR);
+    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, CKR_OK);
 }
 
 TEST_F(DesktopPrograms, ACallInsideACallLeavesItTheCard)

@@ -131,6 +131,7 @@ void CardToken::replayUserPin()
     const Blob pin = userPin();
     if (pin.empty())
         return;
+    m_verifyStatus = 0;
     try {
         VerifyPIN(pin);
     } catch (const PKCS11Exception& failure) {
@@ -212,7 +213,6 @@ void CardToken::runWhole(const std::function<void()>& work)
 
 int CardToken::sendVerify(const Blob& header, const Blob& data)
 {
-    m_verifyStatus = 0;
     requireApplication();
     PCSCSlot::CardMark mark = card().cardMark();
     int sw = card().Send(header, data);

@@ -111,7 +111,7 @@ private:
     int m_pinShownAt;
     /// With which code the card refused the cached user PIN when it saw it last.
     CK_RV m_pinRefusal = CKR_OK;
-    /// Of the last VERIFY; 0 where it did not come to its end.
+    /// Of the last VERIFY; 0 while the cached user PIN is to be shown again and was not.
     int m_verifyStatus = 0;
 };
 
