@@ -7,12 +7,12 @@ namespace PKCS11 {
 namespace {
 
 // The traces of this library have always spelled these texts so.
-constexpr const char* kNotEncrypt = "not an encrpyt mechanism";
-constexpr const char* kNotDecrypt = "not a decrpyt mechanism";
-constexpr const char* kNotHash = "not a hash mechanism";
-constexpr const char* kNotSign = "not a sign mechanism";
-constexpr const char* kNotVerify = "not a verify mechanism";
-constexpr const char* kNotRandom = "not a random mechanism";
+constexpr char kNotEncrypt[] = "not an encrpyt mechanism";
+constexpr char kNotDecrypt[] = "not a decrpyt mechanism";
+constexpr char kNotHash[] = "not a hash mechanism";
+constexpr char kNotSign[] = "not a sign mechanism";
+constexpr char kNotVerify[] = "not a verify mechanism";
+constexpr char kNotRandom[] = "not a random mechanism";
 
 [[noreturn]] void refuse(const char* what)
 {

@@ -119,7 +119,7 @@ void Session::requireReadWrite(const char* where) const
 
 void Session::login(CK_USER_TYPE userType, const CK_BYTE* pPin, CK_ULONG ulPinLen)
 {
-    constexpr const char* kWhere = "Session::login";
+    constexpr char kWhere[] = "Session::login";
     Token* token = getToken();
     const CK_STATE state = refreshState();
     const bool userLoggedIn = token->isUserLoggedIn();
@@ -156,7 +156,7 @@ void Session::logout()
 
 void Session::initPIN(const Blob& pin)
 {
-    constexpr const char* kWhere = "Session::initPIN";
+    constexpr char kWhere[] = "Session::initPIN";
     const CK_STATE state = refreshState();
     requireReadWrite(kWhere);
     if (state != CKS_RW_SO_FUNCTIONS)

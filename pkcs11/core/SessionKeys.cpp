@@ -62,7 +62,7 @@ SecretKey* Session::getSecretKey(CK_OBJECT_HANDLE hKey)
 
 Key* Session::getKey(CK_OBJECT_HANDLE hKey)
 {
-    constexpr const char* kWhere = "Session::getKey";
+    constexpr char kWhere[] = "Session::getKey";
     Key* key = findKey<Key>(hKey, kWhere);
     if (key == nullptr)
         throw PKCS11Exception(CKR_KEY_HANDLE_INVALID, "", kWhere);
@@ -97,7 +97,7 @@ void Session::runKeyGeneration(std::unique_ptr<Operation> operation, const char*
 void Session::generateKey(CK_MECHANISM* pMechanism, CK_ATTRIBUTE* attributes, CK_ULONG count,
                           CK_OBJECT_HANDLE* phKey)
 {
-    constexpr const char* kWhere = "Session::generateKey";
+    constexpr char kWhere[] = "Session::generateKey";
     requireKeyGeneration(kWhere);
     requirePointer(pMechanism);
     requirePointer(phKey);
@@ -116,7 +116,7 @@ void Session::generateKeyPair(CK_MECHANISM* pMechanism, CK_ATTRIBUTE* publicAttr
                               CK_ATTRIBUTE* privateAttributes, CK_ULONG privateCount,
                               CK_OBJECT_HANDLE* phPublic, CK_OBJECT_HANDLE* phPrivate)
 {
-    constexpr const char* kWhere = "Session::generateKeyPair";
+    constexpr char kWhere[] = "Session::generateKeyPair";
     requireKeyGeneration(kWhere);
     requirePointer(pMechanism);
     requirePointer(phPublic);
@@ -144,7 +144,7 @@ void Session::generateKeyPair(CK_MECHANISM* pMechanism, CK_ATTRIBUTE* publicAttr
 void Session::deriveKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hBaseKey, CK_ATTRIBUTE* attributes,
                         CK_ULONG count, CK_OBJECT_HANDLE* phKey)
 {
-    constexpr const char* kWhere = "Session::deriveKey";
+    constexpr char kWhere[] = "Session::deriveKey";
     Token* token = getToken();
     requireNoOperation("");
     requirePointer(phKey);
@@ -168,7 +168,7 @@ void Session::deriveKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hBaseKey, CK_
 void Session::WrapKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hWrappingKey, CK_OBJECT_HANDLE hKey,
                       CK_BYTE* pWrapped, CK_ULONG* pulWrappedLen)
 {
-    constexpr const char* kWhere = "Session::WrapKey";
+    constexpr char kWhere[] = "Session::WrapKey";
     getObject(hWrappingKey); // only has to exist here
     Object* object = getObject(hKey);
     auto* key = object->getClass() == CKO_SECRET_KEY ? dynamic_cast<SecretKey*>(object) : nullptr;
@@ -200,7 +200,7 @@ void Session::UnwrapKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hUnwrappingKe
                         CK_ULONG ulWrappedLen, CK_ATTRIBUTE* attributes, CK_ULONG count,
                         CK_OBJECT_HANDLE* phKey)
 {
-    constexpr const char* kWhere = "Session::UnwrapKey";
+    constexpr char kWhere[] = "Session::UnwrapKey";
     getObject(hUnwrappingKey);
     if (pWrapped == nullptr)
         throw PKCS11Exception(CKR_WRAPPED_KEY_INVALID, "", kWhere);

@@ -45,8 +45,8 @@ void SessionList::openSession(Slot* slot, CK_SLOT_ID slotID, CK_FLAGS flags, voi
 
 Session* SessionList::getSession(CK_SESSION_HANDLE handle)
 {
-    constexpr const char* kWhat = "CKR_SESSION_HANDLE_INVALID";
-    constexpr const char* kWhere = "SessionList::getSession";
+    constexpr char kWhat[] = "CKR_SESSION_HANDLE_INVALID";
+    constexpr char kWhere[] = "SessionList::getSession";
     Session* session = peekSession(handle);
     if (session == nullptr)
         throw PKCS11Exception(CKR_SESSION_HANDLE_INVALID, kWhat, kWhere);

@@ -15,7 +15,7 @@ namespace PKCS11 {
 
 namespace {
 
-constexpr const char* kNotLoggedIn = "CKR_USER_NOT_LOGGED_IN";
+constexpr char kNotLoggedIn[] = "CKR_USER_NOT_LOGGED_IN";
 
 bool asksForTokenObject(const CK_ATTRIBUTE* attributes, CK_ULONG count)
 {
@@ -46,7 +46,7 @@ void Session::requireAccess(Object& object, const char* what, const char* where)
 
 void Session::createObject(CK_ATTRIBUTE* attributes, CK_ULONG count, CK_OBJECT_HANDLE* phObject)
 {
-    constexpr const char* kWhere = "Session::createObject";
+    constexpr char kWhere[] = "Session::createObject";
     Token* token = getToken();
     checkTemplate(attributes, count);
     requirePointer(phObject);
@@ -60,7 +60,7 @@ void Session::createObject(CK_ATTRIBUTE* attributes, CK_ULONG count, CK_OBJECT_H
 void Session::copyObject(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* attributes, CK_ULONG count,
                          CK_OBJECT_HANDLE* phNew)
 {
-    constexpr const char* kWhere = "Session::copyObject";
+    constexpr char kWhere[] = "Session::copyObject";
     Token* token = getToken();
     requireReadWrite(kWhere);
     if (!canAccessPrivate())
@@ -106,7 +106,7 @@ void Session::getAttributeValue(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* attribut
 
 void Session::setAttributeValue(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* attributes, CK_ULONG count)
 {
-    constexpr const char* kWhere = "Session::setAttributeValue";
+    constexpr char kWhere[] = "Session::setAttributeValue";
     getToken();
     requireReadWrite(kWhere);
     Object* object = getObject(hObject);

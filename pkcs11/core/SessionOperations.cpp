@@ -270,7 +270,7 @@ void Session::decryptInit(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey)
 
 void Session::digestInit(CK_MECHANISM* pMechanism)
 {
-    constexpr const char* kWhere = "Session::digestInit";
+    constexpr char kWhere[] = "Session::digestInit";
     Token* token = getToken();
     requireNoOperation(kWhere);
     requirePointer(pMechanism);

@@ -88,7 +88,7 @@ Blob RawSign::block(const Blob& data) const
 PSSSign::PSSSign(std::unique_ptr<Mechanism> raw, const Blob& modulus, const CK_MECHANISM& mechanism)
     : BlockSign(std::move(raw), modulus)
 {
-    constexpr const char* kWhere = "PSSSign::PSSSign";
+    constexpr char kWhere[] = "PSSSign::PSSSign";
     CK_RSA_PKCS_PSS_PARAMS parameters{};
     if (mechanism.pParameter == nullptr || mechanism.ulParameterLen != sizeof parameters)
         throw PKCS11Exception(CKR_MECHANISM_PARAM_INVALID, "no parameters of PSS", kWhere);

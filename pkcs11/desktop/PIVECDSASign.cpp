@@ -11,7 +11,7 @@ namespace PKCS11 {
 
 namespace {
 
-constexpr const char* kWhere = "PIVECDSASign::sign";
+constexpr char kWhere[] = "PIVECDSASign::sign";
 constexpr int kSequence = 0x30;
 constexpr int kInteger = 0x02;
 

@@ -105,7 +105,7 @@ CK_RV PKCS11Wrapper::Finalize(void* /*pReserved*/)
             },
             [](const PKCS11Exception&) {});
     }
-    // A failed teardown shows in the trace only, on purpose.
+    // A failed teardown shows in the trace only, deliberately.
     return CKR_OK;
 }
 

@@ -58,7 +58,7 @@ struct Response {
     unsigned short sw = sw::ok;
 
     Response() = default;
-    // Implicit on purpose: `return sw::wrongLength;`, `return bytes;`
+    // Implicit, deliberately: `return sw::wrongLength;`, `return bytes;`
     Response(unsigned short status) : sw(status) {}   // NOLINT(google-explicit-constructor)
     Response(Bytes bytes) : data(std::move(bytes)) {} // NOLINT(google-explicit-constructor)
     Response(Bytes bytes, unsigned short status) : data(std::move(bytes)), sw(status) {}

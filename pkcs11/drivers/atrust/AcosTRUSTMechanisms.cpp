@@ -14,7 +14,7 @@ constexpr char kMseSetEncryption[] = "002281B803830188";
 constexpr char kPsoEncipher[] = "002a8680";
 constexpr int kAnnouncedLength = 256;
 
-// Signing reports the decryption's name on purpose; card failures carry no texts.
+// Signing reports the decryption's name, deliberately; card failures carry no texts.
 constexpr AcosKeyAccess kAccess = {0x88, "AcosTRUSTMechanismDecrypt::decrypt", false, true, false};
 
 } // namespace

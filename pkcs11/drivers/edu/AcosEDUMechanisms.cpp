@@ -4,7 +4,7 @@ namespace PKCS11 {
 
 namespace {
 
-// Signing reports the decryption's name too, on purpose.
+// Signing reports the decryption's name too, deliberately.
 constexpr char kWhere[] = "AcosEDUMechanismDecrypt::decrypt";
 
 constexpr AcosKeyAccess accessTo(int keyNumber)

@@ -9,7 +9,7 @@ using Pin = PKCS15PinAttributes;
 constexpr char kUnknownType[] = "PKCS15AuthenticationObject::Import: Unknown Authentication Object type";
 constexpr char kCodingError[] = "PKCS15AuthenticationObject::Import: coding error";
 constexpr char kWrongTag[] = "PKCS15AuthenticationObject::Import: wrong tag";
-// The PIN attributes name the authentication object on purpose.
+// The PIN attributes name the authentication object, deliberately.
 constexpr char kPinError[] = "PKCS15AuthenticationObject::Import: coding typeAttributes error";
 
 constexpr int kPinObject = 0x30;

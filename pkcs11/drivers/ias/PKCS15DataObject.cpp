@@ -9,7 +9,7 @@ using Data = PKCS15DataObject;
 constexpr char kUnknownType[] = "PKCS15DataObject::Import:unknown type";
 constexpr char kTooFewElements1[] = "PKCS15DataObject::Import:code size 1";
 constexpr char kTooFewElements2[] = "PKCS15DataObject::Import:code size 2";
-// The certificate object's text, on purpose.
+// The certificate object's text, deliberately.
 constexpr char kWrongTag[] = "PKCS15CertificateObject::Import: wrong tag";
 
 constexpr int kObjectIdentifierData = 0xA1;

@@ -11,7 +11,7 @@ namespace PKCS11 {
 
 namespace {
 
-constexpr const char kDashes[] = "----------------------------------------";
+constexpr char kDashes[] = "----------------------------------------";
 static_assert(sizeof(kDashes) == 40 + 1, "a call begins with 40 dashes");
 
 /// Digits shown of a value that has no text of its own.

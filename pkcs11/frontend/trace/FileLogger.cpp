@@ -11,7 +11,7 @@ namespace PKCS11 {
 
 namespace {
 
-constexpr const char kStars[] = "**************************************************";
+constexpr char kStars[] = "**************************************************";
 static_assert(sizeof(kStars) == 50 + 1, "a banner line has 50 stars");
 
 constexpr long kNanosecondsPerMillisecond = 1000000;

@@ -196,8 +196,8 @@ constexpr Name kMechanismFlags[] = {
     PKCS11_NAMED(CKF_DERIVE),
 };
 
-constexpr const char kMask[] = "[-------------------------------------------------]";
-constexpr const char kTooLong[] = "wrong datalen";
+constexpr char kMask[] = "[-------------------------------------------------]";
+constexpr char kTooLong[] = "wrong datalen";
 constexpr unsigned long kMaxShownBytes = 4096;
 
 template <std::size_t N>
@@ -223,7 +223,7 @@ std::string joinFlags(const Name (&names)[N], unsigned long flags, const std::st
 
 void appendHex(std::string& text, unsigned char byte)
 {
-    constexpr const char kDigits[] = "0123456789abcdef";
+    constexpr char kDigits[] = "0123456789abcdef";
     text += kDigits[byte >> 4];
     text += kDigits[byte & 0x0F];
 }
