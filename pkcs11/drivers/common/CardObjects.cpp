@@ -9,16 +9,20 @@ namespace PKCS11 {
 
 namespace {
 
+template <class Key>
+constexpr AttributeRow kModulusRow = onDemand(attributeRow<&Key::getModulus, &Key::setModulus>(CKA_MODULUS));
+template <class Key>
+constexpr AttributeRow kPublicExponentRow =
+    onDemand(attributeRow<&Key::getPublicExponent, &Key::setPublicExponent>(CKA_PUBLIC_EXPONENT));
+
 constexpr AttributeRow kPrivateKeyRows[] = {
-    onDemand(attributeRow<&CardPrivateKey::getModulus, &CardPrivateKey::setModulus>(CKA_MODULUS)),
-    onDemand(attributeRow<&CardPrivateKey::getPublicExponent, &CardPrivateKey::setPublicExponent>(
-        CKA_PUBLIC_EXPONENT)),
+    kModulusRow<CardPrivateKey>,
+    kPublicExponentRow<CardPrivateKey>,
 };
 
 constexpr AttributeRow kPublicKeyRows[] = {
-    onDemand(attributeRow<&CardPublicKey::getModulus, &CardPublicKey::setModulus>(CKA_MODULUS)),
-    onDemand(attributeRow<&CardPublicKey::getPublicExponent, &CardPublicKey::setPublicExponent>(
-        CKA_PUBLIC_EXPONENT)),
+    kModulusRow<CardPublicKey>,
+    kPublicExponentRow<CardPublicKey>,
     onDemand(readOnlyRow<&CardPublicKey::getModulusBits>(CKA_MODULUS_BITS)),
 };
 
@@ -75,12 +79,6 @@ std::unique_ptr<Mechanism> CardPrivateKey::createSignRecoveryMechanism(CK_MECHAN
     return nullptr;
 }
 
-std::unique_ptr<Mechanism> CardPrivateKey::createDeriveMechanism(CK_MECHANISM* /*mechanism*/,
-                                                                 MechanismInfo* /*info*/)
-{
-    return nullptr;
-}
-
 CardPublicKey::CardPublicKey()
 {
     CardPublicKey::setOnToken(CK_TRUE);
@@ -102,12 +100,6 @@ std::unique_ptr<Mechanism> CardPublicKey::createVerifyRecoveryMechanism(CK_MECHA
 
 std::unique_ptr<Mechanism> CardPublicKey::createEncryptMechanism(CK_MECHANISM* /*mechanism*/,
                                                                  MechanismInfo* /*info*/)
-{
-    return nullptr;
-}
-
-std::unique_ptr<Mechanism> CardPublicKey::createDeriveMechanism(CK_MECHANISM* /*mechanism*/,
-                                                                MechanismInfo* /*info*/)
 {
     return nullptr;
 }

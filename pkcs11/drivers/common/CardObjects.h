@@ -17,12 +17,11 @@ struct CardValue {
     bool isWhole = true;
 };
 
-/// A private key on a card. Signs and decrypts; a token object. The components are what the card or its
-/// certificate gives.
-class CardPrivateKey : public PrivateKey {
+/// What both keys of a pair on a card hold: type, modulus and public exponent, as the card or its certificate
+/// gives them. `Base` is PrivateKey or PublicKey.
+template <class Base>
+class CardKey : public Base {
 public:
-    CardPrivateKey();
-
     CK_KEY_TYPE getKeyType() override { return m_keyType; }
     /// For the driver; a caller cannot change the type.
     void initKeyType(CK_KEY_TYPE type) { m_keyType = type; }
@@ -33,13 +32,11 @@ public:
     virtual void setPublicExponent(const Blob& value) { m_publicExponent = value; }
 
     /// None, as for every card here.
-    std::unique_ptr<Mechanism> createSignRecoveryMechanism(CK_MECHANISM* mechanism,
-                                                           MechanismInfo* info) override;
-    std::unique_ptr<Mechanism> createDeriveMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
-
-protected:
-    const AttributeTable& attributeTable() const override { return kAttributes; }
-    static const AttributeTable kAttributes;
+    std::unique_ptr<Mechanism> createDeriveMechanism(CK_MECHANISM* /*mechanism*/,
+                                                     MechanismInfo* /*info*/) override
+    {
+        return nullptr;
+    }
 
 private:
     CK_KEY_TYPE m_keyType = CKK_RSA;
@@ -47,20 +44,26 @@ private:
     Blob m_publicExponent;
 };
 
+/// A private key on a card. Signs and decrypts; a token object.
+class CardPrivateKey : public CardKey<PrivateKey> {
+public:
+    CardPrivateKey();
+
+    /// None, as for every card here.
+    std::unique_ptr<Mechanism> createSignRecoveryMechanism(CK_MECHANISM* mechanism,
+                                                           MechanismInfo* info) override;
+
+protected:
+    const AttributeTable& attributeTable() const override { return kAttributes; }
+    static const AttributeTable kAttributes;
+};
+
 /// A public key on a card. Encrypts and verifies; a token object. Where the card does neither, the factories
 /// of this class give none.
-class CardPublicKey : public PublicKey {
+class CardPublicKey : public CardKey<PublicKey> {
 public:
     CardPublicKey();
 
-    CK_KEY_TYPE getKeyType() override { return m_keyType; }
-    /// For the driver; a caller cannot change the type.
-    void initKeyType(CK_KEY_TYPE type) { m_keyType = type; }
-
-    virtual Blob getModulus() { return m_modulus; }
-    virtual void setModulus(const Blob& value) { m_modulus = value; }
-    virtual Blob getPublicExponent() { return m_publicExponent; }
-    virtual void setPublicExponent(const Blob& value) { m_publicExponent = value; }
     /// Length of the modulus in bits: 8 for each byte.
     virtual CK_ULONG getModulusBits() { return 8UL * static_cast<CK_ULONG>(getModulus().size()); }
 
@@ -68,16 +71,10 @@ public:
     std::unique_ptr<Mechanism> createVerifyRecoveryMechanism(CK_MECHANISM* mechanism,
                                                              MechanismInfo* info) override;
     std::unique_ptr<Mechanism> createEncryptMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
-    std::unique_ptr<Mechanism> createDeriveMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
 
 protected:
     const AttributeTable& attributeTable() const override { return kAttributes; }
     static const AttributeTable kAttributes;
-
-private:
-    CK_KEY_TYPE m_keyType = CKK_RSA;
-    Blob m_modulus;
-    Blob m_publicExponent;
 };
 
 /// A certificate on a card; a token object. The value is read on first use, and subject, issuer and serial
