@@ -19,9 +19,6 @@ constexpr int kReadBinarySize = 4096;
 /// Length asked for when the card refuses the one before.
 constexpr unsigned char kFallbackLe = 0x70;
 
-/// READ BINARY commands for one file at most.
-constexpr int kMostRounds = 1024;
-
 /// READ BINARY with the offset in P1-P2.
 void setOffset(Blob& command, int offset)
 {

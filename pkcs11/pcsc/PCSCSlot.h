@@ -79,30 +79,31 @@ public:
     /// One exchange without status-word rules; after a reset or removal the card is reconnected and the
     /// command sent once more, unless it carries a PIN and the card may be another one. `resp` must hold 638
     /// bytes; *respLen becomes the length of the data without the status word.
-    int SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLen);
-    /// With the rules: 6Cxx sends once more with the right Le, 61xx without data fetches the answer once.
-    int SendCmd(const char* cmd, int cmdLen, char* resp, int* respLen);
+    [[nodiscard]] int SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLen);
+    /// With the rules: 6Cxx sends once more with the right Le, unless the command carries a PIN and so has
+    /// none, and 61xx without data fetches the answer once.
+    [[nodiscard]] int SendCmd(const char* cmd, int cmdLen, char* resp, int* respLen);
     /// The command as hexadecimal text. Belongs to the interface; nothing in the library calls it.
-    int SendCmd(const std::string& hex, char* resp, int* respLen);
-    int SendCmd(const Blob& cmd, Blob& resp);
-    int SendCmd(const Blob& cmd);
+    [[nodiscard]] int SendCmd(const std::string& hex, char* resp, int* respLen);
+    [[nodiscard]] int SendCmd(const Blob& cmd, Blob& resp);
+    [[nodiscard]] int SendCmd(const Blob& cmd);
     /// header, Lc, data, Le.
-    int Send(const Blob& header, const Blob& data, unsigned char le, Blob& resp);
+    [[nodiscard]] int Send(const Blob& header, const Blob& data, unsigned char le, Blob& resp);
     /// header, Lc, data.
-    int Send(const Blob& header, const Blob& data, Blob& resp);
-    int Send(const Blob& header, const Blob& data);
+    [[nodiscard]] int Send(const Blob& header, const Blob& data, Blob& resp);
+    [[nodiscard]] int Send(const Blob& header, const Blob& data);
     /// header, Lc, data; gathers the answer over every 61xx and drops the status word, so that a card's error
     /// shows as an empty or short result only.
     Blob SendCard(const Blob& header, const Blob& data);
     /// SendCmd, then GET RESPONSE as long as the status is 61xx. For answers of more than 256 bytes.
-    int SendCmdChained(const Blob& cmd, Blob& resp);
+    [[nodiscard]] int SendCmdChained(const Blob& cmd, Blob& resp);
 
     // --- Files ---
 
     /// Reads the selected transparent file in chunks of 241 bytes, at most 4096 bytes of it, which `buf` must
     /// hold.
-    int ReadBinary(char* buf, int* len);
-    int ReadBinary(Blob& out);
+    [[nodiscard]] int ReadBinary(char* buf, int* len);
+    [[nodiscard]] int ReadBinary(Blob& out);
     /// Reads the selected transparent file in chunks of 256 bytes, trying other lengths where the card wants
     /// them. `isWhole` becomes false when an error of the card ended the reading before the file did.
     Blob ReadBinaryEF(bool* isWhole = nullptr);
@@ -134,9 +135,12 @@ public:
     void setEduVariant(int variant) { m_eduVariant = variant; }
 
 private:
-    int fetchAnswer(unsigned char le, char* resp, int* respLen);
+    /// Loops that a card drives end after so many commands.
+    static constexpr int kMostRounds = 1024;
+
+    [[nodiscard]] int fetchAnswer(unsigned char le, char* resp, int* respLen);
     /// Appends answers as long as the status announces more, and returns the last status.
-    int collect(int sw, Blob& data);
+    [[nodiscard]] int collect(int sw, Blob& data);
     /// Selects the applications in turn, then the two PKCS#15 files below the last; false when one is
     /// missing.
     bool selectsPKCS15(const std::vector<Blob>& applications);

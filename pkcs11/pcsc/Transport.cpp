@@ -18,9 +18,8 @@ constexpr char kWhere[] = "PCSCSlot::SendCmdIntern";
 constexpr DWORD kReceiveSize = 640;
 /// Bytes kept for one answer by the forms that return a Blob.
 constexpr std::size_t kAnswerSize = 1024;
-/// Bytes of an answer that a card may spread over GET RESPONSE commands, and how many of these.
+/// Bytes of an answer that a card may spread over GET RESPONSE commands.
 constexpr int kChainLimit = 0x10000;
-constexpr int kMostRounds = 1024;
 /// Invalid parameter in the words of the operating system; some reader drivers pass it through.
 constexpr long kInvalidParameter = 0x57;
 /// Reader drivers that know no extended APDUs fail with this code.
@@ -239,7 +238,7 @@ Blob PCSCSlot::SendCard(const Blob& header, const Blob& data)
     // Without the rule for a wrong Le: the command has none.
     const int sw = SendCmdIntern(chars(command), command.size(), answer.bytes.data(), &length);
     Blob result(answer.bytes.data(), answer.bytes.data() + length);
-    collect(sw, result);
+    static_cast<void>(collect(sw, result));
     return result;
 }
 

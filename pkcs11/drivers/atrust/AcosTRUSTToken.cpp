@@ -115,7 +115,7 @@ int AcosTRUSTToken::SelectEF(unsigned short fid)
 int AcosTRUSTToken::GetEFsize(unsigned short fid)
 {
     Blob control;
-    card().Send(PKCS11_hex2blob(kSelectFile), PKCS11_short2blob(fid), control);
+    static_cast<void>(card().Send(PKCS11_hex2blob(kSelectFile), PKCS11_short2blob(fid), control));
     // 80 02 inside another element counts as well: the answer is scanned, not parsed.
     const Blob tag = PKCS11_hex2blob("8002");
     const auto found = std::search(control.begin(), control.end(), tag.begin(), tag.end());
@@ -170,7 +170,7 @@ Blob AcosTRUSTToken::getModulus()
 
 CK_ULONG AcosTRUSTToken::GetFreeMemory()
 {
-    card().SendCmd(PKCS11_hex2blob(kSelectMF));
+    static_cast<void>(card().SendCmd(PKCS11_hex2blob(kSelectMF)));
     Blob answer;
     if (card().SendCmd(PKCS11_hex2blob(kGetFreeMemory), answer) != SW_SUCCESS)
         return 0;

@@ -55,7 +55,7 @@ public:
 
 private:
     void selectApplication() override { SelectDF_DECAppl(); }
-    int SelectEF(unsigned short fid);
+    [[nodiscard]] int SelectEF(unsigned short fid);
     /// Size of the file as its SELECT answer tells it, in bytes; -1 when it does not.
     int GetEFsize(unsigned short fid);
     /// Free memory in bytes; 0 when the card does not tell. Leaves the MF selected.

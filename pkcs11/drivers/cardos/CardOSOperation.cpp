@@ -150,12 +150,12 @@ void CardOSPublicKeyOperation::loadKey(const Blob& modulus, const Blob& exponent
     } catch (const PKCS11Exception& failure) {
         // A card that stays open computes nothing; only one that refuses to load is left so.
         if (isOpen() && (failure.value() == CKR_GENERAL_ERROR || !card.isUndisturbedSince(before)))
-            send(kBracketLoading);
+            static_cast<void>(send(kBracketLoading));
         throw PKCS11Exception(failure);
     }
     // A reset closes too: the command that was repeated behind it has opened.
     if (!isOpen())
-        send(kBracketLoading);
+        static_cast<void>(send(kBracketLoading));
 }
 
 void CardOSPublicKeyOperation::loadComponent(const char* objectTemplate, const Blob& value) const

@@ -34,7 +34,7 @@ protected:
     void requireLogin() const;
     void selectKeyDF() const;
     /// The status of a whole command.
-    int send(const char* command) const;
+    [[nodiscard]] int send(const char* command) const;
     void require(int sw) const;
     /// PERFORM SECURITY OPERATION with the header; more than 249 bytes go as an extended command.
     Blob perform(const char* header, const Blob& field) const;
@@ -54,7 +54,7 @@ protected:
 
     /// Verifies the PIN again, selects the key and sets the security environment, on V5.0 with the command
     /// given. Returns 9000, or the status of a card before V5.0 that has no environment to restore.
-    int prepare(const char* environmentV50) const;
+    [[nodiscard]] int prepare(const char* environmentV50) const;
     Blob decipher(const Blob& block) const;
 };
 

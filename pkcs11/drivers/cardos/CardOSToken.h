@@ -50,7 +50,7 @@ public:
     bool ReadPublicKey(int index, Blob& modulus, Blob& exponent);
     /// Makes the DF of a key the current one, starting from the application. The status of the step that
     /// failed, or 9000.
-    int selectKeyDF(int index);
+    [[nodiscard]] int selectKeyDF(int index);
 
 private:
     struct DirectoryEntry {
@@ -69,8 +69,8 @@ private:
     bool Is_RSA2048loaded();
 
     void selectApplication() override;
-    int selectDF(unsigned short fid);
-    int selectEF(unsigned short fid);
+    [[nodiscard]] int selectDF(unsigned short fid);
+    [[nodiscard]] int selectEF(unsigned short fid);
     /// Application and driver DF; throws CKR_DEVICE_ERROR.
     void openDriverDF();
     /// An EF of the current DF; throws CKR_DEVICE_ERROR.

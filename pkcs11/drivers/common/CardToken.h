@@ -89,11 +89,11 @@ protected:
     void makeCurrent();
     /// VERIFY; the status of the card. When the card was reset while it was under way, it met a card without
     /// its application: that is selected and VERIFY sent once more, unless the card has compared the PIN.
-    int sendVerify(const Blob& header, const Blob& data);
+    [[nodiscard]] int sendVerify(const Blob& header, const Blob& data);
     /// CHANGE REFERENCE DATA or RESET RETRY COUNTER; the status of the card. Throws CKR_DEVICE_ERROR when the
     /// card was reset meanwhile and refuses without having compared the PIN. When the exchange fails, or the
     /// card refuses the PIN behind a reset, nobody knows which PIN holds: the login ends.
-    int sendNewPin(const Blob& header, const Blob& data);
+    [[nodiscard]] int sendNewPin(const Blob& header, const Blob& data);
     /// Throws CKR_DEVICE_ERROR (0x30) without a slot, CKR_GENERAL_ERROR (5) when no channel to a card opens.
     void requireChannel();
     MechanismList& mechanisms() { return m_mechanisms; }

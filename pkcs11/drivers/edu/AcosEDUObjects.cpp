@@ -114,7 +114,7 @@ std::unique_ptr<Mechanism> AcosEDUPrivateKey::createDecryptMechanism(CK_MECHANIS
 AcosEDUCertificate::AcosEDUCertificate(AcosEDUToken& token)
 {
     Blob content;
-    token.card().ReadBinary(content);
+    static_cast<void>(token.card().ReadBinary(content)); // what there is of it
     const auto record = recordOf<CertificateInfo>(content);
     setLabel(record.getLabel());
     setID(record.getID());

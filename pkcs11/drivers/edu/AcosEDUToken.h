@@ -27,7 +27,7 @@ public:
     void initMechanismList() override;
 
     /// Selects a file under the application DF; the status word.
-    int selectFile(unsigned short fid);
+    [[nodiscard]] int selectFile(unsigned short fid);
     /// Selects the data file and reads it whole. Throws CKR_DEVICE_ERROR when it cannot be selected.
     Blob readDataFile();
 

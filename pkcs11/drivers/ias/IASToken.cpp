@@ -116,7 +116,7 @@ Blob IASToken::GetIASSerialNumber()
     constexpr int kWholeLength = 20;
     try {
         if (!selectEF(PKCS11_short2blob(kMF)))
-            card().SendCmd(PKCS11_hex2blob(kSelectMF));
+            static_cast<void>(card().SendCmd(PKCS11_hex2blob(kSelectMF)));
         card().SelectEF_IAS(kSerialNumberFile);
         const Blob content = card().ReadBinaryEF();
         ByteReader reader(content);

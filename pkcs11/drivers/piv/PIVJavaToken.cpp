@@ -138,7 +138,7 @@ Blob PIVJavaToken::readContainerData(unsigned char tag)
     Blob command = PKCS11_hex2blob(kGetContainer);
     command.at(kContainerTag) = tag;
     Blob answer;
-    card().SendCmdChained(command, answer);
+    static_cast<void>(card().SendCmdChained(command, answer)); // nothing cuts to nothing
     return cutContainer(answer);
 }
 
@@ -293,7 +293,7 @@ void PIVJavaToken::ResetSecurity()
 {
     forgetPins();
     // Whatever the card says: the PINs are gone here.
-    card().SendCmd(PKCS11_hex2blob(kResetSecurity));
+    static_cast<void>(card().SendCmd(PKCS11_hex2blob(kResetSecurity)));
 }
 
 } // namespace PKCS11
