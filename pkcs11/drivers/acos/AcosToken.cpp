@@ -10,10 +10,22 @@ AcosToken::AcosToken(PCSCSlot* slot) : CardToken(slot)
     requireChannel();
 }
 
-void AcosToken::changeUserPin(const char* header, const Blob& oldBlock, const Blob& newBlock,
-                              const Blob& newPin)
+CK_TOKEN_INFO AcosToken::getInfo()
 {
-    requireSuccess(sendNewPin(PKCS11_hex2blob(header), oldBlock + newBlock));
+    if (!m_infoFilled) {
+        readInfo();
+        CardToken::getInfo();
+        m_infoFilled = true;
+    }
+    return m_tokenInfo;
+}
+
+void AcosToken::SetPIN(const Blob& oldPin, const Blob& newPin)
+{
+    const Blob oldBlock = pinBlock(oldPin);
+    const Blob newBlock = pinBlock(newPin);
+    VerifyPIN(oldPin);
+    requireSuccess(sendNewPin(PKCS11_hex2blob(changeHeader()), oldBlock + newBlock));
     cacheUserPin(newPin);
 }
 

@@ -55,17 +55,12 @@ AcosTRUSTToken::AcosTRUSTToken(PCSCSlot* slot) : AcosToken(slot)
         add(std::make_unique<AcosTRUSTData>(*this, EF_VK, Blob()));
 }
 
-CK_TOKEN_INFO AcosTRUSTToken::getInfo()
+void AcosTRUSTToken::readInfo()
 {
-    if (!m_infoFilled) {
-        const CK_ULONG memory = whole([&] { return GetFreeMemory(); });
-        m_tokenInfo.ulFreePublicMemory = memory;
-        m_tokenInfo.ulFreePrivateMemory = memory;
-        m_tokenInfo.ulMaxPinLen = kPinLength;
-        CardToken::getInfo();
-        m_infoFilled = true;
-    }
-    return m_tokenInfo;
+    const CK_ULONG memory = whole([&] { return GetFreeMemory(); });
+    m_tokenInfo.ulFreePublicMemory = memory;
+    m_tokenInfo.ulFreePrivateMemory = memory;
+    m_tokenInfo.ulMaxPinLen = kPinLength;
 }
 
 CK_FLAGS AcosTRUSTToken::getFlag()
@@ -202,12 +197,9 @@ void AcosTRUSTToken::VerifyPIN(const Blob& pin)
     cacheUserPin(pin);
 }
 
-void AcosTRUSTToken::SetPIN(const Blob& oldPin, const Blob& newPin)
+const char* AcosTRUSTToken::changeHeader() const
 {
-    const Blob oldBlock = PadPin(oldPin);
-    const Blob newBlock = PadPin(newPin);
-    VerifyPIN(oldPin);
-    changeUserPin(kChangeReferenceData, oldBlock, newBlock, newPin);
+    return kChangeReferenceData;
 }
 
 void AcosTRUSTToken::ResetSecurity()

@@ -24,8 +24,6 @@ public:
     /// selected.
     explicit AcosTRUSTToken(PCSCSlot* slot);
 
-    CK_TOKEN_INFO getInfo() override;
-    void SetPIN(const Blob& oldPin, const Blob& newPin) override;
     /// Throws CKR_PIN_LEN_RANGE for more than 8 bytes, CKR_PIN_LOCKED, CKR_PIN_INCORRECT.
     void VerifyPIN(const Blob& pin) override;
     void ResetSecurity() override;
@@ -54,6 +52,9 @@ public:
     static Blob GetDataLabel(unsigned short fid);
 
 private:
+    void readInfo() override;
+    Blob pinBlock(const Blob& pin) const override { return PadPin(pin); }
+    const char* changeHeader() const override;
     void selectApplication() override { SelectDF_DECAppl(); }
     [[nodiscard]] int SelectEF(unsigned short fid);
     /// Size of the file as its SELECT answer tells it, in bytes; -1 when it does not.
@@ -62,7 +63,6 @@ private:
     CK_ULONG GetFreeMemory();
 
     TokenInfo m_record;
-    bool m_infoFilled = false;
     Blob m_cardholderId;
     Blob m_modulus;
 };

@@ -70,15 +70,6 @@ AcosEDUToken::AcosEDUToken(PCSCSlot* slot, int variant) : AcosToken(slot), m_var
         add(std::make_unique<AcosEDUCertificate>(*this));
 }
 
-CK_TOKEN_INFO AcosEDUToken::getInfo()
-{
-    if (!m_infoFilled) {
-        CardToken::getInfo();
-        m_infoFilled = true;
-    }
-    return m_tokenInfo;
-}
-
 CK_FLAGS AcosEDUToken::getFlag()
 {
     return CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED;
@@ -162,12 +153,9 @@ void AcosEDUToken::VerifySOPIN(const Blob& pin)
     cacheSOPin(pin);
 }
 
-void AcosEDUToken::SetPIN(const Blob& oldPin, const Blob& newPin)
+const char* AcosEDUToken::changeHeader() const
 {
-    const Blob oldBlock = PinToHex(oldPin);
-    const Blob newBlock = PinToHex(newPin);
-    VerifyPIN(oldPin);
-    changeUserPin(variantOf(m_variant).changeUser, oldBlock, newBlock, newPin);
+    return variantOf(m_variant).changeUser;
 }
 
 void AcosEDUToken::ResetSecurity()

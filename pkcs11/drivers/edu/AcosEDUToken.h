@@ -13,8 +13,6 @@ public:
     /// variant's key file or file 0005 cannot be selected.
     AcosEDUToken(PCSCSlot* slot, int variant);
 
-    CK_TOKEN_INFO getInfo() override;
-    void SetPIN(const Blob& oldPin, const Blob& newPin) override;
     /// Throws what PinToHex throws, CKR_PIN_LOCKED, CKR_PIN_INCORRECT.
     void VerifyPIN(const Blob& pin) override;
     void VerifySOPIN(const Blob& pin) override;
@@ -39,12 +37,13 @@ public:
 private:
     /// Throws what PinToHex and requirePinAccepted throw.
     void verify(const char* header, const Blob& pin);
+    Blob pinBlock(const Blob& pin) const override { return PinToHex(pin); }
+    const char* changeHeader() const override;
     /// Selects the application DF under the MF.
     void selectApplication() override;
 
     int m_variant;
     TokenInfo m_record;
-    bool m_infoFilled = false;
 };
 
 } // namespace PKCS11
