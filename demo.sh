@@ -20,7 +20,7 @@ card=piv
 while [ $# -gt 0 ]; do
     case $1 in
     --reader) card= && shift ;;
-    --card) card=${2:-?} && shift 2 ;;
+    --card) card=${2:-?} && shift $(($# > 1 ? 2 : 1)) ;;
     --help | -h) echo "$usage" && exit 0 ;;
     *) echo "$usage" && exit 2 ;;
     esac

@@ -10,7 +10,7 @@ case "${1:-}" in
 "") ;;
 --threads) presets=tsan ;;
 *)
-    sed -n '2,4s/^# \{0,1\}//p' "$0"
+    sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"
     exit $(([ "$1" = --help ] || [ "$1" = -h ]) && echo 0 || echo 2)
     ;;
 esac

@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 
 fuzzer=${1:-}
 if [ ! -f "fuzz/corpus/$fuzzer.txt" ]; then
-    sed -n '2,4s/^# \{0,1\}//p' "$0"
+    sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"
     echo "FUZZER is one of" fuzz/corpus/*.txt | sed 's,fuzz/corpus/\([^ ]*\)\.txt,\1,g'
     exit $(([ "$fuzzer" = --help ] || [ "$fuzzer" = -h ]) && echo 0 || echo 2)
 fi

@@ -1,4 +1,4 @@
-# Shared by demo.sh and clients.sh (source it): building for the desktop, a PC/SC service with a virtual reader, cards
+# Shared by the scripts that use a card (source it): building for the desktop, a PC/SC service with a virtual reader, cards
 # in it, and the end of everything that was started.
 # Sets: MODULE (the library), WORK (a folder of this run), READER (the virtual reader's beginning of name).
 
