@@ -1,5 +1,7 @@
 #include "pkcs11/core/Key.h"
 
+#include <cstring>
+
 namespace PKCS11 {
 
 namespace {

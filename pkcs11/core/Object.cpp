@@ -3,6 +3,7 @@
 #include "pkcs11/core/Arguments.h"
 #include "pkcs11/core/Template.h"
 
+#include <cstring>
 #include <utility>
 #include <vector>
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdint>
-
 namespace PKCS11 {
 
 /// Base of every cryptographic operation that a session holds.

@@ -1,7 +1,5 @@
 #include "pkcs11/core/PublicKey.h"
 
-#include "pkcs11/core/Mechanism.h"
-
 namespace PKCS11 {
 
 namespace {

@@ -1,7 +1,5 @@
 #include "pkcs11/core/SecretKey.h"
 
-#include "pkcs11/core/Mechanism.h"
-
 namespace PKCS11 {
 
 namespace {

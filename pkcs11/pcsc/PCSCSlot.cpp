@@ -3,7 +3,6 @@
 #include "pkcs11/Edition.h"
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/pcsc/SCardCall.h"
-#include "pkcs11/token/Token.h"
 
 #include <algorithm>
 #include <array>

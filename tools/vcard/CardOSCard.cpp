@@ -8,16 +8,16 @@ namespace vcard {
 
 namespace {
 
-constexpr unsigned short driverDF = 0x2001;
-constexpr unsigned short keyDF = 0x4B01;
-constexpr size_t directorySize = 480; ///< 80 entries of six bytes
-constexpr unsigned char privateKeyV43 = 0x01;
-constexpr unsigned char privateKeyV50 = 0x02;
+constexpr unsigned short kDriverDF = 0x2001;
+constexpr unsigned short kKeyDF = 0x4B01;
+constexpr size_t kDirectorySize = 480; ///< 80 entries of six bytes
+constexpr unsigned char kPrivateKeyV43 = 0x01;
+constexpr unsigned char kPrivateKeyV50 = 0x02;
 
 // Attribute types of the records (PKCS#11).
-constexpr unsigned label = 0x03;
-constexpr unsigned keyType = 0x100;
-constexpr unsigned identifier = 0x102;
+constexpr unsigned kLabel = 0x03;
+constexpr unsigned kKeyType = 0x100;
+constexpr unsigned kIdentifier = 0x102;
 
 Bytes attribute(unsigned type, const Bytes& value)
 {
@@ -68,8 +68,8 @@ CardOSCard::CardOSCard(const CardOSOptions& options)
                                              : 1024)),
       m_certificate(m_key.certificate("CardOS Card Holder")),
       m_application(FileSystem::addDF(m_files.mf(), 0x5015, fromHex("D276000098C00000"))),
-      m_driverDF(FileSystem::addDF(m_application, driverDF)),
-      m_keyDF(FileSystem::addDF(m_driverDF, keyDF)),
+      m_driverDF(FileSystem::addDF(m_application, kDriverDF)),
+      m_keyDF(FileSystem::addDF(m_driverDF, kKeyDF)),
       m_userPin(fromText(options.pin)),
       m_soPin(fromText(options.soPin))
 {
@@ -82,20 +82,20 @@ void CardOSCard::addFiles()
     const Bytes id = {0x45};
     const Bytes rsa = {0x00, 0x00, 0x00, 0x00};
     Bytes directory =
-        join({directoryEntry(1, 0x0101, keyDF), directoryEntry(2, 0x0102, keyDF),
+        join({directoryEntry(1, 0x0101, kKeyDF), directoryEntry(2, 0x0102, kKeyDF),
               directoryEntry(3, 0x0103, 0x0203), directoryEntry(0, 0, 0), directoryEntry(4, 0x0104, 0x0204)});
-    directory.resize(directorySize);
+    directory.resize(kDirectorySize);
     FileSystem::addEF(m_driverDF, 0x0001, directory);
     FileSystem::addEF(m_driverDF, 0x0002,
                       record({fromText("CardOS Card"), fromText("0102030405060708"), {10}, {6}, {15}}, {}));
     FileSystem::addEF(m_driverDF, 0x0101,
-                      record({{}, {}, {}}, {attribute(label, fromText("Key Pair")), attribute(identifier, id),
-                                            attribute(keyType, rsa)}));
+                      record({{}, {}, {}}, {attribute(kLabel, fromText("Key Pair")),
+                                            attribute(kIdentifier, id), attribute(kKeyType, rsa)}));
     // Older records name the object in their own fields.
     FileSystem::addEF(m_driverDF, 0x0102, record({fromText("Key Pair"), id, {}}, {}));
     FileSystem::addEF(
         m_driverDF, 0x0103,
-        record({{}, {}, {}, {}}, {attribute(label, fromText("Certificate")), attribute(identifier, id)}));
+        record({{}, {}, {}, {}}, {attribute(kLabel, fromText("Certificate")), attribute(kIdentifier, id)}));
     FileSystem::addEF(m_driverDF, 0x0104, record({fromText("Notes"), fromText("Quarvel")}, {}));
     FileSystem::addEF(m_driverDF, 0x0203, m_certificate);
     FileSystem::addEF(m_driverDF, 0x0204, Bytes(300, 0x2A));
@@ -170,7 +170,7 @@ Response CardOSCard::select(const Command& command)
     Response response = m_files.selectCommand(command);
     // A DF is found by its identifier on the way up too.
     if (response.sw == sw::fileNotFound && command.p1 == 0x01 && isInside(m_driverDF) &&
-        command.data == twoBytes(driverDF)) {
+        command.data == twoBytes(kDriverDF)) {
         m_files.select(m_driverDF);
         response = sw::ok;
     }
@@ -222,7 +222,7 @@ Response CardOSCard::readPublicPart(const Command& command) const
         return sw::wrongP1P2;
     const auto outer = parseTlvs(command.data);
     if (!outer || outer->size() != 1 || outer->front().tag != 0xB8 ||
-        outer->front().value != join({tlv(0x84, {privateKeyV50}), tlv(0x95, {0x80})}))
+        outer->front().value != join({tlv(0x84, {kPrivateKeyV50}), tlv(0x95, {0x80})}))
         return sw::wrongData;
     if (&m_files.currentDF() != &m_keyDF)
         return sw::referenceNotFound;
@@ -275,7 +275,7 @@ Response CardOSCard::putData(const Command& command)
 Response CardOSCard::decipher(const Command& command) const
 {
     const unsigned char operations = m_isV50 ? 0x41 : 0xF1;
-    const unsigned char key = m_isV50 ? privateKeyV50 : privateKeyV43;
+    const unsigned char key = m_isV50 ? kPrivateKeyV50 : kPrivateKeyV43;
     if (m_environment.operations != operations || m_environment.use != 0xB8)
         return sw::conditionsNotSatisfied;
     if (m_environment.key != key || &m_files.currentDF() != &m_keyDF)
@@ -296,7 +296,7 @@ Response CardOSCard::encipher(const Command& command) const
     if (m_environment.operations != operations || m_environment.use != 0xB8)
         return sw::conditionsNotSatisfied;
     StoredKey key;
-    if (m_isV50 && m_environment.key == privateKeyV50 && &m_files.currentDF() == &m_keyDF)
+    if (m_isV50 && m_environment.key == kPrivateKeyV50 && &m_files.currentDF() == &m_keyDF)
         key = {m_key.modulus(), m_key.exponent()};
     else if (const auto stored = m_store.find(m_environment.key); stored != m_store.end())
         key = stored->second;

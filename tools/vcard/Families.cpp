@@ -24,17 +24,16 @@ struct PivKeyKind {
     int rsaBits;
     const char* curve;
 };
-constexpr PivKeyKind pivKeyKinds[] = {{"rsa1024", 1024, ""}, {"rsa2048", 2048, ""}, {"rsa3072", 3072, ""},
-                                      {"rsa4096", 4096, ""}, {"p256", 0, "P-256"},  {"p384", 0, "P-384"}};
+constexpr PivKeyKind kPivKeyKinds[] = {{"rsa1024", 1024, ""}, {"rsa2048", 2048, ""}, {"rsa3072", 3072, ""},
+                                       {"rsa4096", 4096, ""}, {"p256", 0, "P-256"},  {"p384", 0, "P-384"}};
 
 /// A key in words, as in 9A=p256.
 PivSlot pivSlot(const std::string& text)
 {
     for (const unsigned char reference : {0x9A, 0x9C, 0x9D, 0x9E}) {
-        for (const PivKeyKind& kind : pivKeyKinds) {
-            if (text == toHex({reference}) + "=" + kind.name) {
+        for (const PivKeyKind& kind : kPivKeyKinds) {
+            if (text == toHex({reference}) + "=" + kind.name)
                 return {reference, kind.rsaBits, kind.curve};
-            }
         }
     }
     throw std::invalid_argument("no key of a PIV card: " + text);
@@ -44,41 +43,35 @@ std::vector<PivSlot> pivSlots(const std::string& keys)
 {
     std::vector<PivSlot> slots;
     std::istringstream list(keys);
-    for (std::string text; std::getline(list, text, ',');) {
+    for (std::string text; std::getline(list, text, ',');)
         slots.push_back(pivSlot(text));
-    }
     return slots;
 }
 
 std::unique_ptr<Card> makePiv(const CardOptions& options)
 {
-    if (!isDigits(options.pin) || options.pin.size() < 6 || options.pin.size() > 8) {
+    if (!isDigits(options.pin) || options.pin.size() < 6 || options.pin.size() > 8)
         throw std::invalid_argument("the PIN of a PIV card has six to eight digits");
-    }
     PivOptions piv;
     piv.pin = options.pin;
-    for (PivSlot& slot : piv.slots) {
+    for (PivSlot& slot : piv.slots)
         slot.rsaBits = slot.rsaBits != 0 && options.rsaBits != 0 ? options.rsaBits : slot.rsaBits;
-    }
-    if (!options.keys.empty()) {
+    if (!options.keys.empty())
         piv.slots = pivSlots(options.keys);
-    }
     return std::make_unique<PivCard>(piv);
 }
 
 std::unique_ptr<Card> makeAtrust(const CardOptions& options)
 {
-    if (options.pin.empty() || options.pin.size() > 8) {
+    if (options.pin.empty() || options.pin.size() > 8)
         throw std::invalid_argument("the PIN of an A-Trust card has one to eight characters");
-    }
     return std::make_unique<AcosTrustCard>(options.pin);
 }
 
 std::unique_ptr<Card> makeEdu(const CardOptions& options)
 {
-    if (options.pin.empty() || options.pin.size() > 16 || !isDigits(options.pin)) {
+    if (options.pin.empty() || options.pin.size() > 16 || !isDigits(options.pin))
         throw std::invalid_argument("the PIN of an education card has one to sixteen digits");
-    }
     return std::make_unique<AcosEduCard>(options.pin);
 }
 
@@ -104,7 +97,7 @@ std::unique_ptr<Card> makeIas(const CardOptions& options)
     return std::make_unique<IasCard>(ias);
 }
 
-constexpr std::array families = {
+constexpr std::array kFamilies = {
     Family{"piv", "PIV: RSA keys 9A, 9C, 9D and EC key 9E with certificates", makePiv},
     Family{"cardos", "CardOS V4.3b: one RSA key of 1024 bits, certificate, data object", makeCardOS<false>},
     Family{"cardos-v5", "CardOS V5.0: one RSA key of 2048 bits, certificate, data object", makeCardOS<true>},
@@ -117,12 +110,12 @@ constexpr std::array families = {
 
 const Family* familiesBegin()
 {
-    return families.data();
+    return kFamilies.data();
 }
 
 const Family* familiesEnd()
 {
-    return families.data() + families.size();
+    return kFamilies.data() + kFamilies.size();
 }
 
 const Family* findFamily(const std::string& name)

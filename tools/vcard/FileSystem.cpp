@@ -6,7 +6,7 @@ namespace vcard {
 
 namespace {
 
-constexpr unsigned short mfId = 0x3F00;
+constexpr unsigned short kMfId = 0x3F00;
 
 File& add(File& parent, File::Kind kind, unsigned short id)
 {
@@ -39,9 +39,8 @@ unsigned short identifier(const Bytes& data, size_t at)
 File* walk(File& from, const Bytes& path)
 {
     File* file = path.empty() || path.size() % 2 != 0 ? nullptr : &from;
-    for (size_t at = 0; file != nullptr && at < path.size(); at += 2) {
+    for (size_t at = 0; file != nullptr && at < path.size(); at += 2)
         file = childById(*file, identifier(path, at));
-    }
     return file;
 }
 
@@ -52,26 +51,23 @@ void collectNamed(File& from, const Bytes& beginning, std::vector<File*>& found)
         std::equal(beginning.begin(), beginning.end(), from.name.begin())) {
         found.push_back(&from);
     }
-    for (const auto& file : from.children) {
+    for (const auto& file : from.children)
         collectNamed(*file, beginning, found);
-    }
 }
 
 size_t sizeOf(const File& file)
 {
     size_t size = file.content.size();
-    for (const Bytes& record : file.records) {
+    for (const Bytes& record : file.records)
         size += record.size();
-    }
     return size;
 }
 
 /// File control parameters: size, file descriptor byte, identifier, DF name.
 Bytes controlInformation(const File& file)
 {
-    if (!file.controlInformation.empty()) {
+    if (!file.controlInformation.empty())
         return file.controlInformation;
-    }
     if (file.kind == File::Kind::DF) {
         return join({tlv(0x82, {0x38}), tlv(0x83, twoBytes(file.id)),
                      file.name.empty() ? Bytes{} : tlv(0x84, file.name)});
@@ -85,7 +81,7 @@ Bytes controlInformation(const File& file)
 
 FileSystem::FileSystem(ShortRead shortRead) : m_shortRead(shortRead), m_mf(std::make_unique<File>())
 {
-    m_mf->id = mfId;
+    m_mf->id = kMfId;
     reset();
 }
 
@@ -124,16 +120,13 @@ void FileSystem::select(File& file)
 
 File* FileSystem::findById(unsigned short id)
 {
-    if (id == mfId) {
+    if (id == kMfId)
         return m_mf.get();
-    }
-    if (File* file = childById(*m_currentDF, id); file != nullptr || m_currentDF->id == id) {
+    if (File* file = childById(*m_currentDF, id); file != nullptr || m_currentDF->id == id)
         return file != nullptr ? file : m_currentDF;
-    }
     File* parent = m_currentDF->parent;
-    if (parent == nullptr || parent->id == id) {
+    if (parent == nullptr || parent->id == id)
         return parent;
-    }
     return childById(*parent, id);
 }
 
@@ -141,9 +134,8 @@ File* FileSystem::findByName(const Bytes& name, unsigned occurrence)
 {
     std::vector<File*> found;
     collectNamed(*m_mf, name, found);
-    if (found.empty()) {
+    if (found.empty())
         return nullptr;
-    }
     const auto current = std::find(found.begin(), found.end(), m_currentDF);
     switch (occurrence) {
     case 0:
@@ -194,13 +186,11 @@ Response FileSystem::selectCommand(const Command& command)
                             : command.p1 == 0x03 ? length == 0
                             : byName             ? length >= 1 && length <= 16
                                                  : length >= 2 && length % 2 == 0;
-    if (!lengthFits) {
+    if (!lengthFits)
         return sw::wrongLength;
-    }
     File* file = find(command);
-    if (file == nullptr) {
+    if (file == nullptr)
         return sw::fileNotFound;
-    }
     select(*file);
     return answer == 0x0C ? Response() : tlv(answer == 0x04 ? 0x62 : 0x6F, controlInformation(*file));
 }
@@ -211,20 +201,16 @@ Response FileSystem::target(unsigned shortId, File::Kind kind, const File*& file
         File* named = child(*m_currentDF, [shortId](const File& candidate) {
             return candidate.kind != File::Kind::DF && (candidate.id & 0x1FU) == shortId;
         });
-        if (named == nullptr) {
+        if (named == nullptr)
             return sw::fileNotFound;
-        }
         select(*named);
     }
-    if (m_currentEF == nullptr) {
+    if (m_currentEF == nullptr)
         return sw::noCurrentEF;
-    }
-    if (m_currentEF->kind != kind) {
+    if (m_currentEF->kind != kind)
         return sw::wrongFileStructure;
-    }
-    if (m_currentEF->readable && !m_currentEF->readable()) {
+    if (m_currentEF->readable && !m_currentEF->readable())
         return sw::securityStatusNotSatisfied;
-    }
     file = m_currentEF;
     return {};
 }
@@ -243,42 +229,34 @@ Response FileSystem::cut(Bytes data, const Command& command) const
 
 Response FileSystem::readBinary(const Command& command)
 {
-    if (!command.hasLe || !command.data.empty()) {
+    if (!command.hasLe || !command.data.empty())
         return sw::wrongLength;
-    }
     const bool byShortId = (command.p1 & 0x80) != 0;
-    if (byShortId && ((command.p1 & 0x60) != 0 || (command.p1 & 0x1F) == 0)) {
+    if (byShortId && ((command.p1 & 0x60) != 0 || (command.p1 & 0x1F) == 0))
         return sw::wrongP1P2;
-    }
     const File* file = nullptr;
     Response refusal = target(byShortId ? command.p1 & 0x1FU : 0, File::Kind::Transparent, file);
-    if (file == nullptr) {
+    if (file == nullptr)
         return refusal;
-    }
     const size_t offset = byShortId ? command.p2 : command.p1p2();
     const size_t size = file->content.size();
-    if (offset > size || (offset == size && size != 0)) {
+    if (offset > size || (offset == size && size != 0))
         return sw::wrongOffset;
-    }
     return cut({file->content.begin() + static_cast<std::ptrdiff_t>(offset), file->content.end()}, command);
 }
 
 Response FileSystem::readRecord(const Command& command)
 {
-    if (!command.hasLe || !command.data.empty()) {
+    if (!command.hasLe || !command.data.empty())
         return sw::wrongLength;
-    }
-    if ((command.p2 & 0x07) != 0x04 || command.p2 >> 3 == 0x1F) {
+    if ((command.p2 & 0x07) != 0x04 || command.p2 >> 3 == 0x1F)
         return sw::wrongP1P2;
-    }
     const File* file = nullptr;
     Response refusal = target(command.p2 >> 3, File::Kind::Records, file);
-    if (file == nullptr) {
+    if (file == nullptr)
         return refusal;
-    }
-    if (command.p1 == 0 || command.p1 > file->records.size()) {
+    if (command.p1 == 0 || command.p1 > file->records.size())
         return sw::recordNotFound;
-    }
     return cut(file->records[command.p1 - 1U], command);
 }
 

@@ -43,7 +43,6 @@ public:
     void reset();
     const File& currentDF() const { return *m_currentDF; }
     /// nullptr when no EF is selected.
-    const File* currentEF() const { return m_currentEF; }
     void select(File& file);
 
     /// SELECT by P1: 00 identifier (MF, the current DF's children, itself, its parent and its siblings), 01

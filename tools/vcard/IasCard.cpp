@@ -9,31 +9,38 @@ namespace vcard {
 
 namespace {
 
-constexpr size_t pinWidth = 8;
-constexpr unsigned char pinReference = 0x81;
-constexpr unsigned char pukReference = 0x82;
-constexpr unsigned char firstKey = 0x81;
-constexpr unsigned char useAuthentication = 0xA4;
-constexpr unsigned char useConfidentiality = 0xB8;
-constexpr size_t shortestPadding = 11;
+constexpr size_t kPinWidth = 8;
+constexpr unsigned char kPinReference = 0x81;
+constexpr unsigned char kPukReference = 0x82;
+constexpr unsigned char kFirstKey = 0x81;
+constexpr unsigned char kUseAuthentication = 0xA4;
+constexpr unsigned char kUseConfidentiality = 0xB8;
+constexpr size_t kShortestPadding = 11;
 
-constexpr unsigned short serialNumberFile = 0xD003;
-constexpr unsigned short efDir = 0x2F00;
-constexpr unsigned short firstCertificate = 0xB001;
-constexpr unsigned short publicData = 0xDA01;
-constexpr unsigned short privateData = 0xDA02;
+constexpr unsigned short kOdf = 0x5031;
+constexpr unsigned short kTokenInfo = 0x5032;
+constexpr unsigned short kAuthentication = 0x4401;
+constexpr unsigned short kCertificates = 0x4402;
+constexpr unsigned short kPrivateKeys = 0x4403;
+constexpr unsigned short kPublicKeys = 0x4404;
+constexpr unsigned short kDataObjects = 0x4405; ///< in a DF of its own
+constexpr unsigned short kSerialNumberFile = 0xD003;
+constexpr unsigned short kEfDir = 0x2F00;
+constexpr unsigned short kFirstCertificate = 0xB001;
+constexpr unsigned short kPublicData = 0xDA01;
+constexpr unsigned short kPrivateData = 0xDA02;
 
 Bytes padded(const std::string& pin)
 {
     Bytes block = fromText(pin);
-    block.resize(pinWidth, 0xFF);
+    block.resize(kPinWidth, 0xFF);
     return block;
 }
 
 bool isPinBlock(const Bytes& block)
 {
     const auto end = std::find(block.begin(), block.end(), 0xFF);
-    return block.size() == pinWidth && end - block.begin() >= 4 &&
+    return block.size() == kPinWidth && end - block.begin() >= 4 &&
            std::all_of(block.begin(), end, [](unsigned char c) { return c >= '0' && c <= '9'; }) &&
            std::all_of(end, block.end(), [](unsigned char c) { return c == 0xFF; });
 }
@@ -46,20 +53,20 @@ Bytes path(const std::string& hex)
 Bytes common(const std::string& label, bool isPrivate)
 {
     return tlv(0x30, isPrivate ? join({tlv(0x0C, fromText(label)), tlv(0x03, {0x07, 0x80}),
-                                       tlv(0x04, {pinReference})})
+                                       tlv(0x04, {kPinReference})})
                                : join({tlv(0x0C, fromText(label)), tlv(0x03, {0x06, 0x40})}));
 }
 Bytes authenticationObject(const std::string& label, unsigned char reference)
 {
     const Bytes pin =
-        join({tlv(0x03, {0x04, 0x50}), tlv(0x0A, {0x01}), tlv(0x02, {0x04}), tlv(0x02, {pinWidth}),
-              tlv(0x02, {pinWidth}), tlv(0x80, {reference}), tlv(0x04, {0xFF})});
+        join({tlv(0x03, {0x04, 0x50}), tlv(0x0A, {0x01}), tlv(0x02, {0x04}), tlv(0x02, {kPinWidth}),
+              tlv(0x02, {kPinWidth}), tlv(0x80, {reference}), tlv(0x04, {0xFF})});
     return tlv(0x30,
                join({common(label, false), tlv(0x30, tlv(0x04, {reference})), tlv(0xA1, tlv(0x30, pin))}));
 }
 Bytes keyObject(const Bytes& commonAttributes, unsigned char id, const Bytes& usage, int bits)
 {
-    const unsigned char reference = static_cast<unsigned char>(firstKey + id - 1);
+    const unsigned char reference = static_cast<unsigned char>(kFirstKey + id - 1);
     const Bytes key =
         join({tlv(0x04, {id}), tlv(0x03, usage), tlv(0x03, {0x04, 0xB0}), tlv(0x02, {0x00, reference})});
     const Bytes type = join({path("3F00"), tlv(0x02, twoBytes(static_cast<unsigned>(bits)))});
@@ -67,7 +74,7 @@ Bytes keyObject(const Bytes& commonAttributes, unsigned char id, const Bytes& us
 }
 Bytes certificateObject(const std::string& label, unsigned char id, size_t size)
 {
-    const Bytes where = join({tlv(0x04, twoBytes(firstCertificate + id - 1U)), tlv(0x02, {0x00}),
+    const Bytes where = join({tlv(0x04, twoBytes(kFirstCertificate + id - 1U)), tlv(0x02, {0x00}),
                               tlv(0x80, twoBytes(static_cast<unsigned>(size)))});
     return tlv(0x30, join({common(label, false), tlv(0x30, tlv(0x04, {id})),
                            tlv(0xA1, tlv(0x30, tlv(0x30, where)))}));
@@ -105,8 +112,8 @@ void IasCard::addFiles(const IasOptions& options)
 {
     const Bytes aid = fromHex("E828BD080FD2500000040301");
     const int bits = options.rsaBits;
-    FileSystem::addEF(m_files.mf(), efDir, tlv(0x61, join({tlv(0x4F, aid), tlv(0x50, fromText("eID"))})));
-    FileSystem::addEF(m_files.mf(), serialNumberFile, fromHex("5A0A01020304050607080910"));
+    FileSystem::addEF(m_files.mf(), kEfDir, tlv(0x61, join({tlv(0x4F, aid), tlv(0x50, fromText("eID"))})));
+    FileSystem::addEF(m_files.mf(), kSerialNumberFile, fromHex("5A0A01020304050607080910"));
     FileSystem::addDF(m_files.mf(), 0x5000, fromHex("A000000077010800070000FE")); // the applet's own
     m_application = &FileSystem::addDF(m_files.mf(), 0x5015, aid);
     File& data = FileSystem::addDF(*m_application, 0x5016);
@@ -114,29 +121,29 @@ void IasCard::addFiles(const IasOptions& options)
         return FileSystem::addEF(*m_application, id, join(records));
     };
     const Bytes names = join({tlv(0x0C, fromText("Virtual Cards")), tlv(0x80, fromText("IAS Card"))});
-    put(tokenInfo,
+    put(kTokenInfo,
         {tlv(0x30, join({tlv(0x02, {0x01}), tlv(0x04, fromHex("0A0B")), names, tlv(0x03, {0x04, 0x10})}))});
     // Directories under the application, one with the MF in its path, and one in a DF; padding behind.
-    put(odf, {tlv(0xA8, path("4401")), tlv(0xA0, path("4403")), tlv(0xA1, path("4404")),
-              tlv(0xA4, path("3F004402")), tlv(0xA7, path("3F00501550164405")), Bytes(16)});
-    put(authentication,
-        {authenticationObject("PIN", pinReference), authenticationObject("PUK", pukReference)});
-    put(privateKeys, {keyObject(common("Authentication Key", true), 1, {0x02, 0x64}, bits),
-                      keyObject(common("Signature Key", true), 2, {0x06, 0x00, 0x40}, bits)});
-    put(publicKeys, {keyObject(common("Authentication Key", false), 1, {0x01, 0x8A}, bits),
-                     keyObject(common("Signature Key", false), 2, {0x01, 0x02}, bits)});
-    put(certificates,
+    put(kOdf, {tlv(0xA8, path("4401")), tlv(0xA0, path("4403")), tlv(0xA1, path("4404")),
+               tlv(0xA4, path("3F004402")), tlv(0xA7, path("3F00501550164405")), Bytes(16)});
+    put(kAuthentication,
+        {authenticationObject("PIN", kPinReference), authenticationObject("PUK", kPukReference)});
+    put(kPrivateKeys, {keyObject(common("Authentication Key", true), 1, {0x02, 0x64}, bits),
+                       keyObject(common("Signature Key", true), 2, {0x06, 0x00, 0x40}, bits)});
+    put(kPublicKeys, {keyObject(common("Authentication Key", false), 1, {0x01, 0x8A}, bits),
+                      keyObject(common("Signature Key", false), 2, {0x01, 0x02}, bits)});
+    put(kCertificates,
         {certificateObject("Authentication Certificate", 1, m_certificates[0].size()),
          certificateObject("Signature Certificate", 2, m_certificates[1].size()), Bytes(8, 0xFF)});
-    put(firstCertificate, {m_certificates[0], Bytes(32)});
-    put(firstCertificate + 1, {m_certificates[1], Bytes(32)});
-    put(privateData, {fromText("Only with the PIN.")}).readable = [this] { return m_pin.verified(); };
+    put(kFirstCertificate, {m_certificates[0], Bytes(32)});
+    put(kFirstCertificate + 1, {m_certificates[1], Bytes(32)});
+    put(kPrivateData, {fromText("Only with the PIN.")}).readable = [this] { return m_pin.verified(); };
     const Bytes notes = fromText("Anyone may read this.");
     const auto length = static_cast<unsigned char>(notes.size());
-    FileSystem::addEF(data, publicData, join({Bytes(2), notes, Bytes(9)}));
+    FileSystem::addEF(data, kPublicData, join({Bytes(2), notes, Bytes(9)}));
     const Bytes part =
         tlv(0x30, join({tlv(0x04, fromHex("50155016DA01")), tlv(0x02, {0x02}), tlv(0x80, {length})}));
-    FileSystem::addEF(data, dataObjects,
+    FileSystem::addEF(data, kDataObjects,
                       join({dataObject("Notes", false, part), dataObject("Secret", true, path("3F00DA02"))}));
 }
 
@@ -206,15 +213,15 @@ Response IasCard::usePin(const Command& command)
     const bool resetsCounter = command.ins == 0x2C;
     if (command.p1 != (resetsCounter ? 0x02 : 0x00))
         return sw::wrongP1P2;
-    if (&m_files.currentDF() != m_application || (command.p2 != pinReference && command.p2 != pukReference))
+    if (&m_files.currentDF() != m_application || (command.p2 != kPinReference && command.p2 != kPukReference))
         return sw::referenceNotFound;
-    Pin& pin = command.p2 == pinReference ? m_pin : m_puk;
+    Pin& pin = command.p2 == kPinReference ? m_pin : m_puk;
     if (command.ins == 0x20 && command.data.empty())
         return pin.verify({});
-    if (command.data.size() != (command.ins == 0x24 ? 2 * pinWidth : pinWidth))
+    if (command.data.size() != (command.ins == 0x24 ? 2 * kPinWidth : kPinWidth))
         return sw::wrongLength;
-    const Bytes fresh(command.data.end() - pinWidth, command.data.end());
-    const Bytes shown(command.data.begin(), command.data.begin() + pinWidth);
+    const Bytes fresh(command.data.end() - kPinWidth, command.data.end());
+    const Bytes shown(command.data.begin(), command.data.begin() + kPinWidth);
     if (!isPinBlock(fresh) || !isPinBlock(shown))
         return sw::wrongData;
     if (command.ins == 0x20)
@@ -250,16 +257,16 @@ Response IasCard::getData(const Command& command) const
 Response IasCard::setEnvironment(const Command& command)
 {
     m_environment.reset();
-    if (command.p1 != 0x41 || (command.p2 != useAuthentication && command.p2 != useConfidentiality))
+    if (command.p1 != 0x41 || (command.p2 != kUseAuthentication && command.p2 != kUseConfidentiality))
         return sw::wrongP1P2;
     const auto elements = parseTlvs(command.data);
     if (!elements || elements->size() != 2 || elements->at(0).tag != 0x80 || elements->at(1).tag != 0x84 ||
         elements->at(0).value !=
-            Bytes{static_cast<unsigned char>(command.p2 == useAuthentication ? 0x02 : 0x1A)} ||
+            Bytes{static_cast<unsigned char>(command.p2 == kUseAuthentication ? 0x02 : 0x1A)} ||
         elements->at(1).value.size() != 1)
         return sw::wrongData;
     const unsigned char key = elements->at(1).value[0];
-    const bool allowed = key == firstKey || (key == firstKey + 1 && command.p2 == useAuthentication);
+    const bool allowed = key == kFirstKey || (key == kFirstKey + 1 && command.p2 == kUseAuthentication);
     if (&m_files.currentDF() != m_application || !allowed)
         return sw::referenceNotFound;
     m_environment = Environment{command.p2, key};
@@ -277,10 +284,10 @@ Response IasCard::internalAuthenticate(const Command& command) const
 {
     if (command.p1p2() != 0x0000)
         return sw::wrongP1P2;
-    if (const unsigned short status = mayUseKey(useAuthentication); status != sw::ok)
+    if (const unsigned short status = mayUseKey(kUseAuthentication); status != sw::ok)
         return status;
-    const RsaKey& key = *m_keys.at(m_environment->key - firstKey);
-    if (command.data.size() + shortestPadding > key.size() || !isDigestInfo(command.data))
+    const RsaKey& key = *m_keys.at(m_environment->key - kFirstKey);
+    if (command.data.size() + kShortestPadding > key.size() || !isDigestInfo(command.data))
         return sw::wrongData;
     const Bytes filler(key.size() - command.data.size() - 3, 0xFF);
     return key.privateOperation(join({{0x00, 0x01}, filler, {0x00}, command.data}));
@@ -290,16 +297,16 @@ Response IasCard::decipher(const Command& command) const
 {
     if (command.p1p2() != 0x8086)
         return sw::wrongP1P2;
-    if (const unsigned short status = mayUseKey(useConfidentiality); status != sw::ok)
+    if (const unsigned short status = mayUseKey(kUseConfidentiality); status != sw::ok)
         return status;
-    const RsaKey& key = *m_keys.at(m_environment->key - firstKey);
+    const RsaKey& key = *m_keys.at(m_environment->key - kFirstKey);
     if (command.data.size() != key.size() + 1 || command.data[0] != 0x81)
         return sw::wrongData;
     const Bytes block = key.privateOperation({command.data.begin() + 1, command.data.end()});
     if (block.empty() || block[0] != 0x00 || block[1] != 0x02)
         return sw::wrongData;
     const auto end = std::find(block.begin() + 2, block.end(), 0x00);
-    if (end - block.begin() < static_cast<std::ptrdiff_t>(shortestPadding) - 1 || end == block.end())
+    if (end - block.begin() < static_cast<std::ptrdiff_t>(kShortestPadding) - 1 || end == block.end())
         return sw::wrongData;
     return Bytes(end + 1, block.end());
 }

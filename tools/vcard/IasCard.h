@@ -26,14 +26,6 @@ struct IasOptions {
 /// unpads itself (PKCS#1 v1.5); what is signed must be a DigestInfo.
 class IasCard final : public IsoCard {
 public:
-    static constexpr unsigned short odf = 0x5031;
-    static constexpr unsigned short tokenInfo = 0x5032;
-    static constexpr unsigned short authentication = 0x4401;
-    static constexpr unsigned short certificates = 0x4402;
-    static constexpr unsigned short privateKeys = 0x4403;
-    static constexpr unsigned short publicKeys = 0x4404;
-    static constexpr unsigned short dataObjects = 0x4405; ///< in a DF of its own
-
     explicit IasCard(const IasOptions& options = {});
 
     /// A file anywhere on the card, for tests that change what it holds.

@@ -7,9 +7,9 @@ namespace vcard {
 
 namespace {
 
-constexpr unsigned char chainingBit = 0x10;
-constexpr unsigned char insGetResponse = 0xC0;
-constexpr size_t longestChain = 0x10000;
+constexpr unsigned char kChainingBit = 0x10;
+constexpr unsigned char kInsGetResponse = 0xC0;
+constexpr size_t kLongestChain = 0x10000;
 
 Bytes answer(Bytes data, unsigned short status)
 {
@@ -34,18 +34,16 @@ void setLe(Command& command, size_t coded, size_t maximum)
 /// The seven forms of ISO 7816-3: no body, Le, Lc and data, Lc and data and Le, and the last three extended.
 std::optional<Command> parse(const Bytes& bytes)
 {
-    if (bytes.size() < 4) {
+    if (bytes.size() < 4)
         return std::nullopt;
-    }
     Command command;
     command.cla = bytes[0];
     command.ins = bytes[1];
     command.p1 = bytes[2];
     command.p2 = bytes[3];
     const size_t body = bytes.size() - 4;
-    if (body == 0) {
+    if (body == 0)
         return command;
-    }
     if (body == 1) {
         setLe(command, bytes[4], 256);
         return command;
@@ -53,17 +51,15 @@ std::optional<Command> parse(const Bytes& bytes)
     command.extended = bytes[4] == 0;
     const size_t lengthField = command.extended ? 3 : 1;
     const size_t leField = command.extended ? 2 : 1;
-    if (body < lengthField) {
+    if (body < lengthField)
         return std::nullopt;
-    }
     const size_t coded = command.extended ? static_cast<size_t>(bytes[5]) << 8 | bytes[6] : bytes[4];
     if (command.extended && body == lengthField) {
         setLe(command, coded, 65536);
         return command;
     }
-    if (coded == 0 || (body != lengthField + coded && body != lengthField + coded + leField)) {
+    if (coded == 0 || (body != lengthField + coded && body != lengthField + coded + leField))
         return std::nullopt;
-    }
     const auto data = bytes.begin() + 4 + static_cast<std::ptrdiff_t>(lengthField);
     command.data.assign(data, data + static_cast<std::ptrdiff_t>(coded));
     if (body > lengthField + coded) {
@@ -77,21 +73,18 @@ std::optional<Command> parse(const Bytes& bytes)
 
 unsigned short classRefusal(unsigned char cla)
 {
-    if (cla == 0xFF) {
+    if (cla == 0xFF)
         return sw::claNotSupported;
-    }
-    if (cla >= 0x80) {
+    if (cla >= 0x80)
         return sw::ok;
-    }
-    if ((cla & 0xE0) != 0 || (cla & 0x03) != 0) {
+    if ((cla & 0xE0) != 0 || (cla & 0x03) != 0)
         return sw::channelNotSupported;
-    }
     return (cla & 0x0C) != 0 ? sw::secureMessagingNotSupported : sw::ok;
 }
 
 bool isChained(unsigned char cla)
 {
-    return cla < 0x80 && (cla & chainingBit) != 0;
+    return cla < 0x80 && (cla & kChainingBit) != 0;
 }
 
 } // namespace
@@ -130,9 +123,8 @@ Response IsoCard::malformed(const Bytes&)
 Bytes IsoCard::transmit(const Bytes& bytes)
 {
     const std::optional<Command> command = parse(bytes);
-    if (command && command->cla == 0x00 && command->ins == insGetResponse && !m_chaining) {
+    if (command && command->cla == 0x00 && command->ins == kInsGetResponse && !m_chaining)
         return getResponse(*command);
-    }
     m_waiting.clear();
     if (!command || (command->extended && !m_manners.extendedLength)) {
         m_chaining = false;
@@ -149,55 +141,46 @@ Bytes IsoCard::transmit(const Bytes& bytes)
 Bytes IsoCard::joinChain(Command piece)
 {
     const bool last = !isChained(piece.cla);
-    piece.cla = static_cast<unsigned char>(piece.cla & ~chainingBit);
-    if (!m_manners.chaining) {
+    piece.cla = static_cast<unsigned char>(piece.cla & ~kChainingBit);
+    if (!m_manners.chaining)
         return answer({}, sw::chainingNotSupported);
-    }
     if (!m_chaining) {
         m_chain = piece;
         m_chain.data.clear();
     }
     const bool same = piece.cla == m_chain.cla && piece.ins == m_chain.ins && piece.p1p2() == m_chain.p1p2();
-    m_chaining = same && !last && m_chain.data.size() + piece.data.size() <= longestChain;
-    if (!same) {
+    m_chaining = same && !last && m_chain.data.size() + piece.data.size() <= kLongestChain;
+    if (!same)
         return answer({}, sw::lastOfChainExpected);
-    }
     m_chain.data.insert(m_chain.data.end(), piece.data.begin(), piece.data.end());
-    if (!last) {
+    if (!last)
         return answer({}, m_chaining ? sw::ok : sw::wrongLength);
-    }
     piece.data = std::exchange(m_chain.data, {});
     return deal(piece, process(piece));
 }
 
 Bytes IsoCard::getResponse(const Command& command)
 {
-    if (command.p1p2() != 0) {
+    if (command.p1p2() != 0)
         return answer({}, sw::wrongP1P2);
-    }
-    if (!command.data.empty() || !command.hasLe) {
+    if (!command.data.empty() || !command.hasLe)
         return answer({}, sw::wrongLength);
-    }
-    if (m_waiting.empty()) {
+    if (m_waiting.empty())
         return answer({}, sw::conditionsNotSatisfied);
-    }
     const size_t most = command.extended ? command.le : std::min(command.le, m_manners.chunk);
-    if (command.le > m_waiting.size() && !command.leIsMaximum) {
+    if (command.le > m_waiting.size() && !command.leIsMaximum)
         return answer({}, static_cast<unsigned short>(sw::exactLength | lengthByte(m_waiting.size())));
-    }
     return handOut(most);
 }
 
 Bytes IsoCard::deal(const Command& command, Response response)
 {
-    if (response.data.empty()) {
+    if (response.data.empty())
         return answer({}, response.sw);
-    }
     const size_t length = response.data.size();
     const bool correctLe = m_manners.t0 ? command.data.empty() : m_manners.exactLe;
-    if (command.hasLe && correctLe && response.sw == sw::ok && !command.leIsMaximum && command.le > length) {
+    if (command.hasLe && correctLe && response.sw == sw::ok && !command.leIsMaximum && command.le > length)
         return answer({}, static_cast<unsigned short>(sw::exactLength | lengthByte(length)));
-    }
     m_waiting = std::move(response.data);
     m_waitingStatus = response.sw;
     if (!command.hasLe || (m_manners.t0 && !command.data.empty())) {
@@ -212,9 +195,8 @@ Bytes IsoCard::handOut(size_t wanted)
     const auto count = static_cast<std::ptrdiff_t>(std::min(wanted, m_waiting.size()));
     Bytes part(m_waiting.begin(), m_waiting.begin() + count);
     m_waiting.erase(m_waiting.begin(), m_waiting.begin() + count);
-    if (m_waiting.empty()) {
+    if (m_waiting.empty())
         return answer(std::move(part), m_waitingStatus);
-    }
     const size_t next = std::min(m_waiting.size(), m_manners.chunk);
     return answer(std::move(part), static_cast<unsigned short>(sw::moreData | lengthByte(next)));
 }

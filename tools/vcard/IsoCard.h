@@ -25,7 +25,6 @@ constexpr unsigned short blocked = 0x6983;
 constexpr unsigned short conditionsNotSatisfied = 0x6985;
 constexpr unsigned short noCurrentEF = 0x6986;
 constexpr unsigned short wrongData = 0x6A80;
-constexpr unsigned short functionNotSupported = 0x6A81;
 constexpr unsigned short fileNotFound = 0x6A82;
 constexpr unsigned short recordNotFound = 0x6A83;
 constexpr unsigned short wrongP1P2 = 0x6A86;

@@ -15,13 +15,12 @@ namespace vcard {
 
 namespace {
 
-constexpr long secondsPerDay = 24L * 60 * 60;
+constexpr long kSecondsPerDay = 24L * 60 * 60;
 
 void require(bool done)
 {
-    if (!done) {
+    if (!done)
         throw std::runtime_error("libcrypto refuses");
-    }
 }
 
 template <auto Free>
@@ -62,13 +61,11 @@ template <class Operation>
 Bytes output(Operation operation, EVP_PKEY_CTX* context, const Bytes& input)
 {
     size_t length = 0;
-    if (operation(context, nullptr, &length, input.data(), input.size()) != 1) {
+    if (operation(context, nullptr, &length, input.data(), input.size()) != 1)
         return {};
-    }
     Bytes out(length);
-    if (operation(context, out.data(), &length, input.data(), input.size()) != 1) {
+    if (operation(context, out.data(), &length, input.data(), input.size()) != 1)
         return {};
-    }
     out.resize(length);
     return out;
 }
@@ -90,8 +87,8 @@ Bytes selfSigned(EVP_PKEY* key, const std::string& commonName)
             BN_to_ASN1_INTEGER(serial.get(), X509_get_serialNumber(certificate.get())) != nullptr &&
             X509_set_version(certificate.get(), X509_VERSION_3) == 1 &&
             X509_set_issuer_name(certificate.get(), name) == 1 &&
-            X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -secondsPerDay) != nullptr &&
-            X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 365 * secondsPerDay) != nullptr &&
+            X509_gmtime_adj(X509_getm_notBefore(certificate.get()), -kSecondsPerDay) != nullptr &&
+            X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 365 * kSecondsPerDay) != nullptr &&
             X509_set_pubkey(certificate.get(), key) == 1 &&
             X509_sign(certificate.get(), key, EVP_sha256()) != 0);
     const int length = i2d_X509(certificate.get(), &der);
@@ -113,9 +110,8 @@ const RsaKey& RsaKey::get(int bits, int number)
     // Never destroyed: libcrypto may have cleaned up before a static object's destructor runs.
     static auto& keys = *new std::map<std::pair<int, int>, std::unique_ptr<const RsaKey>>;
     auto& key = keys[{bits, number}];
-    if (!key) {
+    if (!key)
         key.reset(new RsaKey(bits));
-    }
     return *key;
 }
 
@@ -128,9 +124,8 @@ RsaKey::RsaKey(int bits) : m_key(EVP_RSA_gen(static_cast<unsigned>(bits)))
 
 Bytes RsaKey::privateOperation(const Bytes& block) const
 {
-    if (block.size() != size()) {
+    if (block.size() != size())
         return {};
-    }
     const KeyContext context(EVP_PKEY_CTX_new(m_key.get(), nullptr));
     require(EVP_PKEY_decrypt_init(context.get()) == 1 &&
             EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_NO_PADDING) == 1);
@@ -142,9 +137,8 @@ Bytes RsaKey::publicOperation(const Bytes& modulus, const Bytes& exponent, const
     const Number n = number(modulus);
     const Number e = number(exponent);
     const Number m = number(block);
-    if (block.size() != static_cast<size_t>(BN_num_bytes(n.get())) || BN_cmp(m.get(), n.get()) >= 0) {
+    if (block.size() != static_cast<size_t>(BN_num_bytes(n.get())) || BN_cmp(m.get(), n.get()) >= 0)
         return {};
-    }
     const NumberContext context(BN_CTX_new());
     const Number result(BN_new());
     Bytes out(block.size());
@@ -165,9 +159,8 @@ const EcKey& EcKey::get(const std::string& curve, int number)
     static auto& keys = // as in RsaKey::get
         *new std::map<std::pair<std::string, int>, std::unique_ptr<const EcKey>>;
     auto& key = keys[{curve, number}];
-    if (!key) {
+    if (!key)
         key.reset(new EcKey(curve));
-    }
     return *key;
 }
 

@@ -11,12 +11,10 @@ Pin::Pin(Bytes value, int tries) : m_value(std::move(value)), m_tries(tries), m_
 unsigned short Pin::verify(const Bytes& presented)
 {
     const auto left = [this] { return static_cast<unsigned short>(sw::retriesLeft | (m_left & 0x0F)); };
-    if (presented.empty()) {
+    if (presented.empty())
         return m_verified ? sw::ok : left();
-    }
-    if (blocked()) {
+    if (blocked())
         return sw::blocked;
-    }
     m_verified = presented == m_value;
     m_left = m_verified ? m_tries : m_left - 1;
     return m_verified ? sw::ok : left();
@@ -24,21 +22,18 @@ unsigned short Pin::verify(const Bytes& presented)
 
 unsigned short Pin::change(const Bytes& presented, Bytes fresh)
 {
-    if (presented.empty()) {
+    if (presented.empty())
         return sw::wrongLength;
-    }
     const unsigned short status = verify(presented);
-    if (status == sw::ok) {
+    if (status == sw::ok)
         m_value = std::move(fresh);
-    }
     return status;
 }
 
 unsigned short Pin::changeVerified(Bytes fresh)
 {
-    if (!m_verified) {
+    if (!m_verified)
         return sw::securityStatusNotSatisfied;
-    }
     m_value = std::move(fresh);
     return sw::ok;
 }
@@ -46,9 +41,8 @@ unsigned short Pin::changeVerified(Bytes fresh)
 void Pin::unblock(Bytes fresh)
 {
     m_left = m_tries;
-    if (!fresh.empty()) {
+    if (!fresh.empty())
         m_value = std::move(fresh);
-    }
 }
 
 } // namespace vcard

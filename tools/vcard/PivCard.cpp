@@ -9,20 +9,20 @@ namespace vcard {
 
 namespace {
 
-const char* const applicationId = "A000000308000010000100";
-constexpr size_t shortestAid = 5; // the registered provider identifier
-constexpr unsigned char pinReference = 0x80;
-constexpr unsigned char pukReference = 0x81;
-constexpr size_t pinLength = 8;
-constexpr size_t fewestDigits = 6;
+constexpr char kApplicationId[] = "A000000308000010000100";
+constexpr size_t kShortestAid = 5; // the registered provider identifier
+constexpr unsigned char kPinReference = 0x80;
+constexpr unsigned char kPukReference = 0x81;
+constexpr size_t kPinLength = 8;
+constexpr size_t kFewestDigits = 6;
 
 /// Algorithm identifiers (SP 800-78-5, table 9), by the length of the modulus or of a coordinate in bytes.
 struct AlgorithmOfSize {
     size_t size;
     unsigned char identifier;
 };
-constexpr AlgorithmOfSize rsaAlgorithms[] = {{128, 0x06}, {256, 0x07}, {384, 0x05}, {512, 0x16}};
-constexpr AlgorithmOfSize ecAlgorithms[] = {{32, 0x11}, {48, 0x14}};
+constexpr AlgorithmOfSize kRsaAlgorithms[] = {{128, 0x06}, {256, 0x07}, {384, 0x05}, {512, 0x16}};
+constexpr AlgorithmOfSize kEcAlgorithms[] = {{32, 0x11}, {48, 0x14}};
 
 template <size_t N>
 unsigned char algorithmOf(const AlgorithmOfSize (&algorithms)[N], size_t size)
@@ -42,7 +42,7 @@ struct KeyPlace {
     bool needsPin;
     bool needsPinEachTime;
 };
-constexpr std::array<KeyPlace, 4> keyPlaces = {{
+constexpr std::array<KeyPlace, 4> kKeyPlaces = {{
     {0x9A, 0x05, "PIV Authentication", true, false},
     {0x9C, 0x0A, "Digital Signature", true, true},
     {0x9D, 0x0B, "Key Management", true, false},
@@ -51,16 +51,16 @@ constexpr std::array<KeyPlace, 4> keyPlaces = {{
 
 const KeyPlace* placeOf(unsigned char reference)
 {
-    const auto* found = std::find_if(keyPlaces.begin(), keyPlaces.end(), [reference](const KeyPlace& place) {
-        return place.reference == reference;
-    });
-    return found == keyPlaces.end() ? nullptr : found;
+    const auto* found =
+        std::find_if(kKeyPlaces.begin(), kKeyPlaces.end(),
+                     [reference](const KeyPlace& place) { return place.reference == reference; });
+    return found == kKeyPlaces.end() ? nullptr : found;
 }
 
 Bytes padded(const std::string& value)
 {
     Bytes bytes = fromText(value);
-    bytes.resize(pinLength, 0xFF);
+    bytes.resize(kPinLength, 0xFF);
     return bytes;
 }
 
@@ -73,18 +73,18 @@ bool isDigit(unsigned char byte)
 bool isPin(const Bytes& value)
 {
     const auto end = std::find_if_not(value.begin(), value.end(), isDigit);
-    return value.size() == pinLength && end - value.begin() >= static_cast<std::ptrdiff_t>(fewestDigits) &&
+    return value.size() == kPinLength && end - value.begin() >= static_cast<std::ptrdiff_t>(kFewestDigits) &&
            std::all_of(end, value.end(), [](unsigned char byte) { return byte == 0xFF; });
 }
 
 Bytes head(const Bytes& bytes)
 {
-    return {bytes.begin(), bytes.begin() + pinLength};
+    return {bytes.begin(), bytes.begin() + kPinLength};
 }
 
 Bytes tail(const Bytes& bytes)
 {
-    return {bytes.begin() + pinLength, bytes.end()};
+    return {bytes.begin() + kPinLength, bytes.end()};
 }
 
 Bytes certificateObject(const Bytes& certificate)
@@ -96,19 +96,16 @@ Bytes certificateObject(const Bytes& certificate)
 std::optional<Bytes> challengeOf(const Bytes& data)
 {
     const auto outer = parseTlvs(data);
-    if (!outer || outer->size() != 1 || outer->front().tag != 0x7C) {
+    if (!outer || outer->size() != 1 || outer->front().tag != 0x7C)
         return std::nullopt;
-    }
     const auto inner = parseTlvs(outer->front().value);
-    if (!inner || inner->size() != 2) {
+    if (!inner || inner->size() != 2)
         return std::nullopt;
-    }
     const bool challengeFirst = inner->front().tag == 0x81;
     const Tlv& challenge = challengeFirst ? inner->front() : inner->back();
     const Tlv& response = challengeFirst ? inner->back() : inner->front();
-    if (challenge.tag != 0x81 || response.tag != 0x82 || !response.value.empty()) {
+    if (challenge.tag != 0x81 || response.tag != 0x82 || !response.value.empty())
         return std::nullopt;
-    }
     return challenge.value;
 }
 
@@ -122,17 +119,16 @@ PivCard::PivCard(const PivOptions& options)
 {
     for (const PivSlot& slot : options.slots) {
         const KeyPlace* place = placeOf(slot.reference);
-        if (place == nullptr) {
+        if (place == nullptr)
             continue;
-        }
         Key& key = m_keys[slot.reference];
         if (slot.rsaBits != 0) {
             key.rsa = &RsaKey::get(slot.rsaBits, slot.reference);
-            key.algorithm = algorithmOf(rsaAlgorithms, key.rsa->size());
+            key.algorithm = algorithmOf(kRsaAlgorithms, key.rsa->size());
             key.certificate = key.rsa->certificate(place->commonName);
         } else {
             key.ec = &EcKey::get(slot.curve, slot.reference);
-            key.algorithm = algorithmOf(ecAlgorithms, key.ec->size());
+            key.algorithm = algorithmOf(kEcAlgorithms, key.ec->size());
             key.certificate = key.ec->certificate(place->commonName);
         }
         putObject(place->objectTag, certificateObject(key.certificate));
@@ -161,15 +157,12 @@ void PivCard::onReset()
 Response PivCard::process(const Command& command)
 {
     const bool pinJustVerified = std::exchange(m_pinJustVerified, false);
-    if (command.cla != 0x00) {
+    if (command.cla != 0x00)
         return sw::claNotSupported;
-    }
-    if (command.ins == 0xA4) {
+    if (command.ins == 0xA4)
         return selectApplication(command);
-    }
-    if (!m_selected) {
+    if (!m_selected)
         return sw::insNotSupported;
-    }
     switch (command.ins) {
     case 0xCB:
         return getData(command);
@@ -190,60 +183,52 @@ Response PivCard::process(const Command& command)
 /// failing.
 Response PivCard::selectApplication(const Command& command)
 {
-    if (command.p1p2() != 0x0400) {
+    if (command.p1p2() != 0x0400)
         return sw::wrongP1P2;
-    }
-    const Bytes aid = fromHex(applicationId);
-    if (command.data.size() < shortestAid || command.data.size() > aid.size() ||
+    const Bytes aid = fromHex(kApplicationId);
+    if (command.data.size() < kShortestAid || command.data.size() > aid.size() ||
         !std::equal(command.data.begin(), command.data.end(), aid.begin())) {
         return sw::fileNotFound;
     }
     m_selected = true;
-    const Bytes version = {aid.begin() + shortestAid, aid.end()};
-    const Bytes authority = {aid.begin(), aid.begin() + shortestAid};
+    const Bytes version = {aid.begin() + kShortestAid, aid.end()};
+    const Bytes authority = {aid.begin(), aid.begin() + kShortestAid};
     return tlv(0x61, join({tlv(0x4F, version), tlv(0x79, tlv(0x4F, authority)),
                            tlv(0x50, fromText("Quarvel virtual PIV card"))}));
 }
 
 Response PivCard::getData(const Command& command) const
 {
-    if (command.p1p2() != 0x3FFF) {
+    if (command.p1p2() != 0x3FFF)
         return sw::wrongP1P2;
-    }
     const auto tagList = parseTlvs(command.data);
-    if (!tagList || tagList->size() != 1 || tagList->front().tag != 0x5C) {
+    if (!tagList || tagList->size() != 1 || tagList->front().tag != 0x5C)
         return sw::wrongData;
-    }
     const Bytes& tag = tagList->front().value;
     const auto object =
         tag.size() == 3 && tag[0] == 0x5F && tag[1] == 0xC1 ? m_objects.find(tag[2]) : m_objects.end();
-    if (object == m_objects.end() || object->second.empty()) {
+    if (object == m_objects.end() || object->second.empty())
         return sw::fileNotFound;
-    }
     return object->second;
 }
 
 /// P1 FF gives up the verified state; no data asks for it.
 Response PivCard::verify(const Command& command)
 {
-    const bool isPuk = m_verifiesPuk && command.p2 == pukReference;
-    if (command.p2 != pinReference && !isPuk) {
+    const bool isPuk = m_verifiesPuk && command.p2 == kPukReference;
+    if (command.p2 != kPinReference && !isPuk)
         return sw::referenceNotFound;
-    }
     Pin& pin = isPuk ? m_puk : m_pin;
     if (command.p1 == 0xFF && command.data.empty()) {
         pin.forget();
         return sw::ok;
     }
-    if (command.p1 != 0x00) {
+    if (command.p1 != 0x00)
         return sw::wrongP1P2;
-    }
-    if (!command.data.empty() && command.data.size() != pinLength) {
+    if (!command.data.empty() && command.data.size() != kPinLength)
         return sw::wrongLength;
-    }
-    if (!command.data.empty() && !pin.blocked() && !isPuk && !isPin(command.data)) {
+    if (!command.data.empty() && !pin.blocked() && !isPuk && !isPin(command.data))
         return sw::wrongData;
-    }
     const unsigned short status = pin.verify(command.data);
     m_pinJustVerified = !isPuk && !command.data.empty() && status == sw::ok;
     return status;
@@ -251,17 +236,14 @@ Response PivCard::verify(const Command& command)
 
 Response PivCard::changeReferenceData(const Command& command)
 {
-    if (command.p1 != 0x00) {
+    if (command.p1 != 0x00)
         return sw::wrongP1P2;
-    }
-    if (command.p2 != pinReference && command.p2 != pukReference) {
+    if (command.p2 != kPinReference && command.p2 != kPukReference)
         return sw::referenceNotFound;
-    }
-    if (command.data.size() != 2 * pinLength) {
+    if (command.data.size() != 2 * kPinLength)
         return sw::wrongLength;
-    }
-    Pin& pin = command.p2 == pinReference ? m_pin : m_puk;
-    if (!pin.blocked() && command.p2 == pinReference &&
+    Pin& pin = command.p2 == kPinReference ? m_pin : m_puk;
+    if (!pin.blocked() && command.p2 == kPinReference &&
         !(isPin(head(command.data)) && isPin(tail(command.data)))) {
         return sw::wrongData;
     }
@@ -270,22 +252,17 @@ Response PivCard::changeReferenceData(const Command& command)
 
 Response PivCard::resetRetryCounter(const Command& command)
 {
-    if (command.p1 != 0x00) {
+    if (command.p1 != 0x00)
         return sw::wrongP1P2;
-    }
-    if (command.p2 != pinReference) {
+    if (command.p2 != kPinReference)
         return sw::referenceNotFound;
-    }
-    if (command.data.size() != 2 * pinLength) {
+    if (command.data.size() != 2 * kPinLength)
         return sw::wrongLength;
-    }
-    if (!m_puk.blocked() && !isPin(tail(command.data))) {
+    if (!m_puk.blocked() && !isPin(tail(command.data)))
         return sw::wrongData;
-    }
     const unsigned short status = m_puk.verify(head(command.data));
-    if (status == sw::ok) {
+    if (status == sw::ok)
         m_pin.unblock(tail(command.data));
-    }
     return status;
 }
 
@@ -293,20 +270,16 @@ Response PivCard::generalAuthenticate(const Command& command, bool pinJustVerifi
 {
     const KeyPlace* place = placeOf(command.p2);
     const auto found = m_keys.find(command.p2);
-    if (place == nullptr || found == m_keys.end()) {
+    if (place == nullptr || found == m_keys.end())
         return sw::wrongP1P2;
-    }
     const Key& key = found->second;
-    if (command.p1 != key.algorithm) {
+    if (command.p1 != key.algorithm)
         return sw::wrongP1P2;
-    }
-    if ((place->needsPin && !m_pin.verified()) || (place->needsPinEachTime && !pinJustVerified)) {
+    if ((place->needsPin && !m_pin.verified()) || (place->needsPinEachTime && !pinJustVerified))
         return sw::securityStatusNotSatisfied;
-    }
     const std::optional<Bytes> challenge = challengeOf(command.data);
-    if (!challenge || challenge->size() != key.size()) {
+    if (!challenge || challenge->size() != key.size())
         return sw::wrongData;
-    }
     const Bytes result = key.ec != nullptr ? key.ec->sign(*challenge) : key.rsa->privateOperation(*challenge);
     return result.empty() ? Response(sw::wrongData) : tlv(0x7C, tlv(0x82, result));
 }

@@ -29,7 +29,7 @@ void announce(const char* event)
 
 enum Control : unsigned char { PowerOff = 0, PowerOn = 1, Reset = 2, GetAtr = 4 };
 
-constexpr timespec betweenTries = {0, 100L * 1000 * 1000};
+constexpr timespec kBetweenTries = {0, 100L * 1000 * 1000};
 
 std::runtime_error noReader(const std::string& host, const std::string& port, int reason)
 {
@@ -50,9 +50,8 @@ VpcdClient::VpcdClient(const volatile std::sig_atomic_t& stop, const sigset_t& u
 
 VpcdClient::~VpcdClient()
 {
-    if (m_socket >= 0) {
+    if (m_socket >= 0)
         ::close(m_socket);
-    }
 }
 
 void VpcdClient::connect(const std::string& host, const std::string& port, std::chrono::seconds patience)
@@ -60,10 +59,9 @@ void VpcdClient::connect(const std::string& host, const std::string& port, std::
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (!tryConnect(host, port)) {
         const int reason = errno;
-        if (m_stop != 0 || std::chrono::steady_clock::now() >= deadline) {
+        if (m_stop != 0 || std::chrono::steady_clock::now() >= deadline)
             throw noReader(host, port, reason);
-        }
-        ppoll(nullptr, 0, &betweenTries, &m_unblocked);
+        ppoll(nullptr, 0, &kBetweenTries, &m_unblocked);
     }
 }
 
@@ -72,9 +70,8 @@ bool VpcdClient::tryConnect(const std::string& host, const std::string& port)
     addrinfo hints = {};
     hints.ai_socktype = SOCK_STREAM;
     addrinfo* found = nullptr;
-    if (const int failure = getaddrinfo(host.c_str(), port.c_str(), &hints, &found); failure != 0) {
+    if (const int failure = getaddrinfo(host.c_str(), port.c_str(), &hints, &found); failure != 0)
         throw std::runtime_error(host + ":" + port + ": " + gai_strerror(failure));
-    }
     const std::unique_ptr<addrinfo, FreeAddresses> addresses(found);
     for (const addrinfo* address = found; address != nullptr; address = address->ai_next) {
         const int candidate =
@@ -86,9 +83,8 @@ bool VpcdClient::tryConnect(const std::string& host, const std::string& port)
             return true;
         }
         const int reason = errno;
-        if (candidate >= 0) {
+        if (candidate >= 0)
             ::close(candidate);
-        }
         errno = reason;
     }
     return false;
@@ -107,23 +103,19 @@ void VpcdClient::serve(Card& card, bool verbose)
     unsigned char header[2] = {};
     while (readExactly(header, sizeof header)) {
         Bytes body(static_cast<size_t>(header[0]) << 8 | header[1]);
-        if (!readExactly(body.data(), body.size())) {
+        if (!readExactly(body.data(), body.size()))
             return;
-        }
         if (body.size() != 1) {
             show(">", toHex(body));
             const Bytes response = card.transmit(body);
             show("<", toHex(response));
-            if (!send(response)) {
+            if (!send(response))
                 return;
-            }
         } else if (body[0] == GetAtr) {
-            if (!send(card.atr())) {
+            if (!send(card.atr()))
                 return;
-            }
-            if (powered && !std::exchange(announced, true)) {
+            if (powered && !std::exchange(announced, true))
                 announce("the reader has powered the card");
-            }
         } else if (body[0] == PowerOff || body[0] == PowerOn || body[0] == Reset) {
             show("-", body[0] == PowerOff ? "power off" : body[0] == PowerOn ? "power on" : "reset");
             card.reset();
@@ -137,9 +129,8 @@ bool VpcdClient::waitFor(short events)
     while (m_stop == 0) {
         pollfd watched = {m_socket, events, 0};
         const int ready = ppoll(&watched, 1, nullptr, &m_unblocked);
-        if (ready > 0 || (ready < 0 && errno != EINTR)) {
+        if (ready > 0 || (ready < 0 && errno != EINTR))
             return ready > 0;
-        }
     }
     return false;
 }
@@ -147,13 +138,11 @@ bool VpcdClient::waitFor(short events)
 bool VpcdClient::readExactly(unsigned char* buffer, size_t length)
 {
     while (length > 0) {
-        if (!waitFor(POLLIN)) {
+        if (!waitFor(POLLIN))
             return false;
-        }
         const ssize_t got = recv(m_socket, buffer, length, 0);
-        if (got <= 0) {
+        if (got <= 0)
             return false;
-        }
         // vpcd writes length and body apart, and the system keeps the body back for an acknowledgement, which
         // this one would delay by 40 ms. The option lasts for what is there now.
         const int yes = 1;
@@ -172,9 +161,8 @@ bool VpcdClient::send(const Bytes& body)
         const ssize_t count =
             waitFor(POLLOUT) ? ::send(m_socket, message.data() + sent, message.size() - sent, MSG_NOSIGNAL)
                              : -1;
-        if (count <= 0) {
+        if (count <= 0)
             return false;
-        }
         sent += static_cast<size_t>(count);
     }
     return true;

@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr std::chrono::seconds connectPatience{10};
-constexpr int exitUsage = 2;
+constexpr std::chrono::seconds kConnectPatience{10};
+constexpr int kExitUsage = 2;
 
 volatile std::sig_atomic_t stopRequested = 0;
 
@@ -39,9 +39,8 @@ void printHelp(std::FILE* out)
                "SIGTERM comes.\n"
                "\nCards:\n",
                out);
-    for (const vcard::Family* family = vcard::familiesBegin(); family != vcard::familiesEnd(); ++family) {
+    for (const vcard::Family* family = vcard::familiesBegin(); family != vcard::familiesEnd(); ++family)
         std::fprintf(out, "  %-12s %s\n", family->name, family->about);
-    }
     std::fputs(
         "\nOptions:\n"
         "  --host H     where vpcd listens (127.0.0.1)\n"
@@ -101,9 +100,8 @@ std::optional<Settings> parse(int argc, char** argv)
                                 : settings.card.rsaBits < 0                    ? "--key takes 1024 or 2048"
                                 : !settings.card.keys.empty() && name != "piv" ? "--keys is for piv"
                                                                                : nullptr;
-    if (mistake == nullptr) {
+    if (mistake == nullptr)
         return settings;
-    }
     std::fprintf(stderr, "quarvel-vcard: %s\n", mistake);
     return std::nullopt;
 }
@@ -129,7 +127,7 @@ void run(const Settings& settings)
     const sigset_t unblocked = catchSignals();
     const std::unique_ptr<vcard::Card> card = settings.family->make(settings.card);
     vcard::VpcdClient client(stopRequested, unblocked);
-    client.connect(settings.host, settings.port, connectPatience);
+    client.connect(settings.host, settings.port, kConnectPatience);
     std::printf("quarvel-vcard: %s card in the reader at %s:%s\n", settings.family->name,
                 settings.host.c_str(), settings.port.c_str());
     std::fflush(stdout);
@@ -144,7 +142,7 @@ int main(int argc, char** argv)
         const std::optional<Settings> settings = parse(argc, argv);
         if (!settings || settings->help) {
             printHelp(settings ? stdout : stderr);
-            return settings ? 0 : exitUsage;
+            return settings ? 0 : kExitUsage;
         }
         run(*settings);
         return 0;

@@ -1,6 +1,5 @@
 #include "pkcs11/drivers/atrust/AcosTRUSTToken.h"
 
-#include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/drivers/atrust/AcosTRUSTObjects.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/token/ByteOrder.h"
@@ -118,7 +117,7 @@ int AcosTRUSTToken::GetEFsize(unsigned short fid)
     return size.size() < 4 ? -1 : PKCS11_blob2int(size.slice(2, 2));
 }
 
-Blob AcosTRUSTToken::ReadBinary(unsigned short fid, bool* isWhole)
+Blob AcosTRUSTToken::ReadBinary(unsigned short fid, bool& isWhole)
 {
     const int size = GetEFsize(fid);
     Blob command = PKCS11_hex2blob(kReadBinary);
@@ -136,8 +135,7 @@ Blob AcosTRUSTToken::ReadBinary(unsigned short fid, bool* isWhole)
             break;
         content.append(chunk);
     }
-    if (isWhole != nullptr)
-        *isWhole = sw == SW_SUCCESS && content.size() >= std::min(size, kMaxOffset);
+    isWhole = sw == SW_SUCCESS && content.size() >= std::min(size, kMaxOffset);
     return content;
 }
 
@@ -146,7 +144,7 @@ CardValue AcosTRUSTToken::readFile(unsigned short fid)
     return whole([&] {
         SelectDF_DECAppl();
         CardValue file;
-        file.bytes = ReadBinary(fid, &file.isWhole);
+        file.bytes = ReadBinary(fid, file.isWhole);
         return file;
     });
 }

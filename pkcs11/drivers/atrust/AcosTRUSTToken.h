@@ -39,7 +39,7 @@ public:
     void SelectDF_DECAppl();
     /// Reads a file of DF_DEC, which must be selected, in chunks of 112 bytes. `isWhole` becomes false when
     /// it ended before the size that the card told.
-    Blob ReadBinary(unsigned short fid, bool* isWhole = nullptr);
+    Blob ReadBinary(unsigned short fid, bool& isWhole);
     /// Selects DF_DEC and reads a file of it.
     CardValue readFile(unsigned short fid);
     /// The modulus of the key pair, read from the card on first use; empty when it cannot be read.

@@ -139,7 +139,7 @@ void CardOSToken::readDirectory()
         if (!reader.has(kDirectoryEntrySize))
             break;
         entry.type = reader.byte();
-        entry.unused = reader.byte();
+        reader.skip(1);
         entry.attributeFile = static_cast<unsigned short>(reader.word());
         entry.value = static_cast<unsigned short>(reader.word());
     }

@@ -55,7 +55,6 @@ public:
 private:
     struct DirectoryEntry {
         unsigned char type = 0;
-        unsigned char unused = 0;
         unsigned short attributeFile = 0;
         /// EF of the value, or DF of the key.
         unsigned short value = 0;

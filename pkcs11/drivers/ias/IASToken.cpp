@@ -8,8 +8,6 @@
 #include "pkcs11/token/ByteOrder.h"
 #include "pkcs11/token/Hex.h"
 
-#include <algorithm>
-
 namespace PKCS11 {
 
 namespace {

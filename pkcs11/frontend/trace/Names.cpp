@@ -3,7 +3,6 @@
 #include "pkcs11/frontend/trace/NameTable.h"
 
 #include <cstddef>
-#include <cstdio>
 #include <cstring>
 
 namespace PKCS11 {
