@@ -1,5 +1,5 @@
-/// What the library itself costs, over a stand-in for PC/SC and a card that answers at once. The trace, in a
-/// file of the working directory, is part of the numbers.
+// What the library itself costs, over a stand-in for PC/SC and a card that answers at once. The trace, in a
+// file of the working directory, is part of the numbers.
 
 #include "tests/support/Application.h"
 #include "tools/vcard/PivCard.h"

@@ -29,7 +29,7 @@ std::string VantorCryptoObject::GetID() const
 
 void VantorCryptoObject::SetAttribute(CK_ATTRIBUTE_TYPE type, const void* value, CK_ULONG length)
 {
-    if (!m_object)
+    if (m_object == nullptr)
         m_object = std::make_unique<TokenObject>();
     m_object->set(type, value, length);
 }

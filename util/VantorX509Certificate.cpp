@@ -292,7 +292,7 @@ X509Pointer VantorX509Certificate::toOpenSSLCertificate(const CK_ATTRIBUTE& valu
 
 X509Pointer VantorX509Certificate::toOpenSSLCertificate() const
 {
-    if (!m_object)
+    if (m_object == nullptr)
         fail("VantorX509Certificate::VantorX509Certificate object is not certificate!");
     return toOpenSSLCertificate(GetValue());
 }

@@ -28,7 +28,7 @@ Session::Session() = default;
 
 Session::~Session() = default;
 
-// --- Life -------------------------------------------------------------------------------------------------
+// --- Life ----------------------------------------------------------------------------------------
 
 void Session::openSession(Slot* slot, CK_SLOT_ID slotID, CK_FLAGS flags, void* /*pApplication*/,
                           CK_NOTIFY /*notify*/)
@@ -82,7 +82,7 @@ Token* Session::getToken()
     return m_token;
 }
 
-// --- State ------------------------------------------------------------------------------------------------
+// --- State ---------------------------------------------------------------------------------------
 
 CK_STATE Session::getSessionState(CK_FLAGS flags)
 {
@@ -115,7 +115,7 @@ void Session::requireReadWrite(const char* where) const
         throw PKCS11Exception(CKR_SESSION_READ_ONLY, "CKR_SESSION_READ_ONLY", where);
 }
 
-// --- Login ------------------------------------------------------------------------------------------------
+// --- Login ---------------------------------------------------------------------------------------
 
 void Session::login(CK_USER_TYPE userType, const CK_BYTE* pPin, CK_ULONG ulPinLen)
 {
@@ -175,7 +175,7 @@ void Session::setPIN(const Blob& oldPin, const Blob& newPin)
         token->SetPIN(oldPin, newPin);
 }
 
-// --- Random numbers ---------------------------------------------------------------------------------------
+// --- Random numbers ------------------------------------------------------------------------------
 
 Token& Session::tokenForRandom(const char* where)
 {

@@ -1,4 +1,4 @@
-/// Key look-ups, and the calls that make or wrap keys.
+// Key look-ups, and the calls that make or wrap keys.
 #include "pkcs11/core/Session.h"
 
 #include "pkcs11/PKCS11Exception.h"
@@ -34,7 +34,7 @@ Blob inWrapBuffer(Run run)
 
 } // namespace
 
-// --- Look-ups ---------------------------------------------------------------------------------------------
+// --- Look-ups ------------------------------------------------------------------------------------
 
 template <class KeyClass>
 KeyClass* Session::findKey(CK_OBJECT_HANDLE hKey, const char* where)
@@ -69,7 +69,7 @@ Key* Session::getKey(CK_OBJECT_HANDLE hKey)
     return key;
 }
 
-// --- Keys made on the card --------------------------------------------------------------------------------
+// --- Keys made on the card -----------------------------------------------------------------------
 
 void Session::requireKeyGeneration(const char* where)
 {
@@ -163,7 +163,7 @@ void Session::deriveKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hBaseKey, CK_
     *phKey = insertObject(std::unique_ptr<Object>(derived));
 }
 
-// --- Wrapping ---------------------------------------------------------------------------------------------
+// --- Wrapping ------------------------------------------------------------------------------------
 
 void Session::WrapKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hWrappingKey, CK_OBJECT_HANDLE hKey,
                       CK_BYTE* pWrapped, CK_ULONG* pulWrappedLen)

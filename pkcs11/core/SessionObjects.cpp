@@ -1,4 +1,4 @@
-/// The calls on objects, and the search.
+// The calls on objects, and the search.
 #include "pkcs11/core/Session.h"
 
 #include "pkcs11/Edition.h"

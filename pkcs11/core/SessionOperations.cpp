@@ -1,4 +1,4 @@
-/// The start and the steps of the operations that work with a key, and of the digest.
+// The start and the steps of the operations that work with a key, and of the digest.
 #include "pkcs11/core/Session.h"
 
 #include "pkcs11/Edition.h"
@@ -14,7 +14,7 @@
 
 namespace PKCS11 {
 
-// --- Tables -----------------------------------------------------------------------------------------------
+// --- Tables --------------------------------------------------------------------------------------
 
 /// What one kind of key offers for an operation.
 template <class KeyClass>
@@ -122,7 +122,7 @@ constexpr OperationStep kDigestFinal   {"Session::digestFinal",   Success::endsU
 
 } // namespace
 
-// --- Shared steps -----------------------------------------------------------------------------------------
+// --- Shared steps --------------------------------------------------------------------------------
 
 void Session::requireNoOperation(const char* where) const
 {
@@ -201,8 +201,8 @@ void Session::runStep(const OperationStep& row, const CK_BYTE* output, const Ste
         if (!isOperationActive())
             throw PKCS11Exception(CKR_OPERATION_NOT_INITIALIZED, "", row.where);
         step(*m_operation);
-    } catch (const PKCS11Exception& ex) {
-        fail(ex.value() == CKR_MECHANISM_INVALID);
+    } catch (const PKCS11Exception& failure) {
+        fail(failure.value() == CKR_MECHANISM_INVALID);
         throw;
     } catch (...) {
         fail(false);
@@ -241,7 +241,7 @@ void Session::runStep(const OperationStep& row, Input input, Output output,
     });
 }
 
-// --- Start ------------------------------------------------------------------------------------------------
+// --- Start ---------------------------------------------------------------------------------------
 
 void Session::signInit(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hKey)
 {
@@ -280,7 +280,7 @@ void Session::digestInit(CK_MECHANISM* pMechanism)
     m_operation->setActive(true);
 }
 
-// --- Steps ------------------------------------------------------------------------------------------------
+// --- Steps ---------------------------------------------------------------------------------------
 
 void Session::sign(CK_BYTE* pData, CK_ULONG ulDataLen, CK_BYTE* pSignature, CK_ULONG* pulSignatureLen)
 {

@@ -7,6 +7,7 @@
 #include "pkcs11/desktop/DesktopSystem.h"
 #include "pkcs11/desktop/SignInParts.h"
 #include "pkcs11/drivers/common/CardObjects.h"
+#include "pkcs11/pcsc/CardIdentification.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 
 #include <type_traits>
@@ -81,9 +82,9 @@ std::unique_ptr<SlotList> DesktopEdition::createSlotList(PKCS11Wrapper* wrapper,
 
 std::unique_ptr<Token> DesktopEdition::createDriver(const Blob& cardType, PCSCSlot& slot)
 {
-    if (cardType == Blob("CARDOS_CARD"))
+    if (cardType == Blob(kCardOSCard))
         return std::make_unique<DesktopCardOSToken>(&slot);
-    if (cardType == Blob("PIV_CARD"))
+    if (cardType == Blob(kPIVCard))
         return std::make_unique<DesktopPIVToken>(&slot);
     return nullptr;
 }

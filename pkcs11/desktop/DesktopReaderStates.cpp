@@ -66,7 +66,7 @@ bool DesktopReaderStates::look(WaitContext& wait)
 {
     m_present.clear();
     const bool hasService =
-        wait.establish() == SCARD_S_SUCCESS && !isContextLost(listReaders(wait.context(), m_present));
+        wait.establish() == SCARD_S_SUCCESS && !isContextLost(queryReaders(wait.context(), m_present));
     if (!hasService)
         wait.release();
     if (!m_atBegin)

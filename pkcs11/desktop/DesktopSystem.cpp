@@ -34,8 +34,8 @@ bool DesktopSystem::renew()
 std::vector<std::string> DesktopSystem::listReaders()
 {
     std::vector<std::string> readers;
-    if (isContextLost(PKCS11::listReaders(m_context, readers)) && renew())
-        PKCS11::listReaders(m_context, readers);
+    if (isContextLost(queryReaders(m_context, readers)) && renew())
+        queryReaders(m_context, readers);
     return readers;
 }
 

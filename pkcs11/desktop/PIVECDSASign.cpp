@@ -44,8 +44,8 @@ Blob joinedNumbers(const Blob& signature, int length)
         node.import(signature, 0);
         if (node.getTag() == kSequence && node.getSize() == 2)
             return numberOf(node.component(0), length) + numberOf(node.component(1), length);
-    } catch (const PKCS11Exception& ex) {
-        throw PKCS11Exception(CKR_DEVICE_ERROR, ex.what(), kWhere);
+    } catch (const PKCS11Exception& failure) {
+        throw PKCS11Exception(CKR_DEVICE_ERROR, failure.what(), kWhere);
     }
     throw PKCS11Exception(CKR_DEVICE_ERROR, "no signature", kWhere);
 }

@@ -185,9 +185,9 @@ CK_RV outcomeOf(Action<CK_RV()> action, Action<void(const PKCS11Exception&)> onF
 {
     try {
         return action();
-    } catch (const PKCS11Exception& ex) {
-        const CK_RV rv = ExceptionLogger(ex);
-        onFailure(ex);
+    } catch (const PKCS11Exception& failure) {
+        const CK_RV rv = ExceptionLogger(failure);
+        onFailure(failure);
         return rv;
     } catch (...) {
         return CKR_FUNCTION_FAILED;
@@ -205,17 +205,17 @@ CK_RV PKCS11Wrapper::run(const Call& call, Arguments arguments, Hook hook, CK_UL
     else if (!isInitialised())
         rv = CKR_CRYPTOKI_NOT_INITIALIZED;
     else
-        rv = outcomeOf(action, [&](const PKCS11Exception& ex) { runHook(hook, target, ex); });
+        rv = outcomeOf(action, [&](const PKCS11Exception& failure) { runHook(hook, target, failure); });
     return rv;
 }
 
-void PKCS11Wrapper::runHook(Hook hook, CK_ULONG target, const PKCS11Exception& ex)
+void PKCS11Wrapper::runHook(Hook hook, CK_ULONG target, const PKCS11Exception& failure)
 {
     try {
         if (hook == Hook::token)
-            catchTokenException(target, ex);
+            catchTokenException(target, failure);
         else if (hook == Hook::session)
-            catchSessionException(target, ex);
+            catchSessionException(target, failure);
     } catch (...) {
         // The call keeps its own code, whatever comes of the pause.
     }

@@ -160,7 +160,7 @@ void PKCS11Wrapper::catchSessionException(CK_SESSION_HANDLE hSession, PKCS11Exce
 
 void PKCS11Wrapper::closeAllSessions(Slot* slot)
 {
-    if (!m_sessions)
+    if (m_sessions == nullptr)
         return;
     for (CK_SESSION_HANDLE handle = 1; handle <= m_sessions->capacity(); ++handle) {
         try {
@@ -175,7 +175,7 @@ void PKCS11Wrapper::closeAllSessions(Slot* slot)
 
 void PKCS11Wrapper::MakeMechanismInvalid(CK_SESSION_HANDLE hSession)
 {
-    if (!m_sessions)
+    if (m_sessions == nullptr)
         return;
     try {
         m_sessions->getSession(hSession)->cleanMechanism();

@@ -181,7 +181,7 @@ private:
     /// A call from its first trace line to its last: arguments, initialised check, action, failure with its
     /// hook, which `target` is for.
     CK_RV run(const Call& call, Arguments arguments, Hook hook, CK_ULONG target, Action<CK_RV()> action);
-    void runHook(Hook hook, CK_ULONG target, const PKCS11Exception& ex);
+    void runHook(Hook hook, CK_ULONG target, const PKCS11Exception& failure);
     /// A call that addresses neither a slot nor a session.
     CK_RV plainCall(const Call& call, Arguments arguments, Action<CK_RV()> action);
     /// A call that reaches nothing below and always answers the same.

@@ -16,39 +16,40 @@ const char SAGEM_IAS_GENERIC_AID[] = "E828BD080FD25047656E65726963";
 namespace {
 
 constexpr char kUnknownCard[] = "unknown card";
+constexpr char kSelectByName[] = "00a40400";
 
 /// The first match counts. ACOS cards show the serial series of their issue in the historical bytes.
 constexpr ATRTableRow kATRTable[] = {
-    {"4d346376", "Siemens", "CARDOS_CARD"},
-    {"56346376", "Siemens", "CARDOS_CARD"},
-    {"56343262", "Siemens", "CARDOS_CARD"},
-    {"c901", "Atos", "CARDOS_CARD"},
-    {"0031c06477e30300829000", "Oberthur", "ACTIV_IDENTITY_CARD"},
-    {"ae01030000", "Axalto", "ACTIV_IDENTITY_CARD"},
-    {"2905010201", "Axalto", "ACTIV_IDENTITY_CARD"},
-    {"8073002113574a544861314700", "G&D", "ACTIV_IDENTITY_CARD"},
-    {"455041000000000227507000000000", "ACOS", "EDU_CARD"},
-    {"45504100000000294890350000002b", "ACOS", "EDU_CARD"},
-    {"455041000000003169480600000000", "ACOS", "EDU_CARD"},
-    {"455041000000002948797500000017", "ACOS", "EDU_CARD"},
-    {"455041000000002116819800000000", "ACOS", "EDU_CARD"},
-    {"455041000000002156977900000000", "ACOS", "EDU_CARD"},
-    {"41434f000000000000000000000000", "ACOS", "EDU_CARD"},
-    {"454d56203033202006", "ACOS", "EDU_CARD"},
-    {"41434f000000000000000000000000", "ACOS", "EDU_CARD"}, // twice, deliberately
-    {"455041000000002001847700000000", "ACOS", "EDU_CARD"},
-    {"455041000000002116807500000000", "ACOS", "EDU_CARD"},
-    {"455041000000000000000000000000", "ACOS", "A-TRUST_CARD"},
-    {"0031b9640000ecc1739401c00f9000", "Oberthur", "IAS_CARD"},
-    {"0031c064b0f31000019000", "Oberthur", "IAS_CARD"},
-    {"0031b8645023ecc173940180829000", "Sagem Orga", "IAS_CARD"},
-    {"0031b8644070141073940180829000", "Gemalto", "IAS_CARD"},
-    {"53462d3443432d3031", "SmartCafe Expert 5.0", "PIV_CARD"},
-    {"4A434F503231563232", "JCOP 21", "PIV_CARD"},
-    {"8073cc91cbf9a00000030800001000", "Oberthur ID One v7PIV", "PIV_CARD"},
-    {"80318065b0831111e583009000", "Gemalto TOP DL V2", "PIV_CARD"},
-    {"80318065b0831111ac83009000", "Gemalto TPC DM 72K", "PIV_CARD"},
-    {"0031c064b0f31000079000", "Oberthur ID One Dual 128 V5.5", "PIV_CAC_CARD"},
+    {"4d346376", "Siemens", kCardOSCard},
+    {"56346376", "Siemens", kCardOSCard},
+    {"56343262", "Siemens", kCardOSCard},
+    {"c901", "Atos", kCardOSCard},
+    {"0031c06477e30300829000", "Oberthur", kActivIdentityCard},
+    {"ae01030000", "Axalto", kActivIdentityCard},
+    {"2905010201", "Axalto", kActivIdentityCard},
+    {"8073002113574a544861314700", "G&D", kActivIdentityCard},
+    {"455041000000000227507000000000", "ACOS", kEDUCard},
+    {"45504100000000294890350000002b", "ACOS", kEDUCard},
+    {"455041000000003169480600000000", "ACOS", kEDUCard},
+    {"455041000000002948797500000017", "ACOS", kEDUCard},
+    {"455041000000002116819800000000", "ACOS", kEDUCard},
+    {"455041000000002156977900000000", "ACOS", kEDUCard},
+    {"41434f000000000000000000000000", "ACOS", kEDUCard},
+    {"454d56203033202006", "ACOS", kEDUCard},
+    {"41434f000000000000000000000000", "ACOS", kEDUCard}, // twice, deliberately
+    {"455041000000002001847700000000", "ACOS", kEDUCard},
+    {"455041000000002116807500000000", "ACOS", kEDUCard},
+    {"455041000000000000000000000000", "ACOS", kATrustCard},
+    {"0031b9640000ecc1739401c00f9000", "Oberthur", kIASCard},
+    {"0031c064b0f31000019000", "Oberthur", kIASCard},
+    {"0031b8645023ecc173940180829000", "Sagem Orga", kIASCard},
+    {"0031b8644070141073940180829000", "Gemalto", kIASCard},
+    {"53462d3443432d3031", "SmartCafe Expert 5.0", kPIVCard},
+    {"4A434F503231563232", "JCOP 21", kPIVCard},
+    {"8073cc91cbf9a00000030800001000", "Oberthur ID One v7PIV", kPIVCard},
+    {"80318065b0831111e583009000", "Gemalto TOP DL V2", kPIVCard},
+    {"80318065b0831111ac83009000", "Gemalto TPC DM 72K", kPIVCard},
+    {"0031c064b0f31000079000", "Oberthur ID One Dual 128 V5.5", kPIVCACCard},
 };
 
 bool startsWith(const Blob& whole, const Blob& part)
@@ -64,13 +65,13 @@ std::vector<Blob> applicationsIn(const Blob& dir)
     constexpr unsigned char kIdentifier = 0x4F;
     std::vector<Blob> identifiers;
     for (int i = 0; i + 3 < dir.size();) {
-        if (dir[i] != kTemplate) {
+        if (dir.at(i) != kTemplate) {
             ++i;
             continue;
         }
-        if (dir[i + 2] == kIdentifier && i + 4 + dir[i + 3] <= dir.size())
-            identifiers.push_back(dir.slice(i + 4, dir[i + 3]));
-        i += 2 + dir[i + 1];
+        if (dir.at(i + 2) == kIdentifier && i + 4 + dir.at(i + 3) <= dir.size())
+            identifiers.push_back(dir.slice(i + 4, dir.at(i + 3)));
+        i += 2 + dir.at(i + 1);
     }
     return identifiers;
 }
@@ -81,17 +82,17 @@ Blob getHistoricalBytes(const Blob& atr)
 {
     if (atr.size() < 2)
         return {};
-    const int count = atr[1] & 0x0F;
+    const int count = atr.at(1) & 0x0F;
     int index = 1;
     // The high half of T0, then of each TDi, says which of TA, TB, TC and TD follow.
-    int present = atr[1] >> 4;
+    int present = atr.at(1) >> 4;
     while (present != 0) {
         index += (present & 1) + (present >> 1 & 1) + (present >> 2 & 1);
         if ((present & 8) == 0)
             break;
         if (++index >= atr.size())
             return {};
-        present = atr[index] >> 4;
+        present = atr.at(index) >> 4;
     }
     return atr.slice(index + 1, count);
 }
@@ -109,7 +110,7 @@ const ATRTableRow* findATRTableRow(const Blob& historicalBytes)
 
 std::string PCSCSlot::GetOS(const Blob& atr, Blob& cardType)
 {
-    cardType = Blob("PIV_CARD");
+    cardType = Blob(kPIVCard);
     const Blob historicalBytes = getHistoricalBytes(atr);
     if (historicalBytes.empty())
         return kUnknownCard;
@@ -135,7 +136,7 @@ bool PCSCSlot::ReadATRIniFile(const char* /*path*/)
 
 bool PCSCSlot::IsPIVToken()
 {
-    const int sw = Send(PKCS11_hex2blob("00a40400"), PKCS11_hex2blob(PIV_AID));
+    const int sw = Send(PKCS11_hex2blob(kSelectByName), PKCS11_hex2blob(PIV_AID));
     return sw == SW_SUCCESS || sw == SW_SUCCESS_9001 || hasMoreData(sw);
 }
 

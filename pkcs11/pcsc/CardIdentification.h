@@ -18,6 +18,15 @@ constexpr unsigned short EF_ODF_FID = 0x5031;
 /// Named, never read.
 constexpr char ATR_LIST_FILE[] = "TARV_ATR_List.ini";
 
+/// Card-type words.
+constexpr char kPIVCard[] = "PIV_CARD";
+constexpr char kPIVCACCard[] = "PIV_CAC_CARD";
+constexpr char kCardOSCard[] = "CARDOS_CARD";
+constexpr char kATrustCard[] = "A-TRUST_CARD";
+constexpr char kEDUCard[] = "EDU_CARD";
+constexpr char kIASCard[] = "IAS_CARD";
+constexpr char kActivIdentityCard[] = "ACTIV_IDENTITY_CARD";
+
 /// Historical bytes of an ATR (ISO/IEC 7816-3, 8.2); those that exist when the ATR is cut short.
 Blob getHistoricalBytes(const Blob& atr);
 

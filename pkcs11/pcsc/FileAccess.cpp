@@ -8,7 +8,16 @@
 #include <winscard.h>
 
 namespace PKCS11 {
+
 namespace {
+
+/// SELECT by DF name, which answers with FCP, or with FCI.
+constexpr char kSelectByNameFCP[] = "00a40404";
+constexpr char kSelectByNameFCI[] = "00a40400";
+constexpr char kSelectEF[] = "00a40204";
+/// READ BINARY of a chunk of ReadBinary, and of all that one answer holds.
+constexpr char kReadChunk[] = "00b00000f1";
+constexpr char kReadAll[] = "00b0000000";
 
 /// READ BINARY tells its offset in 15 bits; the bit above means another kind of command.
 constexpr int kOffsetLimit = 0x8000;
@@ -38,7 +47,7 @@ bool endsFile(int sw)
 int PCSCSlot::ReadBinary(char* buf, int* len)
 {
     *len = 0;
-    Blob command = PKCS11_hex2blob("00b00000F1");
+    Blob command = PKCS11_hex2blob(kReadChunk);
     int offset = 0;
     int sw = SW_SUCCESS;
     while (offset < kReadBinarySize) {
@@ -72,7 +81,7 @@ int PCSCSlot::ReadBinary(Blob& out)
 
 Blob PCSCSlot::ReadBinaryEF(bool* isWhole)
 {
-    Blob command = PKCS11_hex2blob("00b0000000");
+    Blob command = PKCS11_hex2blob(kReadAll);
     Blob file;
     bool lengthChanged = false;
     int last = SW_SUCCESS;
@@ -105,9 +114,9 @@ Blob PCSCSlot::ReadBinaryEF(bool* isWhole)
 Blob PCSCSlot::SelectAppl(const Blob& aid)
 {
     Blob answer;
-    int sw = Send(PKCS11_hex2blob("00a40404"), aid, answer);
+    int sw = Send(PKCS11_hex2blob(kSelectByNameFCP), aid, answer);
     if (sw == SW_INCORRECT_P1P2)
-        sw = Send(PKCS11_hex2blob("00a40400"), aid, answer);
+        sw = Send(PKCS11_hex2blob(kSelectByNameFCI), aid, answer);
     if (sw != SW_SUCCESS)
         throw PKCS11Exception(CKR_DEVICE_ERROR);
     return answer;
@@ -120,7 +129,7 @@ Blob PCSCSlot::SelectAppl(const char* aidHex)
 
 void PCSCSlot::SelectEF_IAS(const Blob& fid)
 {
-    if (Send(PKCS11_hex2blob("00a40204"), fid) != SW_SUCCESS)
+    if (Send(PKCS11_hex2blob(kSelectEF), fid) != SW_SUCCESS)
         throw PKCS11Exception(CKR_DEVICE_ERROR, "Select File", "PCSCSlot::SelectEF");
 }
 

@@ -9,6 +9,7 @@
 #include <winscard.h>
 
 namespace PKCS11 {
+
 namespace {
 
 constexpr DWORD kProtocols = SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1;

@@ -163,8 +163,10 @@ private:
     PCSCSystem* m_system;
     PCSCHandle m_card = 0;
     PCSCWord m_protocol = 0;
-    /// The number of the insertion: when the reader was last asked, and before the channel was opened.
-    PCSCWord m_seenInsertion = 0, m_insertion = 0;
+    /// The number of the insertion when the reader was last asked.
+    PCSCWord m_seenInsertion = 0;
+    /// The same before the channel was opened.
+    PCSCWord m_insertion = 0;
     CardMark m_disturbances = 0;
     /// How often others may have used the card between two calls.
     int m_visits = 0;

@@ -78,7 +78,7 @@ bool PCSCSystem::isInherited() const
 std::vector<std::string> PCSCSystem::listReaders()
 {
     std::vector<std::string> readers;
-    PKCS11::listReaders(GetContext(), readers);
+    queryReaders(GetContext(), readers);
     return readers;
 }
 
@@ -93,7 +93,7 @@ long PCSCSystem::readState(const std::string& reader, ReaderState& state)
     return result;
 }
 
-long listReaders(PCSCContext context, std::vector<std::string>& names)
+long queryReaders(PCSCContext context, std::vector<std::string>& names)
 {
     names.clear();
     std::array<char, kReaderListSize> list{};

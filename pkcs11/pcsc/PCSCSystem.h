@@ -22,7 +22,7 @@ struct ReaderState {
 
 /// The names of the readers that are attached now, in the order of PC/SC; none when it cannot tell. The PC/SC
 /// result.
-long listReaders(PCSCContext context, std::vector<std::string>& names);
+long queryReaders(PCSCContext context, std::vector<std::string>& names);
 
 /// The library's PC/SC context. The library object holds one reference, each PCSCSlot another. In a process
 /// forked from the one that made it, it is the parent's: nothing of it is then released.
@@ -36,7 +36,7 @@ public:
     virtual PCSCContext GetContext() const { return m_context; }
     /// True in a forked child.
     bool isInherited() const;
-    /// As the function of that name.
+    /// The same, asked in the context of the library.
     virtual std::vector<std::string> listReaders();
     /// The present state of a reader, without a channel to its card. The PC/SC result.
     virtual long readState(const std::string& reader, ReaderState& state);

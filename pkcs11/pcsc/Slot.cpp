@@ -42,7 +42,7 @@ Token* Slot::getToken()
     dropTokenOfOtherCard();
     if (isTokenPresent())
         return tokenOfThisCard();
-    if (!m_token)
+    if (m_token == nullptr)
         throw PKCS11Exception(CKR_TOKEN_NOT_PRESENT);
     dropToken();
     throw PKCS11Exception(CKR_DEVICE_REMOVED);
@@ -59,7 +59,7 @@ Token* Slot::tokenOfThisCard()
     if (m_token)
         return m_token.get();
     m_token = createToken();
-    if (!m_token)
+    if (m_token == nullptr)
         throw PKCS11Exception(CKR_TOKEN_NOT_RECOGNIZED);
     m_token->Logout();
     return m_token.get();
@@ -114,7 +114,7 @@ void Slot::logoutLastSession()
 
 void Slot::updateSessionCount()
 {
-    if (!m_token)
+    if (m_token == nullptr)
         return;
     const SessionCounts counts = countSessions();
     m_token->setSessionCounts(counts.all, counts.readWrite);

@@ -13,6 +13,7 @@
 #include <winscard.h>
 
 namespace PKCS11 {
+
 namespace {
 
 constexpr char kWhere[] = "SlotList::waitForSlotEvent";

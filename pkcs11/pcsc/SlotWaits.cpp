@@ -9,6 +9,7 @@
 #include <winscard.h>
 
 namespace PKCS11 {
+
 namespace {
 
 /// Pause between two cancels of a wait, in milliseconds.

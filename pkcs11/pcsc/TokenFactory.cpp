@@ -7,11 +7,13 @@
 #include "pkcs11/drivers/ias/IASToken.h"
 #include "pkcs11/drivers/piv/PIVJavaToken.h"
 #include "pkcs11/frontend/trace/Logger.h"
+#include "pkcs11/pcsc/CardIdentification.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 
 #include <algorithm>
 
 namespace PKCS11 {
+
 namespace {
 
 template <class Driver>
@@ -43,11 +45,11 @@ struct Family {
 };
 /// Families without a row (PIV_CAC_CARD, ACTIV_IDENTITY_CARD) have no driver of their own.
 constexpr Family kFamilies[] = {
-    {"PIV_CARD", build<PIVJavaToken>},
-    {"CARDOS_CARD", build<CardOSToken>},
-    {"A-TRUST_CARD", build<AcosTRUSTToken>},
-    {"EDU_CARD", buildEDU},
-    {"IAS_CARD", buildIAS},
+    {kPIVCard, build<PIVJavaToken>},
+    {kCardOSCard, build<CardOSToken>},
+    {kATrustCard, build<AcosTRUSTToken>},
+    {kEDUCard, buildEDU},
+    {kIASCard, buildIAS},
 };
 
 std::unique_ptr<Token> buildDriver(PCSCSlot& slot, const Blob& cardType)
@@ -68,10 +70,10 @@ std::unique_ptr<Token> PCSCSlot::createToken()
         return nullptr;
     try {
         return readToken();
-    } catch (const PKCS11Exception& ex) {
+    } catch (const PKCS11Exception& failure) {
         CloseChannel();
-        if (ex.value() == CKR_DEVICE_ERROR)
-            throw PKCS11Exception(CKR_TOKEN_NOT_RECOGNIZED, ex.what(), ex.where());
+        if (failure.value() == CKR_DEVICE_ERROR)
+            throw PKCS11Exception(CKR_TOKEN_NOT_RECOGNIZED, failure.what(), failure.where());
         return nullptr;
     }
 }
@@ -105,10 +107,10 @@ std::unique_ptr<Token> PCSCSlot::buildToken()
     Logger::Log(Logger::kTrace, "model", cardType);
 
     // A card that its ATR does not name as PIV can still hold the application.
-    if (cardType != Blob("PIV_CARD") && cardType != Blob("PIV_CAC_CARD")) {
+    if (cardType != Blob(kPIVCard) && cardType != Blob(kPIVCACCard)) {
         CreateChannel();
         if (IsPIVToken())
-            return buildDriver(*this, Blob("PIV_CARD"));
+            return buildDriver(*this, Blob(kPIVCard));
         CloseChannel();
     }
     return buildDriver(*this, cardType);

@@ -11,9 +11,11 @@
 #include <winscard.h>
 
 namespace PKCS11 {
+
 namespace {
 
 constexpr char kWhere[] = "PCSCSlot::SendCmdIntern";
+constexpr char kGetResponse[] = "00c0000000";
 /// Bytes offered for one answer.
 constexpr DWORD kReceiveSize = 640;
 /// Bytes kept for one answer by the forms that return a Blob.
@@ -153,7 +155,7 @@ void PCSCSlot::recover(long result)
 
 int PCSCSlot::fetchAnswer(unsigned char le, char* resp, int* respLen)
 {
-    Blob command = PKCS11_hex2blob("00c0000000"); // GET RESPONSE
+    Blob command = PKCS11_hex2blob(kGetResponse);
     command.back() = le;
     return SendCmdIntern(chars(command), command.size(), resp, respLen);
 }

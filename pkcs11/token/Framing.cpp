@@ -28,7 +28,7 @@ bool isWantedTag(unsigned char tag)
 int wholeTLVSize(const Blob& in, int pos)
 {
     const int left = in.size() - pos - 2;
-    int length = in[pos + 1];
+    int length = in.at(pos + 1);
     int extra = 0;
     if (length > 0x80) {
         extra = length & 0x7F;
@@ -38,7 +38,7 @@ int wholeTLVSize(const Blob& in, int pos)
         for (int i = 0; i < extra; ++i) {
             if (length > in.size() >> 8)
                 return 0;
-            length = length << 8 | in[pos + 2 + i];
+            length = length << 8 | in.at(pos + 2 + i);
         }
     }
     return length <= left - extra ? 2 + extra + length : 0;
@@ -57,8 +57,8 @@ Blob MakeTLVCoded(const Blob& in)
     if (std::all_of(in.begin(), in.end(), [](unsigned char byte) { return byte == 0; }))
         return {};
     int pos = 0;
-    while (in.size() - pos >= 2 && isWantedTag(in[pos])) {
-        if (in[pos + 1] == 0x80)
+    while (in.size() - pos >= 2 && isWantedTag(in.at(pos))) {
+        if (in.at(pos + 1) == 0x80)
             return in;
         const int size = wholeTLVSize(in, pos);
         if (size == 0)
@@ -71,12 +71,12 @@ Blob MakeTLVCoded(const Blob& in)
 void MakeTagLen(const Blob& in, std::vector<TagLen>& out)
 {
     for (int pos = 1; pos < in.size(); pos += 2) {
-        const Blob tag(1, in[pos - 1]);
-        int length = in[pos];
+        const Blob tag(1, in.at(pos - 1));
+        int length = in.at(pos);
         if (length == 0xFF) {
             if (in.size() - pos <= 2)
                 return;
-            length = in[pos + 1] | in[pos + 2] << 8;
+            length = in.at(pos + 1) | in.at(pos + 2) << 8;
             pos += 2;
         }
         out.push_back({tag, static_cast<unsigned short>(length)});

@@ -8,6 +8,7 @@
 #include <algorithm>
 
 namespace PKCS11 {
+
 namespace {
 
 constexpr CK_ULONG kMaxSessions = 100;

@@ -7,7 +7,7 @@
 /// rsa.der: version 3, self-signed, C=NO, O=Fjell og Fjord, CN=Kari Nordmann, serial C1A2B3C4D5E6F708, from
 /// 120305101500Z (UTCTime) to 20510607080910Z (GeneralizedTime). By the same issuer: version1.der, an RSA key
 /// too, without the version field; ec.der, a P-256 key. compressed.der: a P-256 key with a compressed point.
-static PKCS11::Blob certificate(const char* name)
+inline PKCS11::Blob certificate(const char* name)
 {
     static const auto certificates = fuzz::readCorpus(QUARVEL_CERTIFICATES);
     const vcard::Bytes& bytes = certificates.at(name);

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <new>
+#include <string>
 
 /// CKR_OK when it returned.
 template <class Call>

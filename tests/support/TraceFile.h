@@ -18,7 +18,9 @@ public:
         SystemWrapper::s_logPath = path.c_str();
         C_GetFunctionList(nullptr); // the library has its trace and opens none later
         PKCS11::Logger::FreeLogger();
-        PKCS11::Logger::SetLogger(new PKCS11::FileLogger(path.c_str(), 98));
+        PKCS11::Logger::SetLogger(new PKCS11::FileLogger(path.c_str(), PKCS11::FileLogger::kTimePrefix |
+                                                                           PKCS11::FileLogger::kFlush |
+                                                                           PKCS11::FileLogger::kBanner));
         PKCS11::Logger::SetLoglevel(99);
         m_seen = m_begin = std::ifstream(path, std::ios::ate).tellg();
     }

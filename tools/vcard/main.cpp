@@ -1,4 +1,4 @@
-/// quarvel-vcard: serves one simulated card to the virtual PC/SC reader vpcd.
+// quarvel-vcard: serves one simulated card to the virtual PC/SC reader vpcd.
 
 #include "tools/vcard/Families.h"
 #include "tools/vcard/VpcdClient.h"

@@ -10,8 +10,8 @@ namespace PKCS11 {
 namespace {
 
 // The byte behind 84 01 is the key reference.
-constexpr char kMseSetSignature[] = "002241A406840100800101";
-constexpr char kMseSetDecryption[] = "002281B803840100";
+constexpr char kMseSetSignature[] = "002241a406840100800101";
+constexpr char kMseSetDecryption[] = "002281b803840100";
 constexpr int kKeyReferencePosition = 7;
 
 constexpr char kInternalAuthenticate[] = "00881000";

@@ -10,23 +10,30 @@ namespace PKCS11 {
 
 namespace {
 
-constexpr char kMseSetEncryption[] = "002281B803830188";
+constexpr char kMseSetEncryption[] = "002281b803830188";
 constexpr char kPsoEncipher[] = "002a8680";
 constexpr int kAnnouncedLength = 256;
 
 // Signing reports the decryption's name, deliberately; card failures carry no texts.
-constexpr AcosKeyAccess kAccess = {0x88, "AcosTRUSTMechanismDecrypt::decrypt", false, true, false};
+constexpr char kWhere[] = "AcosTRUSTMechanismDecrypt::decrypt";
+
+constexpr AcosKeyAccess keyAccess()
+{
+    AcosKeyAccess access{0x88, kWhere};
+    access.signWrapsLc = true;
+    return access;
+}
 
 } // namespace
 
 AcosTRUSTMechanismSign::AcosTRUSTMechanismSign(AcosTRUSTToken& token, int knownLength)
-    : AcosMechanismSign(token, kAccess, knownLength)
+    : AcosMechanismSign(token, keyAccess(), knownLength)
 {
 }
 
 AcosTRUSTMechanismDecrypt::AcosTRUSTMechanismDecrypt(AcosTRUSTToken& token, unsigned short fid,
                                                      CK_MECHANISM_TYPE type)
-    : AcosMechanismDecrypt(token, kAccess, type), m_fid(fid)
+    : AcosMechanismDecrypt(token, keyAccess(), type), m_fid(fid)
 {
 }
 

@@ -15,11 +15,10 @@ const char TRUST_DF_SIG_AID[] = "a0000001184543";
 namespace {
 
 constexpr char kSelectByName[] = "00a40400";
-constexpr char kSelectFile[] = "00A40000";
-constexpr char kSelectMF[] = "00A40000023f00";
-constexpr char kSelectMFNoResponse[] = "00a4000C023f00";
-constexpr char kReadBinary[] = "00B0000000";
-constexpr char kGetFreeMemory[] = "80FA000000";
+constexpr char kSelectFile[] = "00a40000";
+constexpr char kSelectMF[] = "00a40000023f00";
+constexpr char kReadBinary[] = "00b0000000";
+constexpr char kGetFreeMemory[] = "80fa000000";
 constexpr char kVerify[] = "00200081";
 constexpr char kChangeReferenceData[] = "00240081";
 

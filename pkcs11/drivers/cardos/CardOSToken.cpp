@@ -18,7 +18,6 @@ namespace {
 constexpr char kGetVersion[] = "00ca018202";
 constexpr char kGetFreeMemory[] = "00ca018a00";
 constexpr char kGetPackages[] = "00ca018800";
-constexpr char kSelectMF[] = "00a4000C023f00";
 constexpr char kSelectApplication[] = "00a4040c08d276000098c00000";
 /// SELECT of a DF or an EF under the current DF; bytes kFileIdentifier and the next are its identifier.
 constexpr char kSelectDF[] = "00a4010002000400";
@@ -27,7 +26,7 @@ constexpr int kFileIdentifier = 5;
 constexpr char kReadModulusRecord[] = "00b2010400";
 constexpr char kReadExponentRecord[] = "00b2020400";
 /// V5.0: the public part of key 02, algorithm 80.
-constexpr char kReadPublicPart[] = "0047830008B80684010295018000";
+constexpr char kReadPublicPart[] = "0047830008b80684010295018000";
 constexpr char kVerifyUserPin[] = "00200081";
 constexpr char kVerifySOPin[] = "00200082";
 constexpr char kChangeUserPin[] = "00240181";
@@ -167,11 +166,11 @@ void CardOSToken::addObject(int index)
 
 void CardOSToken::initMechanismList()
 {
-    constexpr CK_ULONG minSize = 512;
-    constexpr CK_FLAGS flags = CKF_HW | CKF_ENCRYPT | CKF_DECRYPT | CKF_SIGN | CKF_VERIFY;
+    constexpr CK_ULONG kMinSize = 512;
+    constexpr CK_FLAGS kFlags = CKF_HW | CKF_ENCRYPT | CKF_DECRYPT | CKF_SIGN | CKF_VERIFY;
     const CK_ULONG maxSize = isV50() ? 4096 : Is_RSA2048loaded() ? 2048 : 1024;
-    mechanisms().add({CKM_RSA_PKCS, maxSize, minSize, flags});
-    mechanisms().add({CKM_RSA_X_509, maxSize, minSize, flags});
+    mechanisms().add({CKM_RSA_PKCS, maxSize, kMinSize, kFlags});
+    mechanisms().add({CKM_RSA_X_509, maxSize, kMinSize, kFlags});
 }
 
 bool CardOSToken::Is_RSA2048loaded()
@@ -257,13 +256,13 @@ bool CardOSToken::ReadPublicKey(int index, Blob& modulus, Blob& exponent)
 
 RsaComponents CardOSToken::readKey(unsigned short keyDF)
 {
-    constexpr bool refused = false;
+    constexpr bool kRefused = false;
     if (selectDF(keyDF) != SW_SUCCESS)
-        return {{}, {}, refused};
+        return {{}, {}, kRefused};
     if (isV50())
         return readPublicPart();
     if (selectEF(kPublicKeyEF) != SW_SUCCESS)
-        return {{}, {}, refused};
+        return {{}, {}, kRefused};
     const std::optional<RsaComponents> key = readKeyRecords();
     return key ? *key : readKeyFile();
 }
@@ -367,7 +366,7 @@ void CardOSToken::InitPIN(const Blob& pin)
 
 void CardOSToken::ResetSecurity()
 {
-    requireSuccess(card().SendCmd(PKCS11_hex2blob(kSelectMF)));
+    requireSuccess(card().SendCmd(PKCS11_hex2blob(kSelectMFNoResponse)));
     selectApplication();
 }
 

@@ -29,7 +29,6 @@ public:
     void VerifySOPIN(const Blob& pin) override;
     void ResetSecurity() override;
     /// CKF_RNG too, although generateRandom refuses.
-    CK_FLAGS getFlag() override { return CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED; }
     Blob getLabel() override { return m_record.getLabel(); }
     Blob getID() override { return Blob(isV50() ? "Atos IT Solutions" : "Siemens"); }
     Blob getModel() override { return Blob(m_model->name); }

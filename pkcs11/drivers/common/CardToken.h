@@ -10,6 +10,9 @@
 
 namespace PKCS11 {
 
+/// SELECT of the MF that wants nothing back, as hexadecimal text.
+constexpr char kSelectMFNoResponse[] = "00a4000c023f00";
+
 /// What every card driver shares: the token information from five getters, the mechanism list on demand, and
 /// the refusals of cards that create no objects, make no keys and give no random numbers; and what to do when
 /// another program resets the card, or somebody exchanges it, in the middle of a piece of work.
@@ -38,7 +41,8 @@ public:
 
     /// Back to the state after power-on: no PIN is verified.
     virtual void ResetSecurity() = 0;
-    virtual CK_FLAGS getFlag() = 0;
+    /// The flags of the token information.
+    virtual CK_FLAGS getFlag() { return CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED; }
     virtual Blob getLabel() = 0;
     /// The manufacturer.
     virtual Blob getID() = 0;

@@ -9,7 +9,10 @@ constexpr char kWhere[] = "AcosEDUMechanismDecrypt::decrypt";
 
 constexpr AcosKeyAccess accessTo(int keyNumber)
 {
-    return {static_cast<unsigned char>(0x80 + keyNumber), kWhere, true, false, true};
+    AcosKeyAccess access{static_cast<unsigned char>(0x80 + keyNumber), kWhere};
+    access.namesFailures = true;
+    access.decryptsRaw = true;
+    return access;
 }
 
 } // namespace

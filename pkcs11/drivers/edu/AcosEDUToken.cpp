@@ -12,9 +12,8 @@ namespace PKCS11 {
 
 namespace {
 
-constexpr char kSelectApplication[] = "00A4000002DFA3";
-constexpr char kSelectApplicationNoResponse[] = "00a4000C02DFA3";
-constexpr char kSelectMF[] = "00a4000C023f00";
+constexpr char kSelectApplication[] = "00a4000002dfa3";
+constexpr char kSelectApplicationNoResponse[] = "00a4000c02dfa3";
 constexpr char kSelectFile[] = "00a40000";
 
 constexpr unsigned short kDataFile = 0x0005;
@@ -68,11 +67,6 @@ AcosEDUToken::AcosEDUToken(PCSCSlot* slot, int variant) : AcosToken(slot), m_var
     }
     if (shown.certificateFile != 0 && selectFile(shown.certificateFile) == SW_SUCCESS)
         add(std::make_unique<AcosEDUCertificate>(*this));
-}
-
-CK_FLAGS AcosEDUToken::getFlag()
-{
-    return CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED;
 }
 
 // No file of the card gives model, label or serial number: they stay as a fresh record has them.
@@ -161,7 +155,7 @@ const char* AcosEDUToken::changeHeader() const
 void AcosEDUToken::ResetSecurity()
 {
     forgetPins();
-    select(kSelectMF);
+    select(kSelectMFNoResponse);
     selectApplication();
 }
 

@@ -17,7 +17,6 @@ public:
     void VerifyPIN(const Blob& pin) override;
     void VerifySOPIN(const Blob& pin) override;
     void ResetSecurity() override;
-    CK_FLAGS getFlag() override;
     Blob getLabel() override;
     Blob getID() override;
     Blob getModel() override;

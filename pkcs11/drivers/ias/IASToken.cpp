@@ -13,7 +13,6 @@ namespace PKCS11 {
 namespace {
 
 // Commands: CLA INS P1 P2, where data follow; the whole command otherwise.
-constexpr char kSelectMF[] = "00a4000c023f00";
 /// SELECT by file identifier, no answer wanted.
 constexpr char kSelectDF[] = "00a4000c";
 /// Byte kReference names the PIN.
@@ -23,7 +22,7 @@ constexpr char kResetRetryCounter[] = "002c02ff";
 constexpr int kReference = 3;
 constexpr char kGetData[] = "00cb3fff";
 /// Extended header list for BF A0 0n, 7F49: the public key n. Byte kKeyNumber is n.
-constexpr char kPublicKeyHeaderList[] = "4d097007BFA002037f4980";
+constexpr char kPublicKeyHeaderList[] = "4d097007bfa002037f4980";
 constexpr int kKeyNumber = 6;
 
 constexpr unsigned short kMF = 0x3F00;
@@ -114,7 +113,7 @@ Blob IASToken::GetIASSerialNumber()
     constexpr int kWholeLength = 20;
     try {
         if (!selectEF(PKCS11_short2blob(kMF)))
-            static_cast<void>(card().SendCmd(PKCS11_hex2blob(kSelectMF)));
+            static_cast<void>(card().SendCmd(PKCS11_hex2blob(kSelectMFNoResponse)));
         card().SelectEF_IAS(kSerialNumberFile);
         const Blob content = card().ReadBinaryEF();
         ByteReader reader(content);

@@ -30,7 +30,6 @@ public:
 
     /// Selects the application again.
     void ResetSecurity() override;
-    CK_FLAGS getFlag() override { return CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED; }
     Blob getLabel() override { return m_cardInfo.label; }
     Blob getID() override { return m_cardInfo.manufacturerID; }
     Blob getModel() override { return Blob("IAS-ECC"); }

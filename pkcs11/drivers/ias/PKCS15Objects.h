@@ -53,10 +53,9 @@ public:
 
 private:
     RsaComponents readComponents() override;
-
-    IASToken& m_token;
     int lengthOf(const Blob& modulus) const;
 
+    IASToken& m_token;
     const PKCS15PrivateKeyObject& m_record;
 };
 

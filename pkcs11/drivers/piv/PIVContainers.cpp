@@ -60,7 +60,7 @@ void readTemplate(const Blob& names, PIVPublicInfo& info)
 
 bool isGzip(const Blob& bytes)
 {
-    return bytes.size() > 2 && bytes[0] == 0x1F && bytes[1] == 0x8B;
+    return bytes.size() > 2 && bytes.at(0) == 0x1F && bytes.at(1) == 0x8B;
 }
 
 /// The content of a gzip file (RFC 1952); the bytes as they are when it is none, or too large.
@@ -118,7 +118,7 @@ Blob cutContainer(const Blob& answer)
 PIVPublicInfo readPublicInfo(const Blob& container)
 {
     PIVPublicInfo info;
-    if (container.size() < 2 || container[0] != kCertificate || container[1] == 0)
+    if (container.size() < 2 || container.at(0) != kCertificate || container.at(1) == 0)
         return info;
     // BERCoder would take the certificate apart, and a compressed one is no BER.
     ByteReader reader(container);

@@ -26,12 +26,12 @@ constexpr char kSelectByNameNoAnswer[] = "00a4040c";
 constexpr char kGetContainer[] = "00cb3fff055c035fc10500";
 constexpr int kContainerTag = 9;
 /// GENERAL AUTHENTICATE; byte 2 is the algorithm, byte 3 the key reference.
-constexpr char kGeneralAuthenticate[] = "0087069A";
+constexpr char kGeneralAuthenticate[] = "0087069a";
 constexpr char kVerifyPin[] = "00200080";
 constexpr char kVerifyPuk[] = "00200081";
 constexpr char kChangePin[] = "00240080";
 constexpr char kChangePuk[] = "00240081";
-constexpr char kResetSecurity[] = "80A3000000";
+constexpr char kResetSecurity[] = "80a3000000";
 
 /// RSA 1024 and 2048, ECC P-256 and P-384 (SP 800-78-5, table 9).
 constexpr unsigned char kAlgorithms[] = {0x06, 0x07, 0x11, 0x14};

@@ -31,7 +31,6 @@ public:
     void SetSOPIN(const Blob& oldPin, const Blob& newPin) override;
 
     void ResetSecurity() override;
-    CK_FLAGS getFlag() override { return CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED; }
     Blob getLabel() override { return m_info.getLabel(); }
     Blob getID() override;
     Blob getModel() override { return Blob("PIV"); }

@@ -22,7 +22,7 @@ FileLogger::FileLogger(const char* path, unsigned char options) : m_options(opti
 {
     // Lines are always written at the end: a forked child may add its own.
     m_file.reset(std::fopen(path, "ae"));
-    if (!m_file || (!has(kAppend) && ftruncate(fileno(m_file.get()), 0) != 0 && errno != EINVAL))
+    if (m_file == nullptr || (!has(kAppend) && ftruncate(fileno(m_file.get()), 0) != 0 && errno != EINVAL))
         throw PKCS11Exception(CKR_GENERAL_ERROR, "log file cannot be opened", "FileLogger::FileLogger");
     if (has(kBanner)) {
         writeLine(kStars);
