@@ -9,6 +9,7 @@
 #include "pkcs11/drivers/common/CardObjects.h"
 #include "pkcs11/pcsc/CardIdentification.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
+#include "pkcs11/pcsc/SlotWaits.h"
 
 #include <type_traits>
 #include <winscard.h>
@@ -37,6 +38,7 @@ void DesktopEdition::afterFork()
 {
     instance().m_lock.reset();
     instance().m_transaction.forget();
+    SlotWaits::forgetEndings();
 }
 
 void DesktopEdition::endCall()

@@ -116,22 +116,29 @@ bool SlotWaits::isEnding()
     return endings > 0;
 }
 
+void SlotWaits::forgetEndings()
+{
+    endings = 0;
+}
+
 void SlotWaits::awaitEnd()
 {
+    const std::uint64_t self = thisThread();
     ++endings;
     s_blocks.forEach([](Entry& entry) { entry.abandoned = entry.uses.load(); });
-    s_blocks.forEach([](Entry& entry) {
+    s_blocks.forEach([self](Entry& entry) {
         const unsigned uses = entry.uses;
         for (std::uint64_t thread = entry.thread; isThisProcess(thread) && entry.uses == uses;
              thread = entry.thread) {
-            if (thread == thisThread())
+            if (thread == self)
                 break;
             // PC/SC forgets a cancel that comes before the thread blocks, so it is repeated.
             cancel();
             Sleep(kCancelInterval);
         }
     });
-    --endings;
+    if (isThisProcess(self))
+        --endings;
 }
 
 } // namespace PKCS11

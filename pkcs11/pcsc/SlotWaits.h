@@ -39,6 +39,8 @@ public:
     static void awaitEnd();
     /// True while a thread is in awaitEnd().
     static bool isEnding();
+    /// For the child of a fork, where no thread is.
+    static void forgetEndings();
 
 private:
     static Entry& claimEntry();

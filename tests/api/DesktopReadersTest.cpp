@@ -188,4 +188,33 @@ TEST_F(DesktopReaders, AForkedChildStartsAnewBesideItsParent)
     EXPECT_EQ(all[all.size() - 2], "C_Sign return: CKR_OK");
 }
 
+TEST_F(DesktopReaders, AChildForkedBesideTheEndCanWait)
+{
+    start(std::make_shared<vcard::PivCard>());
+    std::promise<void> waiting, left, inside, forked;
+    fakepcsc::beforeCall("SCardGetStatusChange", 2, [&] { waiting.set_value(), left.get_future().wait(); });
+    auto waiter = std::async(std::launch::async, [] { return wait(); });
+    waiting.get_future().wait();
+    // While the wait is there it is cancelled over and over.
+    fakepcsc::beforeCall("SCardCancel", 3, [&] { inside.set_value(), forked.get_future().wait(); });
+    auto end = std::async(std::launch::async, [] { return C_Finalize(nullptr); });
+    inside.get_future().wait();
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(30);
+        CK_SLOT_ID slot = 0;
+        _exit(C_Initialize(nullptr) == CKR_OK &&
+                      C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr) == CKR_NO_EVENT
+                  ? 0
+                  : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    left.set_value();
+    forked.set_value();
+    EXPECT_EQ(end.get(), CKR_OK);
+    EXPECT_EQ(waiter.get(), 0U);
+}
+
 } // namespace
