@@ -17,6 +17,8 @@ public:
     /// be read or held, matches nothing.
     void start(const CK_ATTRIBUTE* attributes, CK_ULONG count);
     void finish() { *this = ObjectSearch(); }
+    /// The search goes on at the first handle: the objects are others.
+    void rewind() { m_next = 1; }
 
     /// False for an object whose attributes cannot be read.
     bool matches(Object& object) const;

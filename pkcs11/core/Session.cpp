@@ -48,7 +48,7 @@ void Session::closeSession()
     if (m_paused)
         return;
     cleanMechanism();
-    m_search.finish();
+    m_search.rewind();
     m_paused = true;
     m_token = nullptr;
     if (m_slot != nullptr)
