@@ -112,6 +112,35 @@ TEST_P(CardOSTest, ABlockThatIsNoSignatureIsRefused)
         }
 }
 
+TEST_P(CardOSTest, FailuresOfTheCardAreNotTakenForMore)
+{
+    begin();
+    const CK_OBJECT_HANDLE mine = find(CKO_PRIVATE_KEY), theirs = find(CKO_PUBLIC_KEY);
+    // What is no refusal of the PIN is none for the next use either.
+    attribute(mine, CKA_MODULUS);
+    answer("6F00", 2); // to VERIFY
+    EXPECT_EQ(sign(mine, CKM_RSA_PKCS, m_data).rv, CKR_PIN_INCORRECT);
+    EXPECT_EQ(encrypt(theirs, CKM_RSA_PKCS, m_data).length, m_card->key().size());
+    // A modulus without bytes has nothing to encrypt with, which is no error.
+    fakepcsc::insertCard(m_reader, m_card);
+    ASSERT_EQ(login("123456"), CKR_OK);
+    for (const int nth : {3, 4, 5, 6}) // behind the selections
+        answer("9000", nth);
+    const Outcome nothing = encrypt(theirs, CKM_RSA_PKCS, m_data);
+    EXPECT_EQ(std::tuple(nothing.rv, nothing.length), std::tuple(CKR_OK, 0U));
+    fakepcsc::forgetPlans();
+    // Any length of data may be a whole plaintext.
+    for (const CK_ULONG length : {10U, 512U}) {
+        CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
+        CK_ULONG told = 0;
+        Bytes data(length);
+        EXPECT_EQ(C_DecryptInit(m_session, &rsa, mine), CKR_OK);
+        EXPECT_EQ(C_Decrypt(m_session, data.data(), length, nullptr, &told), CKR_OK);
+        EXPECT_EQ(told, std::max<CK_ULONG>(length, 256));
+        C_Decrypt(m_session, data.data(), length, data.data(), &(told = length));
+    }
+}
+
 // Length bytes wrap modulo 256.
 TEST_P(CardOSTest, LongKeys)
 {

@@ -135,10 +135,11 @@ void CardToken::replayUserPin()
     try {
         VerifyPIN(pin);
     } catch (const PKCS11Exception& failure) {
-        if (isPinRefusal(failure))
+        if (isPinRefused(m_verifyStatus)) {
             m_pinRefusal = failure.value();
-        if (isPinRefused(m_verifyStatus) && Edition::current().endsRefusedLogin())
-            Logout();
+            if (Edition::current().endsRefusedLogin())
+                Logout();
+        }
         throw;
     }
 }
