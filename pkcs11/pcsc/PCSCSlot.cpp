@@ -132,12 +132,14 @@ void PCSCSlot::ResetChannel()
     constexpr char kWhere[] = "PCSCSlot::ResetChannel";
     if (!isConnected())
         throw PKCS11Exception(CKR_GENERAL_ERROR, "card not connected", kWhere);
-    const long result = SCardReconnect(m_card, SCARD_SHARE_SHARED, kProtocols, SCARD_RESET_CARD, &m_protocol);
+    DWORD protocol = SCARD_PROTOCOL_UNDEFINED;
+    const long result = SCardReconnect(m_card, SCARD_SHARE_SHARED, kProtocols, SCARD_RESET_CARD, &protocol);
     if (result != SCARD_S_SUCCESS) {
         Logger::Log(Logger::kTrace, "reset error:");
         traceCode(result);
         throw PKCS11Exception(CKR_GENERAL_ERROR, "reset error", kWhere);
     }
+    m_protocol = protocol;
 }
 
 long PCSCSlot::reconnect(PCSCWord action)

@@ -157,7 +157,7 @@ protected:
             {"refused with 6A80", refuse("6A80")},
             {"refused with 63C2", refuse("63C2")},
             {"refused with 6983", refuse("6983")},
-            {"refused with 6C07", refuse("6C07")},
+            {"refused with 6C08", refuse("6C08")}, // no modulus ends with an even byte
             {"refused with 63C2 behind a reset", [&](int nth) { before(nth, reset), refuse("63C2")(nth); }},
             {"refused with 6A82 behind a reset of the first",
              [&](int nth) { before(1, reset), refuse("6A82")(nth); }},
@@ -243,6 +243,11 @@ protected:
         };
         for (int nth = 1; begins(nth, lose); ++nth)
             ;
+        text += ", reset at each command:";
+        begins(1, [&](int) {
+            for (int nth = 1; nth < 200; ++nth)
+                before(nth, reset);
+        });
         text += ", held by another program:";
         for (int nth = 1; nth <= 3; ++nth)
             begins(nth, [](int n) { fakepcsc::failCall("SCardConnect", SCARD_E_SHARING_VIOLATION, n); });
