@@ -1,9 +1,12 @@
 #include "pkcs11/core/Template.h"
 #include "pkcs11/core/X509PublicKeyCertificate.h"
+#include "pkcs11/drivers/common/CardObjects.h"
 #include "pkcs11/frontend/trace/Names.h"
+#include "tests/support/Certificates.h"
 #include "tests/support/Expected.h"
 #include "tests/unit/core/Fakes.h"
 
+#include <array>
 #include <cstring>
 #include <map>
 
@@ -206,4 +209,25 @@ TEST(Template, EntriesAreFoundByTheirType)
     EXPECT_EQ(thrownBy([] { checkTemplate(nullptr, 1); }), "7||");
     checkTemplate(nullptr, 0);
     checkTemplate(entries, 4);
+}
+
+struct CertificateOnCard final : CardCertificate {
+    CardValue readValue() override { return {certificate("rsa.der")}; }
+};
+
+TEST(CardCertificate, KeepsWhatACallerHasSetBeforeItWasRead)
+{
+    const std::array<CK_ATTRIBUTE_TYPE, 3> types = {CKA_ISSUER, CKA_SERIAL_NUMBER, CKA_SUBJECT};
+    for (const CK_ATTRIBUTE_TYPE set : types) {
+        CertificateOnCard object;
+        CK_BYTE own[] = {'o', 'w', 'n'};
+        const CK_ATTRIBUTE change{set, own, sizeof own};
+        object.setAttribute(&change, 1);
+        for (const CK_ATTRIBUTE_TYPE type : types) {
+            CK_BYTE value[200];
+            CK_ATTRIBUTE entry{type, value, sizeof value};
+            object.getAttribute(&entry, 1);
+            EXPECT_EQ(Blob(value, value + entry.ulValueLen) == Blob("own"), type == set) << set << type;
+        }
+    }
 }

@@ -60,6 +60,11 @@ struct World {
     }
     void loginSO() { session.logout(), session.login(CKU_SO, in, 2); }
     void begin() { session.signInit(&mechanism, kPrivate); }
+    void pull()
+    {
+        script.cardPresent = []() -> bool { throw PKCS11Exception(CKR_DEVICE_REMOVED); };
+    }
+    void giveNothing() { entries = &dangling, place = nullptr, output = nullptr, length = nullptr; }
 
     FakeSlot slot;
     Session session, unopened;
@@ -127,8 +132,8 @@ const Call kCalls[] = {
          next(1), next(9), next(9);
          w.s->findObjectsFinal();
          next(9);
-         w.s->findObjects(w.place, 1, w.length);
      }},
+    {"findObjects", [](W& w) { w.s->findObjects(w.place, 1, w.length); }},
     {"generateKey", [](W& w) { w.s->generateKey(w.with, w.entries, w.count, w.place); }},
     {"generateKeyPair",
      [](W& w) { w.s->generateKeyPair(w.with, w.entries, w.count, w.entries2, 1, w.place, w.place2); }},
@@ -176,6 +181,8 @@ const struct {
     {"to read only, nobody is logged in", [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.session.logout(); }},
     {"to read only, the administrator is logged in", [](W& w) { w.loginSO(), w.openAs(CKF_SERIAL_SESSION); }},
     {"not opened", [](W& w) { w.s = &w.unopened; }},
+    {"without a card", [](W& w) { w.pull(); }},
+    {"without a card, nor anything else", [](W& w) { w.pull(), w.giveNothing(); }},
     {"nothing is offered", [](W&) { script.yields = Script::nothing; }},
     {"nothing but the operation is offered", [](W&) { script.yields = Script::noSteps; }},
     {"nothing is produced", [](W&) { script.produced = 0; }},
@@ -223,6 +230,18 @@ const struct {
      }},
     {"nobody is logged in, but should be, to read only",
      [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED; }},
+    {"nobody is logged in, but should be, another session logs the user in",
+     [](W& w) {
+         w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED;
+         w.token().Login(Blob("pin"));
+     }},
+    {"nobody is logged in, but should be, another session logged the user out",
+     [](W& w) { script.tokenFlags = CKF_LOGIN_REQUIRED, w.token().Logout(); }},
+    {"nobody is logged in, but should be, with unknown handles",
+     [](W& w) {
+         w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED;
+         w.useHandles(kNone, kNone, kNone, kNone);
+     }},
     {"nobody is logged in, the administrator was", [](W& w) { w.loginSO(), w.session.logout(); }},
     {"nobody is logged in, another session logged the administrator out",
      [](W& w) { w.loginSO(), w.token().Logout(); }},
@@ -244,6 +263,7 @@ const struct {
          w.session.logout(), w.session.verifyInit(&w.mechanism, kPublic), w.data = kPublic;
          script.tokenFlags = CKF_LOGIN_REQUIRED;
      }},
+    {"active, without a card", [](W& w) { w.begin(), w.pull(); }},
     {"active, no output", [](W& w) { w.begin(), w.output = nullptr, w.m = 0; }},
     {"active, no output, but a length", [](W& w) { w.begin(), w.output = nullptr; }},
     {"active, no length", [](W& w) { w.begin(), w.length = nullptr; }},
@@ -288,6 +308,7 @@ std::string outcome(const Call& call, void (*arrange)(W&))
     const auto keyBefore = keyInUse();
     script.method = call.name;
     script.called.clear();
+    w.s->beginCall();
     std::string text = thrownBy([&] { call.run(w); });
     const bool failed = !text.empty();
     if (const size_t at = text.rfind('|') + 1; text.substr(at) == "Session::" + script.method)
