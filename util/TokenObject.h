@@ -13,6 +13,7 @@ public:
     TokenObject(CK_OBJECT_CLASS objectClass, CK_CERTIFICATE_TYPE certificateType,
                 const std::vector<CK_ATTRIBUTE>& attributes);
 
+    /// Replaces the value. Throws VantorException (5) for a null value with a length.
     void set(CK_ATTRIBUTE_TYPE type, const void* value, CK_ULONG length);
     bool has(CK_ATTRIBUTE_TYPE type) const;
     /// The stored attribute, its memory owned by the store. Throws VantorException (5) for a type that is

@@ -20,6 +20,7 @@ public:
     void SetLabel(const std::string& text);
     /// Empty when the store has none.
     std::string GetID() const;
+    /// Throws as TokenObject::set does.
     void SetAttribute(CK_ATTRIBUTE_TYPE type, const void* value, CK_ULONG length);
 
 protected:

@@ -16,7 +16,8 @@ public:
     ~SessionList() override;
 
     /// Opens a session and writes its handle. A first failure may have come from a replaced card whose token
-    /// was discarded, so opening is tried exactly once more.
+    /// was discarded, so opening is tried exactly once more. Throws CKR_ARGUMENTS_BAD (7) for a null
+    /// phSession, and what Session::openSession throws.
     void openSession(Slot* slot, CK_SLOT_ID slotID, CK_FLAGS flags, void* pApplication, CK_NOTIFY notify,
                      CK_SESSION_HANDLE* phSession);
     /// The session, reopened when it was paused. Throws CKR_SESSION_HANDLE_INVALID (0xB3). Begins a Cryptoki

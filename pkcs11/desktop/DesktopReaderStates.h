@@ -29,7 +29,7 @@ private:
     bool isNew(const std::string& name) const;
 
     std::vector<std::string> m_present;
-    /// What m_present was at the begin.
+    /// What m_present was at the beginning.
     std::optional<std::vector<std::string>> m_atBegin;
 };
 

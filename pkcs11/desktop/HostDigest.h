@@ -11,6 +11,7 @@ namespace PKCS11 {
 /// Throws CKR_MECHANISM_INVALID (0x70) for any other digest.
 std::unique_ptr<Mechanism> createHostDigest(CK_MECHANISM_TYPE type);
 
+/// CKM_SHA_1 to CKM_SHA512, for tokens that sign with PSS.
 void addHostDigests(MechanismList& mechanisms);
 
 } // namespace PKCS11

@@ -123,6 +123,7 @@ public:
     std::string GetOS(const Blob& atr, Blob& cardType);
     /// Always true; loads nothing.
     bool ReadATRIniFile(const char* path);
+    /// Selects the PIV application; true when the card has it.
     bool IsPIVToken();
     /// Probes for an IAS-ECC application and keeps its identifier. Throws CKR_DEVICE_ERROR "AID not found".
     bool CheckIAS();

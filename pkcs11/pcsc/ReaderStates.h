@@ -12,8 +12,8 @@ namespace PKCS11 {
 class SlotList;
 class WaitContext;
 
-/// What a wait knows about its readers: one PC/SC state per slot that there was at its begin, in the order of
-/// the IDs.
+/// What a wait knows about its readers: one PC/SC state per slot that there was at its beginning, in the
+/// order of the IDs.
 class ReaderStates {
 public:
     explicit ReaderStates(std::vector<std::string> readers);
@@ -24,7 +24,8 @@ public:
     /// Brings the event states up to date, at once when the timeout is 0, else as soon as one differs from
     /// the current state. The PC/SC result.
     virtual long getStatusChange(WaitContext& wait, PCSCWord timeout);
-    /// The ID that a reader attached since the begin has, or will get, in that list; 0 when there is none.
+    /// The ID that a reader attached since the beginning has, or will get, in that list; 0 when there is
+    /// none.
     virtual CK_SLOT_ID attachedSlot(const SlotList& /*slots*/) const { return 0; }
     /// Takes all event states as current.
     void makeCurrent();

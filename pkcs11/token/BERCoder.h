@@ -32,7 +32,8 @@ public:
     /// Ignored for a constructed node.
     void setValue(const Blob& value);
 
-    /// Component i, the list grown with empty nodes up to it; throws CKR_DATA_INVALID for a primitive node.
+    /// Component i, the list grown with empty nodes up to it; throws CKR_DATA_INVALID for a primitive node,
+    /// CKR_BUFFER_TOO_SMALL (0x150) for a negative i.
     BERCoder& operator[](int i);
     /// Component i as it stands; throws CKR_DATA_INVALID for a primitive node, CKR_BUFFER_TOO_SMALL past the
     /// end.

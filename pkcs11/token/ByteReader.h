@@ -27,7 +27,10 @@ public:
     int position() const { return m_position; }
     int left() const { return m_bytes.size() - m_position; }
     bool has(int count) const { return count >= 0 && count <= left(); }
-    /// The next byte, not consumed; throws CKR_BUFFER_TOO_SMALL (0x150) at the end.
+
+    // All of these throw CKR_BUFFER_TOO_SMALL (0x150) where fewer bytes are left.
+
+    /// The next byte, not consumed.
     unsigned char peek(int ahead = 0) const { return m_bytes.at(m_position + ahead); }
     unsigned char byte()
     {

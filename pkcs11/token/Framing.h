@@ -32,7 +32,7 @@ Blob MakeTLVCoded(const Blob& in);
 void MakeTagLen(const Blob& in, std::vector<TagLen>& out);
 
 /// Extended-length command (ISO 7816-4, cases 2E and 4E): header, 00, Lc in two bytes and the data if there
-/// are any, Le in two bytes.
+/// are any, Le in two bytes. Throws CKR_DATA_LEN_RANGE (0x21) for data of more than 65535 bytes.
 Blob GetExtendedAPDU(const Blob& header, const Blob& data, unsigned short le);
 
 /// CBC-MAC over single DES (ISO/IEC 9797-1 algorithm 1, zero padding) with a fixed key, the chaining value

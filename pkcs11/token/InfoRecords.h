@@ -17,6 +17,7 @@ public:
     /// Own field i as the record stores it; empty when the encoded record had fewer. Throws
     /// CKR_BUFFER_TOO_SMALL for a field that this kind of record does not have.
     const Blob& field(int i) const;
+    /// Throws as field() does.
     void setField(int i, const Blob& value);
 
     /// CKA_LABEL of the attribute set, or the first field where the set lacks it.
@@ -39,6 +40,7 @@ private:
 class TokenInfo : public InfoRecord {
 public:
     TokenInfo();
+    /// Throws what BERCoder::import throws.
     explicit TokenInfo(const Blob& encoded);
 
     /// The first field, and the attribute where the set has it.

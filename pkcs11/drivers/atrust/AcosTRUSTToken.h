@@ -24,7 +24,8 @@ public:
     /// selected.
     explicit AcosTRUSTToken(PCSCSlot* slot);
 
-    /// Throws CKR_PIN_LEN_RANGE for more than 8 bytes, CKR_PIN_LOCKED, CKR_PIN_INCORRECT.
+    /// Throws CKR_PIN_LEN_RANGE (0xA2) for more than 8 bytes, CKR_PIN_LOCKED (0xA4), CKR_PIN_INCORRECT
+    /// (0xA0).
     void VerifyPIN(const Blob& pin) override;
     void ResetSecurity() override;
     CK_FLAGS getFlag() override;

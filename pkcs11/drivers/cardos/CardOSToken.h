@@ -20,7 +20,9 @@ public:
     /// CKR_GENERAL_ERROR (5) when the reader fails.
     explicit CardOSToken(PCSCSlot* slot);
 
-    // PINs go to the card as they are: CKR_PIN_LEN_RANGE (0xA2) for one of no or more than 255 bytes, unsent.
+    // PINs go to the card as they are. An empty one, or one of more than 255 bytes, is CKR_PIN_LEN_RANGE
+    // (0xA2) and is not sent; one that the card refuses is CKR_PIN_INCORRECT (0xA0) or CKR_PIN_LOCKED (0xA4),
+    // a change that it refuses CKR_DEVICE_ERROR (0x30).
     /// Throws CKR_USER_NOT_LOGGED_IN (0x101) without a cached SO PIN.
     void InitPIN(const Blob& pin) override;
     void SetPIN(const Blob& oldPin, const Blob& newPin) override;
@@ -28,7 +30,6 @@ public:
     void VerifyPIN(const Blob& pin) override;
     void VerifySOPIN(const Blob& pin) override;
     void ResetSecurity() override;
-    /// CKF_RNG too, although generateRandom refuses.
     Blob getLabel() override { return m_record.getLabel(); }
     Blob getID() override { return Blob(isV50() ? "Atos IT Solutions" : "Siemens"); }
     Blob getModel() override { return Blob(m_model->name); }

@@ -41,7 +41,7 @@ public:
 
     /// Back to the state after power-on: no PIN is verified.
     virtual void ResetSecurity() = 0;
-    /// The flags of the token information.
+    /// The flags of the token information; CKF_RNG too, although generateRandom refuses.
     virtual CK_FLAGS getFlag() { return CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED; }
     virtual Blob getLabel() = 0;
     /// The manufacturer.

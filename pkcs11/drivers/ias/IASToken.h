@@ -21,6 +21,9 @@ public:
     /// selected.
     explicit IASToken(PCSCSlot* slot);
 
+    // PINs go to the card as its PIN object tells: CKR_USER_PIN_NOT_INITIALIZED (0x102) where there is none,
+    // CKR_PIN_LEN_RANGE (0xA2) for one that does not fit, unsent; CKR_PIN_INCORRECT (0xA0) or CKR_PIN_LOCKED
+    // (0xA4) for one that the card refuses.
     void VerifyPIN(const Blob& pin) override;
     void VerifySOPIN(const Blob& pin) override;
     void SetPIN(const Blob& oldPin, const Blob& newPin) override;

@@ -40,8 +40,8 @@ struct PIVPublicInfo {
 };
 
 /// Reads a container that begins with a certificate (70); any other gives nothing. A certificate in gzip
-/// format is unpacked. Label and ID stand in a template 7F49, which cards
-/// may add: tag 50, an application label, and tag 83, a key reference (ISO 7816-4, tables 10 and 33).
+/// format is unpacked. Label and ID stand in a template 7F49, which cards may add: tag 50, an application
+/// label, and tag 83, a key reference (ISO 7816-4, tables 10 and 33).
 PIVPublicInfo readPublicInfo(const Blob& container);
 
 } // namespace PKCS11

@@ -4,8 +4,9 @@
 
 namespace PKCS11 {
 
-/// Logs `length` characters of the text, about 1 KB at most.
+/// Logs `length` characters of the text, 1023 at most.
 void PKCS11_PrintStr(const char* text, int length);
+/// Logs the text, nothing for null.
 void PKCS11_PrintInfo(const char* text);
 /// Logs the 32-bit value as 8 upper-case hexadecimal digits.
 void PKCS11_PrintInt(int value);
