@@ -243,10 +243,10 @@ protected:
         };
         for (int nth = 1; begins(nth, lose); ++nth)
             ;
-        text += ", reset at each command:";
+        text += ", reset behind each connection:";
         begins(1, [&](int) {
-            for (int nth = 1; nth < 200; ++nth)
-                before(nth, reset);
+            for (int nth = 1; nth < 9; ++nth)
+                fakepcsc::beforeCall("SCardConnect", nth, [&] { before(1, reset); });
         });
         text += ", held by another program:";
         for (int nth = 1; nth <= 3; ++nth)
