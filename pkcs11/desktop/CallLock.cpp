@@ -13,7 +13,7 @@ timespec patienceFromNow()
 {
     constexpr long kSecond = 1'000'000'000;
     timespec end{};
-    clock_gettime(CLOCK_REALTIME, &end);
+    clock_gettime(CLOCK_MONOTONIC, &end);
     end.tv_nsec += kPatience;
     end.tv_sec += end.tv_nsec / kSecond;
     end.tv_nsec %= kSecond;
@@ -52,7 +52,7 @@ bool CallLock::enterUnless(bool (*isPointless)())
 {
     while (!tryEnter()) {
         const timespec end = patienceFromNow();
-        awaitTurn([&] { sem_timedwait(&m_turn, &end); });
+        awaitTurn([&] { sem_clockwait(&m_turn, CLOCK_MONOTONIC, &end); });
         if (isPointless())
             return false;
     }
