@@ -70,6 +70,11 @@ void AcosCard::onReset()
 {
     m_files.reset();
     m_environment.reset();
+    forgetPins();
+}
+
+void AcosCard::forgetPins()
+{
     for (auto& [reference, entry] : m_pins)
         entry.pin.forget();
 }
@@ -92,13 +97,21 @@ Response AcosCard::process(const Command& command)
     case 0x88:
         return internalAuthenticate(command);
     case 0xA4:
-        m_environment.reset();
-        return m_files.selectCommand(command);
+        return select(command);
     case 0xB0:
         return m_files.readBinary(command);
     default:
         return sw::insNotSupported;
     }
+}
+
+Response AcosCard::select(const Command& command)
+{
+    m_environment.reset();
+    Response response = m_files.selectCommand(command);
+    if (!isInApplication())
+        forgetPins();
+    return response;
 }
 
 Response AcosCard::verify(const Command& command)
@@ -108,7 +121,7 @@ Response AcosCard::verify(const Command& command)
         return sw::referenceNotFound;
     if (command.p1 != found->second.p1)
         return sw::wrongP1P2;
-    if (&m_files.currentDF() != m_application)
+    if (!isInApplication())
         return sw::conditionsNotSatisfied;
     if (!command.data.empty() && command.data.size() != kBlock)
         return sw::wrongLength;
@@ -124,6 +137,8 @@ Response AcosCard::change(const Command& command)
         return sw::claNotSupported;
     if (command.p1 != found->second.p1)
         return sw::wrongP1P2;
+    if (!isInApplication())
+        return sw::conditionsNotSatisfied;
     if (command.data.size() != 2 * kBlock)
         return sw::wrongLength;
     const auto middle = command.data.begin() + kBlock;
@@ -153,7 +168,7 @@ Response AcosCard::setEnvironment(const Command& command)
             return sw::wrongData;
         }
     }
-    if (!algorithm || m_keys.count(environment.reference) == 0)
+    if (!algorithm || !isInApplication() || m_keys.count(environment.reference) == 0)
         return sw::referenceNotFound;
     m_environment = environment;
     return sw::ok;

@@ -12,8 +12,8 @@
 namespace vcard {
 
 /// An ACOS card: a file system, PINs as blocks of 8 bytes, and RSA keys that a security environment chooses.
-/// The card builds and removes the PKCS#1 padding itself. Private keys want the user PIN and their
-/// application selected.
+/// The card builds and removes the PKCS#1 padding itself. PINs and keys belong to the application: it must be
+/// selected, and who leaves it has shown no PIN. Private keys want the user PIN.
 class AcosCard : public IsoCard {
 protected:
     using IsoCard::IsoCard;
@@ -47,6 +47,9 @@ private:
         bool isPrivate;          ///< tag 84, not 83
     };
 
+    bool isInApplication() const { return &m_files.currentDF() == m_application; }
+    void forgetPins();
+    Response select(const Command& command);
     Response verify(const Command& command);
     Response change(const Command& command);
     Response setEnvironment(const Command& command);
