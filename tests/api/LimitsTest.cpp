@@ -70,6 +70,11 @@ TEST_F(LimitsTest, EachUseHasItsLimits)
         note("room", "to sign", rooms, [=](int n) { return sign(mine, CKM_RSA_PKCS, {1}, n).rv; });
         note("room", "to decrypt", rooms, [=](int n) { return decrypt(mine, CKM_RSA_PKCS, block, n).rv; });
         note("room", "to encrypt", rooms, [=](int n) { return encrypt(theirs, CKM_RSA_PKCS, {1}, n).rv; });
+        const Bytes tooMuch(70000, 1);
+        note("room", "for too much: sign", {1},
+             [=](int n) { return sign(mine, CKM_RSA_PKCS, tooMuch, n).rv; });
+        note("room", "decrypt", {1}, [=](int n) { return decrypt(mine, CKM_RSA_PKCS, tooMuch, n).rv; });
+        note("room", "encrypt", {1}, [=](int n) { return encrypt(theirs, CKM_RSA_PKCS, tooMuch, n).rv; });
         attribute(theirs, CKA_MODULUS);
         note("room", "by a known key", rooms,
              [=](int n) { return encrypt(theirs, CKM_RSA_PKCS, {1}, n).rv; });

@@ -186,6 +186,8 @@ const struct {
     {"nothing is offered", [](W&) { script.yields = Script::nothing; }},
     {"nothing but the operation is offered", [](W&) { script.yields = Script::noSteps; }},
     {"nothing is produced", [](W&) { script.produced = 0; }},
+    {"nothing is produced, a template without class",
+     [](W& w) { script.produced = 0, w.entries = w.both + 1, w.count = 1; }},
     {"the card fails", [](W&) { script.fail = CKR_DEVICE_ERROR; }},
     {"the card fails in the step", [](W&) { script.fail = CKR_DEVICE_ERROR, script.failsInside = true; }},
     {"no use of a key is permitted", [](W& w) { w.permit(CK_FALSE); }},
@@ -242,6 +244,11 @@ const struct {
          w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED;
          w.useHandles(kNone, kNone, kNone, kNone);
      }},
+    {"nobody is logged in, but should be, with data of no list",
+     [](W& w) {
+         w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED;
+         w.useHandles(kBare, kBare, kBare, kBare);
+     }},
     {"nobody is logged in, the administrator was", [](W& w) { w.loginSO(), w.session.logout(); }},
     {"nobody is logged in, another session logged the administrator out",
      [](W& w) { w.loginSO(), w.token().Logout(); }},
@@ -256,6 +263,8 @@ const struct {
     {"nobody is logged in, no input of no length",
      [](W& w) { w.session.logout(), w.input = nullptr, w.n = 0; }},
     {"nobody is logged in, input of no length", [](W& w) { w.session.logout(), w.n = 0; }},
+    {"nobody is logged in, input of no length, nowhere to put anything",
+     [](W& w) { w.session.logout(), w.n = 0, w.giveNothing(); }},
     {"active", [](W& w) { w.begin(); }},
     {"active, with a mechanism that is not listed", [](W& w) { w.begin(), w.mechanism.mechanism = CKM_MD5; }},
     {"active, with the public key while the user should be logged in",
@@ -263,6 +272,7 @@ const struct {
          w.session.logout(), w.session.verifyInit(&w.mechanism, kPublic), w.data = kPublic;
          script.tokenFlags = CKF_LOGIN_REQUIRED;
      }},
+    {"active, nowhere to put anything", [](W& w) { w.begin(), w.giveNothing(); }},
     {"active, without a card", [](W& w) { w.begin(), w.pull(); }},
     {"active, no output", [](W& w) { w.begin(), w.output = nullptr, w.m = 0; }},
     {"active, no output, but a length", [](W& w) { w.begin(), w.output = nullptr; }},
