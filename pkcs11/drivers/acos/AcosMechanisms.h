@@ -10,9 +10,8 @@ struct AcosKeyAccess {
     unsigned char reference;    ///< key reference on the card
     const char* where;          ///< where-text of CKR_USER_NOT_LOGGED_IN
     bool namesFailures = false; ///< and of each other failure that has none
-    bool signWrapsLc =
-        false; ///< data of more than 255 bytes go out under a wrapped Lc instead of being refused
-    bool decryptsRaw = false; ///< CKM_RSA_X_509 has a result too
+    bool signWrapsLc = false;   ///< more than 255 bytes go out under a wrapped Lc instead of being refused
+    bool decryptsRaw = false;   ///< CKM_RSA_X_509 has a result too
 };
 
 /// Signing with INTERNAL AUTHENTICATE; the data go to the card as given, which builds the block around them.
