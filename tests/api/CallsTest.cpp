@@ -185,13 +185,14 @@ protected:
             text += "\n";
         }
         reopen();
+        Bytes tooLong(70000); // for any card; who is logged out is told of that
         note("logged out", {C_SignInit(m_session, &rsa, mine),
                             C_Logout(m_session),
-                            C_Sign(m_session, in, 8, out, &(length = sizeof out)),
+                            C_Sign(m_session, tooLong.data(), 70000, out, &(length = sizeof out)),
                             login("123456"),
                             C_DecryptInit(m_session, &rsa, mine),
                             C_Logout(m_session),
-                            C_Decrypt(m_session, in, 8, out, &(length = sizeof out)),
+                            C_Decrypt(m_session, tooLong.data(), 70000, out, &(length = sizeof out)),
                             login("123456"),
                             C_SignInit(m_session, &rsa, mine),
                             C_Logout(m_session),
