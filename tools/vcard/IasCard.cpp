@@ -123,9 +123,9 @@ void IasCard::addFiles(const IasOptions& options)
     const Bytes names = join({tlv(0x0C, fromText("Virtual Cards")), tlv(0x80, fromText("IAS Card"))});
     put(kTokenInfo,
         {tlv(0x30, join({tlv(0x02, {0x01}), tlv(0x04, fromHex("0A0B")), names, tlv(0x03, {0x04, 0x10})}))});
-    // Directories under the application, one with the MF in its path, and one in a DF; padding behind.
+    // Directories under the application, one with its path from the MF, and one in a DF; padding behind.
     put(kOdf, {tlv(0xA8, path("4401")), tlv(0xA0, path("4403")), tlv(0xA1, path("4404")),
-               tlv(0xA4, path("3F004402")), tlv(0xA7, path("3F00501550164405")), Bytes(16)});
+               tlv(0xA4, path("3F0050154402")), tlv(0xA7, path("3F00501550164405")), Bytes(16)});
     put(kAuthentication,
         {authenticationObject("PIN", kPinReference), authenticationObject("PUK", kPukReference)});
     put(kPrivateKeys, {keyObject(common("Authentication Key", true), 1, {0x02, 0x64}, bits),
@@ -137,14 +137,20 @@ void IasCard::addFiles(const IasOptions& options)
          certificateObject("Signature Certificate", 2, m_certificates[1].size()), Bytes(8, 0xFF)});
     put(kFirstCertificate, {m_certificates[0], Bytes(32)});
     put(kFirstCertificate + 1, {m_certificates[1], Bytes(32)});
-    put(kPrivateData, {fromText("Only with the PIN.")}).readable = [this] { return m_pin.verified(); };
+    // Identifiers stand for a file in their DF only.
+    for (const unsigned short id : {kPublicData, kPrivateData})
+        put(id, {fromText("Another file of that name.")});
     const Bytes notes = fromText("Anyone may read this.");
     const auto length = static_cast<unsigned char>(notes.size());
     FileSystem::addEF(data, kPublicData, join({Bytes(2), notes, Bytes(9)}));
+    FileSystem::addEF(data, kPrivateData, fromText("Only with the PIN.")).readable = [this] {
+        return m_pin.verified();
+    };
     const Bytes part =
-        tlv(0x30, join({tlv(0x04, fromHex("50155016DA01")), tlv(0x02, {0x02}), tlv(0x80, {length})}));
-    FileSystem::addEF(data, kDataObjects,
-                      join({dataObject("Notes", false, part), dataObject("Secret", true, path("3F00DA02"))}));
+        tlv(0x30, join({tlv(0x04, fromHex("5016DA01")), tlv(0x02, {0x02}), tlv(0x80, {length})}));
+    FileSystem::addEF(
+        data, kDataObjects,
+        join({dataObject("Notes", false, part), dataObject("Secret", true, path("3F0050155016DA02"))}));
 }
 
 File& IasCard::file(unsigned short id)

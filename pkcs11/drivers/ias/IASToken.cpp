@@ -8,6 +8,8 @@
 #include "pkcs11/token/ByteOrder.h"
 #include "pkcs11/token/Hex.h"
 
+#include <algorithm>
+
 namespace PKCS11 {
 
 namespace {
@@ -28,7 +30,8 @@ constexpr int kKeyNumber = 6;
 constexpr unsigned short kMF = 0x3F00;
 constexpr unsigned short kSerialNumberFile = 0xD003;
 constexpr int kMaxLc = 255;
-/// Bytes of the directories in a path; a longer one is no honest card's.
+/// Bytes of a file identifier, and of the directories in a path; a longer path is no honest card's.
+constexpr int kFidSize = 2;
 constexpr int kMaxDirectories = 32;
 
 /// Card records throw plain texts; a record or file that is bad counts as empty.
@@ -195,22 +198,36 @@ CardValue IASToken::readSelectedFile()
     return file;
 }
 
+std::optional<CardValue> IASToken::readFile(const Blob& directories, const Blob& fid)
+{
+    int selected = 0;
+    while (selected < directories.size() &&
+           card().Send(PKCS11_hex2blob(kSelectDF), directories.slice(selected, kFidSize)) == SW_SUCCESS)
+        selected += kFidSize;
+    std::optional<CardValue> content;
+    if (selected >= directories.size() && selectEF(fid))
+        content = readSelectedFile();
+    if (selected > 0)
+        ResetSecurity();
+    return content;
+}
+
 std::optional<CardValue> IASToken::readFile(const Blob& path)
 {
-    const Blob fid = path.slice(path.size() - 2);
-    if (selectEF(fid))
-        return readSelectedFile();
-    // Not under the application: the card wants the directories of the path selected.
-    const Blob directories = path.slice(path.size() % 2, path.size() - path.size() % 2 - 2);
-    if (directories.empty() || directories.size() > kMaxDirectories)
+    const int start = path.size() % kFidSize;
+    const Blob directories = path.slice(start, path.size() - start - kFidSize);
+    const Blob fid = path.slice(path.size() - kFidSize);
+    if (directories.size() > kMaxDirectories)
         return std::nullopt;
-    bool selected = true;
-    for (int i = 0; i < directories.size() && selected; i += 2)
-        selected = card().Send(PKCS11_hex2blob(kSelectDF), directories.slice(i, 2)) == SW_SUCCESS;
+    // How many of the directories lead to the application itself is not known: from the MF at least one
+    // behind it, otherwise perhaps none. The MF comes last, because selecting it gives up the PIN.
+    const bool isAbsolute = directories.slice(0, kFidSize) == PKCS11_short2blob(kMF);
     std::optional<CardValue> content;
-    if (selected && selectEF(fid))
-        content = readSelectedFile();
-    ResetSecurity();
+    int above = isAbsolute ? std::min(2 * kFidSize, directories.size()) : 0;
+    for (; !content && above <= directories.size(); above += kFidSize)
+        content = readFile(directories.slice(above), fid);
+    if (!content && isAbsolute)
+        content = readFile(directories, fid);
     return content;
 }
 
@@ -222,12 +239,12 @@ Blob IASToken::readEF(unsigned short fid)
 Blob IASToken::ReadPkcs15EF(int index)
 {
     const Blob& path = m_odf.path(index).path;
-    return path.size() < 2 ? Blob() : readFile(path).value_or(CardValue()).bytes;
+    return path.size() < kFidSize ? Blob() : readFile(path).value_or(CardValue()).bytes;
 }
 
 CardValue IASToken::readValue(const PKCS15CommonObjectAttributes& record, const PKCS15Path& path)
 {
-    if (path.path.size() < 2)
+    if (path.path.size() < kFidSize)
         return {};
     std::optional<CardValue> content;
     whole([&] {
