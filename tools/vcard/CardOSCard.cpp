@@ -11,6 +11,8 @@ namespace {
 constexpr unsigned short kDriverDF = 0x2001;
 constexpr unsigned short kKeyDF = 0x4B01;
 constexpr size_t kDirectorySize = 480; ///< 80 entries of six bytes
+/// Bytes of the longest modulus whose number fits into a record.
+constexpr size_t kLongestInRecord = 248;
 constexpr unsigned char kPrivateKeyV43 = 0x01;
 constexpr unsigned char kPrivateKeyV50 = 0x02;
 
@@ -99,9 +101,15 @@ void CardOSCard::addFiles()
     FileSystem::addEF(m_driverDF, 0x0104, record({fromText("Notes"), fromText("Quarvel")}, {}));
     FileSystem::addEF(m_driverDF, 0x0203, m_certificate);
     FileSystem::addEF(m_driverDF, 0x0204, Bytes(300, 0x2A));
-    if (!m_isV50)
+    if (m_isV50)
+        return;
+    if (m_key.size() <= kLongestInRecord)
         FileSystem::addRecordEF(m_keyDF, 0x0001,
                                 {keyRecord(0x81, m_key.modulus()), keyRecord(0x82, m_key.exponent())});
+    else
+        FileSystem::addEF(
+            m_keyDF, 0x0001,
+            tlv(0x7F49, join({tlv(0x02, join({{0x00}, m_key.modulus()})), tlv(0x02, m_key.exponent())})));
 }
 
 File& CardOSCard::file(unsigned short id)

@@ -1,12 +1,14 @@
 #include "tools/vcard/FileSystem.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 namespace vcard {
 
 namespace {
 
 constexpr unsigned short kMfId = 0x3F00;
+constexpr size_t kMaxRecord = 254;
 
 File& add(File& parent, File::Kind kind, unsigned short id)
 {
@@ -101,6 +103,9 @@ File& FileSystem::addEF(File& parent, unsigned short id, Bytes content)
 
 File& FileSystem::addRecordEF(File& parent, unsigned short id, std::vector<Bytes> records)
 {
+    for (const Bytes& record : records)
+        if (record.size() > kMaxRecord)
+            throw std::length_error("a record of more than 254 bytes");
     File& file = add(parent, File::Kind::Records, id);
     file.records = std::move(records);
     return file;
