@@ -72,6 +72,9 @@ public:
     /// A login whose PIN the card refuses later, as another program has changed it, is over: no second
     /// operation costs a try.
     virtual bool endsRefusedLogin() const { return false; }
+    /// A card that refuses a public key is not left open for loading, where it computes nothing until it is
+    /// reset.
+    virtual bool closesRefusedLoading() const { return false; }
     /// What C_GetTokenInfo reports beside the flags of the driver.
     virtual CK_FLAGS addedTokenFlags() const { return 0; }
 

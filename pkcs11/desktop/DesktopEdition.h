@@ -31,6 +31,7 @@ public:
     bool wantsRejoin(long result) const override;
 
     bool endsRefusedLogin() const override { return true; }
+    bool closesRefusedLoading() const override { return true; }
     std::unique_ptr<Token> createDriver(const Blob& cardType, PCSCSlot& slot) override;
     /// Desktop clients pass over a token without CKF_TOKEN_INITIALIZED; the drivers do not report it.
     CK_FLAGS addedTokenFlags() const override { return CKF_TOKEN_INITIALIZED; }

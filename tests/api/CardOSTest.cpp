@@ -153,16 +153,14 @@ TEST_P(CardOSTest, LongKeys)
     EXPECT_EQ(decrypt(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, encryptFor(publicKey, m_data)).bytes, m_data);
     if (GetParam())
         return;
-    std::string modulus;
-    while (modulus.size() < 504)
-        modulus += "C3";
-    answer("10010100" + modulus + "6104", 5);
-    answer("C3C3C3C3 9000", 6);
-    EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS).length, 256);
+    const std::string modulus = vcard::toHex(attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS).bytes);
     fakepcsc::clearCalls();
     EXPECT_EQ(encrypt(find(CKO_PUBLIC_KEY), CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_ERROR);
+    // A card that is left open for loading computes nothing.
+    const CK_RV then = isDesktop() ? CKR_OK : CKR_DEVICE_ERROR;
+    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, then);
     EXPECT_EQ(fakepcsc::sentAPDUs().at(3 + 2 * isDesktop()),
-              "00DA016E1C83022002850821000C0FFFFF0000860801010101010101018F020100" + modulus + "C3C3C3C3");
+              "00DA016E1C83022002850821000C0FFFFF0000860801010101010101018F020100" + modulus);
 }
 
 INSTANTIATE_TEST_SUITE_P(Generations, CardOSTest, ::testing::Bool());

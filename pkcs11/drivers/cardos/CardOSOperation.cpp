@@ -1,5 +1,6 @@
 #include "pkcs11/drivers/cardos/CardOSOperation.h"
 
+#include "pkcs11/Edition.h"
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/drivers/cardos/CardOSPublicKey.h"
 #include "pkcs11/drivers/cardos/CardOSToken.h"
@@ -149,7 +150,8 @@ void CardOSPublicKeyOperation::loadKey(const Blob& modulus, const Blob& exponent
         require(send(kBracketLoading));
     } catch (const PKCS11Exception& failure) {
         // A card that stays open computes nothing; only one that refuses to load is left so.
-        if (isOpen() && (failure.value() == CKR_GENERAL_ERROR || !card.isUndisturbedSince(before)))
+        const bool refuses = failure.value() != CKR_GENERAL_ERROR && card.isUndisturbedSince(before);
+        if (isOpen() && (!refuses || Edition::current().closesRefusedLoading()))
             static_cast<void>(send(kBracketLoading));
         throw PKCS11Exception(failure);
     }
