@@ -11,10 +11,10 @@ Pin::Pin(Bytes value, int tries) : m_value(std::move(value)), m_tries(tries), m_
 unsigned short Pin::verify(const Bytes& presented)
 {
     const auto left = [this] { return static_cast<unsigned short>(sw::retriesLeft | (m_left & 0x0F)); };
-    if (presented.empty())
-        return m_verified ? sw::ok : left();
     if (blocked())
         return sw::blocked;
+    if (presented.empty())
+        return m_verified ? sw::ok : left();
     m_verified = presented == m_value;
     m_left = m_verified ? m_tries : m_left - 1;
     return m_verified ? sw::ok : left();

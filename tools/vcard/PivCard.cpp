@@ -10,7 +10,8 @@ namespace vcard {
 namespace {
 
 constexpr char kApplicationId[] = "A000000308000010000100";
-constexpr size_t kShortestAid = 5; // the registered provider identifier
+constexpr size_t kProviderId = 5;  ///< bytes of the registered provider identifier
+constexpr size_t kShortestAid = 9; ///< without the version
 constexpr unsigned char kPinReference = 0x80;
 constexpr unsigned char kPukReference = 0x81;
 constexpr size_t kPinLength = 8;
@@ -179,8 +180,8 @@ Response PivCard::process(const Command& command)
     }
 }
 
-/// The full identifier or its beginning. Selecting what is selected keeps the security status, and so does
-/// failing.
+/// The full identifier, or without its version. Selecting what is selected keeps the security status, and so
+/// does failing.
 Response PivCard::selectApplication(const Command& command)
 {
     if (command.p1p2() != 0x0400)
@@ -191,8 +192,8 @@ Response PivCard::selectApplication(const Command& command)
         return sw::fileNotFound;
     }
     m_selected = true;
-    const Bytes version = {aid.begin() + kShortestAid, aid.end()};
-    const Bytes authority = {aid.begin(), aid.begin() + kShortestAid};
+    const Bytes version = {aid.begin() + kProviderId, aid.end()};
+    const Bytes authority = {aid.begin(), aid.begin() + kProviderId};
     return tlv(0x61, join({tlv(0x4F, version), tlv(0x79, tlv(0x4F, authority)),
                            tlv(0x50, fromText("Quarvel virtual PIV card"))}));
 }
