@@ -108,9 +108,9 @@ protected:
                              C_DecryptDigestUpdate(m_session, in, 8, out, &length),
                              C_SignEncryptUpdate(m_session, in, 8, out, &length),
                              C_DecryptVerifyUpdate(m_session, in, 8, out, &length)});
-        note("states",
-             {C_GetOperationState(m_session, out, &length), C_SetOperationState(m_session, in, 8, 0, 0),
-              C_GetFunctionStatus(m_session), C_CancelFunction(m_session)});
+        note("states", {C_GetOperationState(m_session, out, &length),
+                        C_SetOperationState(m_session, in, 8, mine, theirs), C_GetFunctionStatus(m_session),
+                        C_CancelFunction(m_session)});
         const auto size = [&](CK_OBJECT_HANDLE object) {
             return C_GetObjectSize(m_session, object, &length);
         };
@@ -395,7 +395,13 @@ TEST_F(CallsTest, TheTraceShowsEachCallWithItsArgumentsAndResults)
     EXPECT_EQ(C_GetInfo(&info), CKR_OK);
     EXPECT_EQ(C_GetSlotList(CK_TRUE, &id, &count), CKR_OK);
     EXPECT_EQ(C_GetSlotInfo(1, &slot), CKR_OK);
+    CK_SESSION_HANDLE readOnly = 0;
+    EXPECT_EQ(C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &readOnly), CKR_OK);
+    trace.news();
     EXPECT_EQ(C_GetTokenInfo(1, &token), CKR_OK);
+    const std::vector<std::string> told = trace.news();
+    EXPECT_EQ(std::count(told.begin(), told.end(), "pInfo->ulRwSessionCount :\t 1"), 1);
+    EXPECT_EQ(std::count(told.begin(), told.end(), "pInfo->ulSessionCount :\t 2"), 1);
     count = 20;
     EXPECT_EQ(C_GetMechanismList(1, types, &count), CKR_OK);
     EXPECT_EQ(C_GetMechanismInfo(1, CKM_RSA_PKCS, &mechanism), CKR_OK);
@@ -407,7 +413,7 @@ TEST_F(CallsTest, TheTraceShowsEachCallWithItsArgumentsAndResults)
     CK_BYTE byte = 0;
     EXPECT_EQ(C_Verify(m_session, &byte, 1, &byte, 1), CKR_OPERATION_NOT_INITIALIZED);
     EXPECT_EQ(C_Digest(m_session, &byte, 1, &byte, &count), CKR_OPERATION_NOT_INITIALIZED);
-    EXPECT_EQ(C_DigestFinal(m_session, &byte, &count), CKR_OPERATION_NOT_INITIALIZED);
+    EXPECT_EQ(C_DigestFinal(m_session, &byte, nullptr), CKR_OPERATION_NOT_INITIALIZED);
     EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
 
     const std::regex kVaries("0x[0-9a-f]{6,}|:\t -?[0-9]{5,}|ulValueLen: \t" +

@@ -1,6 +1,7 @@
 #include "tests/support/Certificates.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Families.h"
+#include "tests/support/TraceFile.h"
 #include "tools/vcard/PivCard.h"
 
 #include <numeric>
@@ -272,6 +273,7 @@ TEST_F(DesktopSigning, OperationsRefuseWhatTheyCannotUse)
 TEST_F(DesktopSigning, TokensThatTakePSSKnowItsHashes)
 {
     begin(pivWith({}));
+    TraceFile trace;
     for (const Hash& hash : {kSha1, kSha224, kSha256, kSha384, kSha512}) {
         Bytes data = vcard::fromText("what is to be hashed");
         const auto size = static_cast<CK_ULONG>(EVP_MD_get_size(hash.digest));
@@ -291,6 +293,8 @@ TEST_F(DesktopSigning, TokensThatTakePSSKnowItsHashes)
                   (std::vector{CKR_OK, CKR_OK, size, CKR_OK, size, CKR_OK, CKR_OK, CKR_OK, 0UL, CKR_OK, size,
                                CKR_OK, size}));
         EXPECT_EQ(std::tie(whole, parts), std::tie(expected, expected));
+        const std::vector<std::string> told = trace.lines();
+        EXPECT_EQ(*(told.end() - 3), "*pulDigestLen :\t " + std::to_string(size)); // the result
         // What is refused ends the operation.
         EXPECT_EQ((std::vector{init(), update(data.data(), 5), digest(nullptr), init(), --length,
                                digest(whole.data()), length, init(), update(data.data(), 5), --length,
