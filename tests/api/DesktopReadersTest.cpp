@@ -84,6 +84,8 @@ TEST_F(DesktopReaders, ARestartedServiceIsUsedAtTheNextCall)
         fakepcsc::failCall("SCardGetStatusChange", lost);
         EXPECT_EQ(info(1), CKR_OK);
     }
+    fakepcsc::failCall("SCardGetStatusChange", SCARD_E_READER_UNAVAILABLE);
+    EXPECT_EQ(info(1), CKR_TOKEN_NOT_PRESENT);
     for (const int failures : {1, 2}) { // one is forgiven
         fakepcsc::failCall("SCardGetStatusChange", SCARD_F_COMM_ERROR, 1, failures);
         CK_SLOT_ID slot = 0;
