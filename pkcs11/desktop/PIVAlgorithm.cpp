@@ -1,6 +1,7 @@
 #include "pkcs11/desktop/PIVAlgorithm.h"
 
 #include "pkcs11/token/BERCoder.h"
+#include "pkcs11/token/BERTags.h"
 #include "util/QuietErrors.h"
 
 #include <memory>
@@ -9,8 +10,6 @@
 namespace PKCS11 {
 
 namespace {
-
-constexpr int kOctetString = 0x04;
 
 struct RsaRow {
     int bits;

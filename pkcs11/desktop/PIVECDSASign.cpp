@@ -6,14 +6,13 @@
 #include "pkcs11/drivers/piv/PIVJavaPrivateKey.h"
 #include "pkcs11/drivers/piv/PIVJavaToken.h"
 #include "pkcs11/token/BERCoder.h"
+#include "pkcs11/token/BERTags.h"
 
 namespace PKCS11 {
 
 namespace {
 
 constexpr char kWhere[] = "PIVECDSASign::sign";
-constexpr int kSequence = 0x30;
-constexpr int kInteger = 0x02;
 
 /// The number with zeros in front of it, `length` bytes.
 Blob widened(const Blob& number, int length)

@@ -1,5 +1,7 @@
 #include "pkcs11/token/ASN1.h"
 
+#include "pkcs11/token/BERTags.h"
+
 #include <algorithm>
 
 namespace PKCS11 {
@@ -11,10 +13,7 @@ constexpr unsigned int kClassBits = 0xE0;
 constexpr int kMaxLongTagBytes = 3;
 constexpr unsigned int kMaxLengthBytes = 4;
 
-constexpr unsigned int kInteger = 0x02;
-constexpr unsigned int kBitString = 0x03;
-constexpr unsigned int kSequence = 0x30;
-constexpr unsigned int kExplicitVersion = 0xA0;
+constexpr unsigned char kExplicitVersion = constructedTag(0);
 
 /// Memory that someone else owns.
 struct View {

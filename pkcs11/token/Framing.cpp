@@ -5,6 +5,7 @@
 
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/token/BERCoder.h"
+#include "pkcs11/token/BERTags.h"
 #include "pkcs11/token/ByteOrder.h"
 
 #include <openssl/des.h>
@@ -21,7 +22,7 @@ constexpr std::array<unsigned char, 8> kMACKey = {0x5A, 0x17, 0xC3, 0xE0, 0x8B, 
 
 bool isWantedTag(unsigned char tag)
 {
-    return tag == 0x30 || (tag & 0xF0) == 0xA0;
+    return tag == kSequence || (tag & 0xF0) == 0xA0;
 }
 
 /// Size of the TLV object at pos, header included; 0 when it is not whole. The length is not indefinite.

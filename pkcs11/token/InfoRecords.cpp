@@ -1,15 +1,13 @@
 #include "pkcs11/token/InfoRecords.h"
 
 #include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/token/BERTags.h"
 
 #include <algorithm>
 
 namespace PKCS11 {
 
 namespace {
-
-constexpr int kSequence = 0x30;
-constexpr int kOctetString = 0x04;
 
 constexpr int kFirstByteOfTokenInfo = 2;
 constexpr int kFieldsOfTokenInfo = 5;

@@ -1,6 +1,7 @@
 #include "pkcs11/token/PKCS11Attrs.h"
 
 #include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/token/BERTags.h"
 #include "pkcs11/token/ByteOrder.h"
 
 #include <algorithm>
@@ -10,11 +11,6 @@
 namespace PKCS11 {
 
 namespace {
-
-constexpr int kSet = 0x31;
-constexpr int kSequence = 0x30;
-constexpr int kObjectIdentifier = 0x06;
-constexpr int kOctetString = 0x04;
 
 /// What a card keeps in files of their own, or must not keep at all. The cards in use were written with this
 /// list, gaps included.

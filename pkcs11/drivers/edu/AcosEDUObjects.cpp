@@ -6,6 +6,7 @@
 #include "pkcs11/drivers/edu/AcosEDUToken.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/token/BERCoder.h"
+#include "pkcs11/token/BERTags.h"
 #include "pkcs11/token/Hex.h"
 #include "pkcs11/token/InfoRecords.h"
 
@@ -18,10 +19,6 @@ namespace {
 constexpr char kReadBinary[] = "00b0000000";
 constexpr unsigned char kPublicExponent[] = {0x01, 0x00, 0x01};
 
-constexpr int kTagInteger = 0x02;
-constexpr int kTagBitString = 0x03;
-constexpr int kTagOctetString = 0x04;
-
 Blob keyName(int number)
 {
     return Blob("DIGSIG" + std::to_string(number));
@@ -31,10 +28,10 @@ Blob keyName(int number)
 Blob firstNumber(const BERCoder& node)
 {
     if (!node.getTag().IsConstructed()) {
-        if (node.getTag() == kTagInteger || node.getTag() == kTagOctetString)
+        if (node.getTag() == kInteger || node.getTag() == kOctetString)
             return node.getValue();
         // A BIT STRING begins with the count of its unused bits.
-        return node.getTag() == kTagBitString ? node.getValue().slice(1) : Blob();
+        return node.getTag() == kBitString ? node.getValue().slice(1) : Blob();
     }
     for (int i = 0; i < node.getSize(); ++i) {
         Blob found = firstNumber(node.component(i));

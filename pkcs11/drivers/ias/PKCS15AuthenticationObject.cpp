@@ -12,16 +12,14 @@ constexpr char kWrongTag[] = "PKCS15AuthenticationObject::Import: wrong tag";
 // The PIN attributes name the authentication object, deliberately.
 constexpr char kPinError[] = "PKCS15AuthenticationObject::Import: coding typeAttributes error";
 
-constexpr int kPinObject = 0x30;
-constexpr int kTypeAttributes = 0xA1;
-
-constexpr PKCS15Element<Pin> kPinElements[] = {{&Pin::pinFlags, 0x03},  {&Pin::pinType, 0x0A},
-                                               {&Pin::minLength, 0x02}, {&Pin::storedLength, 0x02},
-                                               {&Pin::maxLength, 0x02}, {&Pin::pinReference, 0x80},
-                                               {&Pin::padChar, 0x04},   {&Pin::lastPinChange, 0x18}};
+constexpr PKCS15Element<Pin> kPinElements[] = {
+    {&Pin::pinFlags, kBitString},  {&Pin::pinType, kEnumerated},
+    {&Pin::minLength, kInteger},   {&Pin::storedLength, kInteger},
+    {&Pin::maxLength, kInteger},   {&Pin::pinReference, contextTag(0)},
+    {&Pin::padChar, kOctetString}, {&Pin::lastPinChange, kGeneralizedTime}};
 
 constexpr PKCS15Element<PKCS15AuthenticationObject> kClassElements[] = {
-    {&PKCS15AuthenticationObject::authId, 0x04}};
+    {&PKCS15AuthenticationObject::authId, kOctetString}};
 
 } // namespace
 
@@ -32,7 +30,7 @@ void PKCS15PinAttributes::read(const BERCoder& node)
     requireSequence(node, kPinError);
     *this = PKCS15PinAttributes();
     readElements(node, *this, kPinElements);
-    if (const int place = findComponent(node, kPKCS15Sequence); place >= 0)
+    if (const int place = findComponent(node, kSequence); place >= 0)
         path.read(node.component(place));
 }
 
@@ -49,8 +47,8 @@ PKCS15AuthenticationObject::PKCS15AuthenticationObject() : PKCS15CommonObjectAtt
 void PKCS15AuthenticationObject::read(const BERCoder& node)
 {
     *this = PKCS15AuthenticationObject();
-    readCommon(node, {kPinObject, 0xA0, 0xA1, 0xA2}, kUnknownType);
-    if (objectType != kPinObject)
+    readCommon(node, 2, kUnknownType);
+    if (objectType != kSequence)
         pin.reset();
     if (node.getSize() == 0)
         throw kCodingError;

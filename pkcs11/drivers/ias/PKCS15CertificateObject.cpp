@@ -11,11 +11,9 @@ constexpr char kTooFewElements[] = "PKCS15CertificateObject::Import: coder size"
 constexpr char kWrongTag[] = "PKCS15CertificateObject::Import: wrong tag";
 constexpr char kTypeError[] = "PKCS15CertificateObject::Import: coding typeAttributes error";
 
-constexpr int kTypeAttributes = 0xA1;
-
-constexpr PKCS15Element<Certificate> kClassElements[] = {{&Certificate::iD, 0x04},
-                                                         {&Certificate::authority, 0x01}};
-constexpr PKCS15Element<Certificate> kTypeElements[] = {{&Certificate::serialNumber, 0x02}};
+constexpr PKCS15Element<Certificate> kClassElements[] = {{&Certificate::iD, kOctetString},
+                                                         {&Certificate::authority, kBoolean}};
+constexpr PKCS15Element<Certificate> kTypeElements[] = {{&Certificate::serialNumber, kInteger}};
 
 } // namespace
 
@@ -24,7 +22,7 @@ PKCS15CertificateObject::PKCS15CertificateObject() : PKCS15CommonObjectAttribute
 void PKCS15CertificateObject::read(const BERCoder& node)
 {
     *this = PKCS15CertificateObject();
-    readCommon(node, {0x30, 0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5}, kUnknownType);
+    readCommon(node, 5, kUnknownType);
     if (node.getSize() <= 1)
         throw kTooFewElements;
     requireSequence(node.component(1), kWrongTag);
@@ -40,7 +38,7 @@ void PKCS15CertificateObject::read(const BERCoder& node)
     requireSequence(inner, kTypeError);
     if (inner.getSize() > 0)
         path.read(inner.component(0));
-    if (objectType == 0x30 || objectType == 0xA0)
+    if (objectType == kSequence || objectType == constructedTag(0))
         readElements(inner, *this, kTypeElements, PKCS15Others::Skip, 1);
 }
 

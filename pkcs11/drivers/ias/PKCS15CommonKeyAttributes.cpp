@@ -10,9 +10,13 @@ using Key = PKCS15CommonKeyAttributes;
 
 constexpr char kError[] = "PKCS15CommonKeyAttributes::Import";
 
-constexpr PKCS15Element<Key> kElements[] = {
-    {&Key::iD, 0x04},           {&Key::usage, 0x03},     {&Key::accessFlags, 0x03},  {&Key::native, 0x01},
-    {&Key::keyReference, 0x02}, {&Key::startDate, 0x18}, {&Key::endDate, 0xA0, 0x18}};
+constexpr PKCS15Element<Key> kElements[] = {{&Key::iD, kOctetString},
+                                            {&Key::usage, kBitString},
+                                            {&Key::accessFlags, kBitString},
+                                            {&Key::native, kBoolean},
+                                            {&Key::keyReference, kInteger},
+                                            {&Key::startDate, kGeneralizedTime},
+                                            {&Key::endDate, constructedTag(0), kGeneralizedTime}};
 
 constexpr unsigned char kNonRepudiation = 0x40;
 

@@ -1,7 +1,5 @@
 #include "pkcs11/drivers/ias/PKCS15CommonObjectAttributes.h"
 
-#include <algorithm>
-
 namespace PKCS11 {
 
 namespace {
@@ -10,10 +8,10 @@ using Common = PKCS15CommonObjectAttributes;
 
 constexpr char kCodingError[] = "PKCS15CommonObjectAttributes::Import: coding error";
 
-constexpr PKCS15Element<Common> kElements[] = {{&Common::label, 0x0C},
-                                               {&Common::flags, 0x03},
-                                               {&Common::objectAuthId, 0x04},
-                                               {&Common::userConsent, 0x02}};
+constexpr PKCS15Element<Common> kElements[] = {{&Common::label, kUTF8String},
+                                               {&Common::flags, kBitString},
+                                               {&Common::objectAuthId, kOctetString},
+                                               {&Common::userConsent, kInteger}};
 
 } // namespace
 
@@ -23,7 +21,7 @@ void PKCS15CommonObjectAttributes::read(const BERCoder& node)
 {
     for (const auto& element : kElements)
         (this->*element.value).clear();
-    if (hasTag(node, kPKCS15Sequence) && !readElements(node, *this, kElements, PKCS15Others::End))
+    if (hasTag(node, kSequence) && !readElements(node, *this, kElements, PKCS15Others::End))
         throw kCodingError;
 }
 
@@ -32,14 +30,14 @@ BERCoder PKCS15CommonObjectAttributes::node() const
     return sequenceOf(*this, kElements);
 }
 
-void PKCS15CommonObjectAttributes::readCommon(const BERCoder& record, std::initializer_list<int> types,
+void PKCS15CommonObjectAttributes::readCommon(const BERCoder& record, unsigned char last,
                                               const char* unknownType)
 {
     objectType = record.getTag().front();
-    if (std::find(types.begin(), types.end(), objectType) == types.end())
+    if (objectType != kSequence && (objectType < constructedTag(0) || objectType > constructedTag(last)))
         throw unknownType;
     const BERCoder* common = componentOf(record, 0);
-    PKCS15CommonObjectAttributes::read(common != nullptr ? *common : BERCoder(kPKCS15Sequence));
+    PKCS15CommonObjectAttributes::read(common != nullptr ? *common : BERCoder(kSequence));
 }
 
 } // namespace PKCS11

@@ -4,6 +4,9 @@
 
 namespace PKCS11 {
 
+/// Where what belongs to the type of an object stands in its record.
+constexpr unsigned char kTypeAttributes = constructedTag(1);
+
 /// The base of all object records: the attributes that every object has, which stand in the first element of
 /// its record (ISO/IEC 7816-15, CommonObjectAttributes), and the steps that the records of all classes share.
 class PKCS15CommonObjectAttributes : public PKCS15Record {
@@ -23,15 +26,16 @@ public:
     /// Identifier of the authentication object that protects this one.
     Blob objectAuthId;
     Blob userConsent;
-    /// The first tag byte of the record, which tells the kind of object.
-    int objectType = kPKCS15Sequence;
+    /// The first tag byte of the record, which tells the kind of object: a SEQUENCE for the usual one.
+    int objectType = kSequence;
 
 protected:
     /// For the records of the object classes, which read and write all of their record themselves.
     explicit PKCS15CommonObjectAttributes(const char* undecodable) : PKCS15Record(undecodable) {}
 
-    /// The record's type and its first element. Throws the text for a type that is not in the list.
-    void readCommon(const BERCoder& record, std::initializer_list<int> types, const char* unknownType);
+    /// The record's type and its first element. Throws the text for a type that is neither a SEQUENCE nor one
+    /// of [0] to [last].
+    void readCommon(const BERCoder& record, unsigned char last, const char* unknownType);
 
 private:
     bool hasFlag(unsigned char flag) const { return flags.size() >= 2 && (flags.at(1) & flag) != 0; }

@@ -12,20 +12,18 @@ constexpr char kTooFewElements2[] = "PKCS15DataObject::Import:code size 2";
 // The certificate object's text, deliberately.
 constexpr char kWrongTag[] = "PKCS15CertificateObject::Import: wrong tag";
 
-constexpr int kObjectIdentifierData = 0xA1;
+constexpr int kObjectIdentifierData = constructedTag(1);
 
-constexpr int kTypeAttributes = 0xA1;
-
-constexpr PKCS15Element<Data> kClassElements[] = {{&Data::applicationName, 0x0C},
-                                                  {&Data::applicationOID, 0x06}};
-constexpr PKCS15Element<Data> kObjectElements[] = {{&Data::objectOID, 0x06}};
+constexpr PKCS15Element<Data> kClassElements[] = {{&Data::applicationName, kUTF8String},
+                                                  {&Data::applicationOID, kObjectIdentifier}};
+constexpr PKCS15Element<Data> kObjectElements[] = {{&Data::objectOID, kObjectIdentifier}};
 
 /// The element whose components are an OID and a Path: the type attributes, or the SEQUENCE in them.
 const BERCoder& identifiedValue(const BERCoder& typeAttributes)
 {
     const BERCoder* first = componentOf(typeAttributes, 0);
     const BERCoder* oid = first != nullptr ? componentOf(*first, 0) : nullptr;
-    return oid != nullptr && hasTag(*oid, 0x06) ? *first : typeAttributes;
+    return oid != nullptr && hasTag(*oid, kObjectIdentifier) ? *first : typeAttributes;
 }
 
 } // namespace
@@ -35,10 +33,10 @@ PKCS15DataObject::PKCS15DataObject() : PKCS15CommonObjectAttributes(kUnknownType
 void PKCS15DataObject::read(const BERCoder& node)
 {
     *this = PKCS15DataObject();
-    readCommon(node, {0x30, 0xA0, kObjectIdentifierData}, kUnknownType);
+    readCommon(node, 1, kUnknownType);
     if (node.getSize() < 2)
         throw kTooFewElements1;
-    if (hasTag(node.component(1), kPKCS15Sequence))
+    if (hasTag(node.component(1), kSequence))
         readElements(node.component(1), *this, kClassElements);
     if (node.getSize() < 3)
         throw kTooFewElements2;
@@ -52,7 +50,7 @@ void PKCS15DataObject::read(const BERCoder& node)
     }
     const BERCoder& value = identifiedValue(typeAttributes);
     readElements(value, *this, kObjectElements);
-    if (const int place = findComponent(value, kPKCS15Sequence); place >= 0)
+    if (const int place = findComponent(value, kSequence); place >= 0)
         path.read(value.component(place));
 }
 
@@ -60,7 +58,7 @@ BERCoder PKCS15DataObject::node() const
 {
     BERCoder typeAttributes = elementOf(kTypeAttributes, {});
     if (objectType == kObjectIdentifierData && !objectOID.empty())
-        typeAttributes.append({0x06, objectOID});
+        typeAttributes.append({kObjectIdentifier, objectOID});
     typeAttributes.append(path.node());
     return elementOf(objectType, {PKCS15CommonObjectAttributes::node(), sequenceOf(*this, kClassElements),
                                   typeAttributes});

@@ -7,7 +7,7 @@ namespace PKCS11 {
 
 namespace {
 
-constexpr int kFirstTag = 0xA0;
+constexpr int kFirstTag = constructedTag(0);
 
 } // namespace
 
@@ -21,7 +21,7 @@ void PKCS15ODF::Import(const Blob& content)
         try {
             BERCoder element;
             element.import(encoded, 0);
-            path(entry).read(element.getSize() > 0 ? element.component(0) : BERCoder(kPKCS15Sequence));
+            path(entry).read(element.getSize() > 0 ? element.component(0) : BERCoder(kSequence));
         } catch (const PKCS11Exception&) {
             // The next one with the tag may decode.
             continue;

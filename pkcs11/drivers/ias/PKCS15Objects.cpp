@@ -23,17 +23,16 @@ void takeCommonAttributes(Storage& object, const PKCS15CommonObjectAttributes& r
     object.setModifiable(boolean(record.isModifiable()));
 }
 
-/// The types of a key record by their first tag byte.
 CK_KEY_TYPE keyTypeOf(int objectType)
 {
     switch (objectType) {
-    case 0xA0:
+    case constructedTag(0):
         return CKK_EC;
-    case 0xA1:
+    case constructedTag(1):
         return CKK_DH;
-    case 0xA2:
+    case constructedTag(2):
         return CKK_DSA;
-    case 0xA3:
+    case constructedTag(3):
         return CKK_KEA;
     default:
         return CKK_RSA;

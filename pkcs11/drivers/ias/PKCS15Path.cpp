@@ -5,7 +5,7 @@ namespace PKCS11 {
 namespace {
 
 constexpr PKCS15Element<PKCS15Path> kElements[] = {
-    {&PKCS15Path::path, 0x04}, {&PKCS15Path::index, 0x02}, {&PKCS15Path::length, 0x80}};
+    {&PKCS15Path::path, kOctetString}, {&PKCS15Path::index, kInteger}, {&PKCS15Path::length, contextTag(0)}};
 
 } // namespace
 
@@ -13,7 +13,7 @@ void PKCS15Path::read(const BERCoder& node)
 {
     *this = PKCS15Path();
     isPresent = true;
-    if (hasTag(node, kPKCS15Sequence))
+    if (hasTag(node, kSequence))
         readElements(node, *this, kElements, PKCS15Others::End);
 }
 

@@ -12,16 +12,14 @@ constexpr char kTooFewElements3[] = "PKCS15PrivateKeyObject::Import: coder.getSi
 constexpr char kTooFewElements4[] = "PKCS15PrivateKeyObject::Import: coder.getSize() < 4";
 constexpr char kKeyError[] = " PKCS15PrivateKeyObject::ImportKeyAttributes: codind error";
 
-constexpr int kCommonPrivateKeyAttributes = 0xA0;
+constexpr int kCommonPrivateKeyAttributes = constructedTag(0);
+constexpr int kCredential = constructedTag(0);
 
-constexpr int kTypeAttributes = 0xA1;
-constexpr int kRSA = 0x30;
-
-constexpr PKCS15Element<Key> kCredentialElements[] = {{&Key::keyIdentifierType, 0x02},
-                                                      {&Key::keyIdentifierValue, 0x04}};
+constexpr PKCS15Element<Key> kCredentialElements[] = {{&Key::keyIdentifierType, kInteger},
+                                                      {&Key::keyIdentifierValue, kOctetString}};
 constexpr PKCS15Element<Key> kRSAElements[] = {
-    {&Key::modulusLength, 0x02}, {&Key::keyInfo, 0x02}, {&Key::operations, 0x03}};
-constexpr PKCS15Element<Key> kOtherElements[] = {{&Key::keyInfo, 0x02}, {&Key::operations, 0x03}};
+    {&Key::modulusLength, kInteger}, {&Key::keyInfo, kInteger}, {&Key::operations, kBitString}};
+constexpr PKCS15Element<Key> kOtherElements[] = {{&Key::keyInfo, kInteger}, {&Key::operations, kBitString}};
 
 } // namespace
 
@@ -30,7 +28,7 @@ PKCS15PrivateKeyObject::PKCS15PrivateKeyObject() : PKCS15CommonObjectAttributes(
 void PKCS15PrivateKeyObject::read(const BERCoder& node)
 {
     *this = PKCS15PrivateKeyObject();
-    readCommon(node, {kRSA, 0xA0, 0xA1, 0xA2, 0xA3}, kUnknownType);
+    readCommon(node, 3, kUnknownType);
     if (node.getSize() < 2)
         throw kTooFewElements2;
     key.read(node.component(1));
@@ -50,10 +48,10 @@ void PKCS15PrivateKeyObject::ImportCommonPrivateKeyAttributes(const BERCoder& el
 {
     // A0 { 30 { A0 { 30 { type, value } } } }, among other elements of the SEQUENCE.
     const BERCoder* attributes = componentOf(element, 0);
-    if (attributes == nullptr || !hasTag(*attributes, kPKCS15Sequence))
+    if (attributes == nullptr || !hasTag(*attributes, kSequence))
         return;
     for (int i = 0; i < attributes->getSize(); ++i) {
-        const BERCoder* credential = valueOf(attributes->component(i), 0xA0, kPKCS15Sequence);
+        const BERCoder* credential = valueOf(attributes->component(i), kCredential, kSequence);
         if (credential != nullptr) {
             readElements(*credential, *this, kCredentialElements);
             return;
@@ -63,11 +61,11 @@ void PKCS15PrivateKeyObject::ImportCommonPrivateKeyAttributes(const BERCoder& el
 
 void PKCS15PrivateKeyObject::ImportKeyAttributes(const BERCoder& element)
 {
-    const BERCoder* attributes = valueOf(element, kTypeAttributes, kPKCS15Sequence);
+    const BERCoder* attributes = valueOf(element, kTypeAttributes, kSequence);
     if (attributes == nullptr || attributes->getSize() == 0)
         throw kKeyError;
     path.read(attributes->component(0));
-    if (objectType == kRSA)
+    if (objectType == kSequence)
         readElements(*attributes, *this, kRSAElements, PKCS15Others::Skip, 1);
     else
         readElements(*attributes, *this, kOtherElements, PKCS15Others::Skip, 1);
@@ -77,12 +75,12 @@ BERCoder PKCS15PrivateKeyObject::node() const
 {
     BERCoder record = elementOf(objectType, {PKCS15CommonObjectAttributes::node(), key.node()});
     if (!keyIdentifierType.empty() || !keyIdentifierValue.empty()) {
-        const BERCoder credential = elementOf(0xA0, {sequenceOf(*this, kCredentialElements)});
-        record.append(elementOf(kCommonPrivateKeyAttributes, {elementOf(kPKCS15Sequence, {credential})}));
+        const BERCoder credential = elementOf(kCredential, {sequenceOf(*this, kCredentialElements)});
+        record.append(elementOf(kCommonPrivateKeyAttributes, {elementOf(kSequence, {credential})}));
     }
-    record.append(
-        elementOf(kTypeAttributes, {objectType == kRSA ? sequenceOf(*this, kRSAElements, {path.node()})
-                                                       : sequenceOf(*this, kOtherElements, {path.node()})}));
+    record.append(elementOf(kTypeAttributes,
+                            {objectType == kSequence ? sequenceOf(*this, kRSAElements, {path.node()})
+                                                     : sequenceOf(*this, kOtherElements, {path.node()})}));
     return record;
 }
 

@@ -18,7 +18,7 @@ void PKCS15Record::Import(const Blob& encoded)
         if (m_undecodable != nullptr)
             throw m_undecodable;
         if (!node.getTag().IsConstructed())
-            node = BERCoder(kPKCS15Sequence);
+            node = BERCoder(kSequence);
     }
     read(node);
     m_recordSize = end;
@@ -75,7 +75,7 @@ BERCoder elementOf(unsigned char tag, unsigned char inner, const Blob& value)
 
 void requireSequence(const BERCoder& node, const char* text)
 {
-    if (!hasTag(node, kPKCS15Sequence))
+    if (!hasTag(node, kSequence))
         throw text;
 }
 

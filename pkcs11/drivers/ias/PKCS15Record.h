@@ -3,6 +3,7 @@
 #pragma once
 
 #include "pkcs11/token/BERCoder.h"
+#include "pkcs11/token/BERTags.h"
 
 #include <vector>
 
@@ -53,8 +54,6 @@ struct PKCS15Element {
 /// What an element with another tag does: nothing, or end the walk.
 enum class PKCS15Others { Skip, End };
 
-constexpr unsigned char kPKCS15Sequence = 0x30;
-
 /// True when the element's tag begins with the byte.
 bool hasTag(const BERCoder& node, int firstByte);
 /// The place of the first component with such a tag, or -1.
@@ -97,7 +96,7 @@ template <class Record, int N>
 BERCoder sequenceOf(const Record& record, const PKCS15Element<Record> (&elements)[N],
                     std::initializer_list<BERCoder> first = {})
 {
-    BERCoder sequence = elementOf(kPKCS15Sequence, first);
+    BERCoder sequence = elementOf(kSequence, first);
     for (const PKCS15Element<Record>& element : elements) {
         if (!(record.*element.value).empty())
             sequence.append(elementOf(element.tag, element.inner, record.*element.value));

@@ -6,10 +6,15 @@ namespace {
 
 using Info = PKCS15TokenInfo;
 
-constexpr PKCS15Element<Info> kElements[] = {
-    {&Info::version, 0x02},  {&Info::serialNumber, 0x04}, {&Info::manufacturerID, 0x0C},
-    {&Info::label, 0x80},    {&Info::tokenflags, 0x03},   {&Info::preferredLanguage, 0x13},
-    {&Info::issuerId, 0x83}, {&Info::holderId, 0x84},     {&Info::lastUpdate, 0xA5, 0x18}};
+constexpr PKCS15Element<Info> kElements[] = {{&Info::version, kInteger},
+                                             {&Info::serialNumber, kOctetString},
+                                             {&Info::manufacturerID, kUTF8String},
+                                             {&Info::label, contextTag(0)},
+                                             {&Info::tokenflags, kBitString},
+                                             {&Info::preferredLanguage, kPrintableString},
+                                             {&Info::issuerId, contextTag(3)},
+                                             {&Info::holderId, contextTag(4)},
+                                             {&Info::lastUpdate, constructedTag(5), kGeneralizedTime}};
 
 } // namespace
 
