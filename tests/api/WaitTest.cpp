@@ -114,7 +114,9 @@ TEST_F(WaitTest, PollsReportEachChangeOnce)
     const auto insert = [](int reader) { fakepcsc::insertCard(reader, std::make_shared<vcard::PivCard>()); };
     for (const char* name : {"A reader", "B reader"})
         fakepcsc::addReader(name);
+    fakepcsc::clearCalls();
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK); // the PC/SC system of before goes
+    EXPECT_EQ(fakepcsc::callCount("SCardReleaseContext"), 1);
     shown += said(trace);
     const std::function<void()> changes[] = {
         [] {},

@@ -40,10 +40,17 @@ Bytes directoryEntry(unsigned char type, unsigned short attributes, unsigned sho
     return join({{type, 0x00}, twoBytes(attributes), twoBytes(value)});
 }
 
-/// A number in a key file: a header of three bytes, then the number with room for its sign.
+/// The content of an INTEGER.
+Bytes withSign(const Bytes& number)
+{
+    return number.at(0) >= 0x80 ? join({{0x00}, number}) : number;
+}
+
+/// A number in a key file: a header of three bytes, then the number.
 Bytes keyRecord(unsigned char tag, const Bytes& number)
 {
-    return join({{tag}, twoBytes(static_cast<unsigned>(number.size() + 1)), {0x00}, number});
+    const Bytes content = withSign(number);
+    return join({{tag}, twoBytes(static_cast<unsigned>(content.size())), content});
 }
 
 /// Elements of one tag and one length byte each, the length being what it says; none if they do not fit.
@@ -109,7 +116,7 @@ void CardOSCard::addFiles()
     else
         FileSystem::addEF(
             m_keyDF, 0x0001,
-            tlv(0x7F49, join({tlv(0x02, join({{0x00}, m_key.modulus()})), tlv(0x02, m_key.exponent())})));
+            tlv(0x7F49, join({tlv(0x02, withSign(m_key.modulus())), tlv(0x02, m_key.exponent())})));
 }
 
 File& CardOSCard::file(unsigned short id)
