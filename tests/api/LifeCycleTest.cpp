@@ -165,6 +165,11 @@ TEST_F(LifeCycleTest, SlotsFollowTheirReaders)
     EXPECT_EQ(flags(), Codes({CKR_DEVICE_ERROR, 0}));
     EXPECT_EQ(trace.failures(),
               "(could not connect to reader (wrong READERNAME set?)|PCSCSlot::IsTokenPresent)");
+    // A list of names of almost 4 KiB.
+    while (fakepcsc::addReader(std::string(60, 'n')) < 65)
+        continue;
+    EXPECT_EQ(C_Finalize(nullptr) | C_Initialize(nullptr), CKR_OK);
+    EXPECT_EQ(slots(CK_FALSE, 0, true), Codes({0, 66, 0, 0}));
 }
 
 TEST_F(LifeCycleTest, SessionsOfASlotShareItsTokenAndTheLastOneEndsTheLogin)

@@ -156,7 +156,7 @@ TEST_F(WaitTest, WaitsDoNotHoldUpEachOtherNorAnythingElse)
     fakepcsc::removeCard(m_reader);
     expectAll("1", std::move(waits));
 
-    waits = blockedWaits(3);
+    waits = blockedWaits(20);
     // PC/SC loses cancels while the thread is not blocked yet.
     fakepcsc::failCall("SCardCancel", SCARD_S_SUCCESS, 1, 9);
     EXPECT_EQ(C_Finalize(nullptr), CKR_OK);

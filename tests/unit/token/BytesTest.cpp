@@ -16,6 +16,9 @@ TEST(Bytes, AreOnlyTouchedWhereTheyAre)
     EXPECT_EQ(bytes.slice(1, 9), Blob(1, 7));
     EXPECT_EQ(bytes.append(bytes), Blob(4, 7));
     EXPECT_LT(Blob("ab\x7F"), Blob("ab\x80"));
+    Blob pin("123456");
+    pin.wipe();
+    EXPECT_EQ(pin.data(), nullptr); // the memory went back, and with it what it held
     ByteReader reader(bytes);
     EXPECT_EQ(reader.word(), 0x0707);
     EXPECT_EQ(codeOf([&] { reader.take(3); }), CKR_BUFFER_TOO_SMALL);
