@@ -77,6 +77,20 @@ TEST_F(IasTest, AReadCostsOneTryWhereAnotherProgramHasChangedThePin)
     EXPECT_EQ(text(secret, CKA_VALUE), "Only with the PIN.");
 }
 
+TEST_F(IasTest, APublicKeyWithoutAReferenceHasThatOfItsId)
+{
+    for (const std::string id : {"040101", ""}) {
+        SetUp();
+        const auto card = std::make_shared<IasCard>(vcard::IasOptions());
+        const std::string type = " A1(30(30(04023F00) 02020400))";
+        card->file(0x4403).content = bytes("30(30(0C('K')) 30(" + id + " 02020081)" + type + ")");
+        card->file(0x4404).content = bytes("30(30(0C('K')) 30(" + id + ")" + type + ")");
+        start(card);
+        EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS).length, id.empty() ? 0 : 256) << id;
+        TearDown();
+    }
+}
+
 TEST_F(IasTest, PinsAreChangedBlockedAndUnblocked)
 {
     startIas();
