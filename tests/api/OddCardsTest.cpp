@@ -166,7 +166,9 @@ protected:
             Bytes pin = vcard::fromText("123456");
             C_Logout(m_session);
             line << login(odd.family == "ias" ? "87654321" : "12345678", CKU_SO) << " ";
-            line << C_InitPIN(m_session, pin.data(), pin.size()) << " " << fakepcsc::sentAPDUs().size();
+            for (const CK_ULONG length : {0U, 6U})
+                line << C_InitPIN(m_session, pin.data(), length) << " " << fakepcsc::sentAPDUs().size()
+                     << " ";
         });
         return lines;
     }
