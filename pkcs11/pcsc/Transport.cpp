@@ -4,6 +4,7 @@
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/pcsc/SCardCall.h"
+#include "pkcs11/token/Framing.h"
 #include "pkcs11/token/Hex.h"
 
 #include <algorithm>
@@ -77,16 +78,6 @@ bool wantsReset(long result)
 {
     return result == SCARD_W_RESET_CARD || result == SCARD_W_REMOVED_CARD ||
            result == SCARD_W_UNRESPONSIVE_CARD;
-}
-
-/// header, Lc, data. Lc wraps at 256 bytes.
-Blob frame(const Blob& header, const Blob& data)
-{
-    Blob command;
-    command.reserve(header.size() + data.size() + 2);
-    command.append(header);
-    command.push_back(static_cast<unsigned char>(data.size() & 0xFF));
-    return std::move(command.append(data));
 }
 
 const char* chars(const Blob& bytes)
@@ -217,24 +208,24 @@ int PCSCSlot::SendCmdChained(const Blob& cmd, Blob& resp)
 
 int PCSCSlot::Send(const Blob& header, const Blob& data, unsigned char le, Blob& resp)
 {
-    Blob command = frame(header, data);
+    Blob command = GetShortAPDU(header, data);
     command.push_back(le);
     return SendCmd(command, resp);
 }
 
 int PCSCSlot::Send(const Blob& header, const Blob& data, Blob& resp)
 {
-    return SendCmd(frame(header, data), resp);
+    return SendCmd(GetShortAPDU(header, data), resp);
 }
 
 int PCSCSlot::Send(const Blob& header, const Blob& data)
 {
-    return SendCmd(frame(header, data));
+    return SendCmd(GetShortAPDU(header, data));
 }
 
 Blob PCSCSlot::SendCard(const Blob& header, const Blob& data)
 {
-    const Blob command = frame(header, data);
+    const Blob command = GetShortAPDU(header, data);
     WipedBuffer<kAnswerSize> answer;
     int length = 0;
     // Without the rule for a wrong Le: the command has none.

@@ -84,6 +84,14 @@ void MakeTagLen(const Blob& in, std::vector<TagLen>& out)
     }
 }
 
+Blob GetShortAPDU(const Blob& header, const Blob& data)
+{
+    Blob apdu;
+    apdu.reserve(header.size() + data.size() + 2);
+    apdu.append(header).push_back(static_cast<unsigned char>(data.size() & 0xFF));
+    return std::move(apdu.append(data));
+}
+
 Blob GetExtendedAPDU(const Blob& header, const Blob& data, unsigned short le)
 {
     if (data.size() > kMaxExtendedData)

@@ -1,4 +1,4 @@
-/// Framing of card data: TLV lists with padding, tag-length lists, extended-length APDUs, and a MAC.
+/// Framing of card data: TLV lists with padding, tag-length lists, APDUs, and a MAC.
 #pragma once
 
 #include "pkcs11/token/Blob.h"
@@ -30,6 +30,9 @@ Blob MakeTLVCoded(const Blob& in);
 /// least significant first. Never throws; a list that breaks off keeps its whole pairs.
 /// Belongs to the interface; nothing in the library calls it.
 void MakeTagLen(const Blob& in, std::vector<TagLen>& out);
+
+/// Short command (ISO 7816-4, case 3S): header, Lc, data. Lc wraps at 256 bytes.
+Blob GetShortAPDU(const Blob& header, const Blob& data);
 
 /// Extended-length command (ISO 7816-4, cases 2E and 4E): header, 00, Lc in two bytes and the data if there
 /// are any, Le in two bytes. Throws CKR_DATA_LEN_RANGE (0x21) for data of more than 65535 bytes.

@@ -70,8 +70,7 @@ Blob CardOSOperation::perform(const char* header, const Blob& field) const
     if (field.size() > kLongestShortField) {
         command = GetExtendedAPDU(command, field, 0);
     } else {
-        command.push_back(lengthByte(field.size()));
-        command.append(field);
+        command = GetShortAPDU(command, field);
         command.push_back(kLeMaximum);
     }
     Blob answer;

@@ -10,6 +10,7 @@
 #include "pkcs11/pcsc/CardIdentification.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/token/ASN1.h"
+#include "pkcs11/token/Framing.h"
 #include "pkcs11/token/Hex.h"
 
 #include <algorithm>
@@ -49,13 +50,6 @@ constexpr int kAuthResponse = 0x82;
 constexpr int kPiece = 249;
 constexpr int kMaxLc = 255;
 constexpr unsigned char kChained = 0x10;
-
-Blob framed(const Blob& header, const Blob& data)
-{
-    Blob command = header;
-    command.push_back(static_cast<unsigned char>(data.size()));
-    return command.append(data);
-}
 
 bool isAccepted(int sw)
 {
@@ -113,7 +107,7 @@ Blob PIVJavaToken::getID()
 void PIVJavaToken::selectApplication()
 {
     // Its answer is known: one command is enough where the card is content with it.
-    Blob command = framed(PKCS11_hex2blob(kSelectByName), PKCS11_hex2blob(PIV_AID));
+    Blob command = GetShortAPDU(PKCS11_hex2blob(kSelectByName), PKCS11_hex2blob(PIV_AID));
     Blob answer(kAnswerRoom, 0);
     int length = 0;
     const int sw = card().SendCmdIntern(reinterpret_cast<const char*>(command.data()), command.size(),
@@ -126,9 +120,9 @@ void PIVJavaToken::selectApplication()
 void PIVJavaToken::SelectApp(const Blob& aid)
 {
     Blob answer;
-    int sw = card().SendCmdChained(framed(PKCS11_hex2blob(kSelectByName), aid), answer);
+    int sw = card().SendCmdChained(GetShortAPDU(PKCS11_hex2blob(kSelectByName), aid), answer);
     if (sw == SW_INCORRECT_P1P2)
-        sw = card().SendCmdChained(framed(PKCS11_hex2blob(kSelectByNameNoAnswer), aid), answer);
+        sw = card().SendCmdChained(GetShortAPDU(PKCS11_hex2blob(kSelectByNameNoAnswer), aid), answer);
     if (sw != SW_SUCCESS && sw != SW_SUCCESS_9001)
         throw PKCS11Exception(CKR_DEVICE_ERROR, "error select app", "PIVJavaToken::SelectApp");
 }
@@ -226,7 +220,7 @@ Blob PIVJavaToken::GeneralAuth(unsigned short word, const Blob& data)
 
     Blob answer;
     if (field.size() <= kPiece) {
-        const int sw = card().SendCmdChained(framed(header, field), answer);
+        const int sw = card().SendCmdChained(GetShortAPDU(header, field), answer);
         // Not an error here: an empty answer ends as an empty result.
         if (!isAccepted(sw))
             Logger::LogFormat(Logger::kFailure, "GENERAL AUTHENTICATE failed: %04X",
@@ -245,7 +239,7 @@ Blob PIVJavaToken::GeneralAuth(unsigned short word, const Blob& data)
         sent += kPiece;
     } while (field.size() - sent > kMaxLc);
     header.at(0) = 0x00;
-    if (!isAccepted(card().SendCmdChained(framed(header, field.slice(sent)), answer)))
+    if (!isAccepted(card().SendCmdChained(GetShortAPDU(header, field.slice(sent)), answer)))
         throw PKCS11Exception(CKR_DEVICE_ERROR, "GENERAL AUTHENTICATE last command failed",
                               "PIVJavaToken::GeneralAuth");
     return answer;
