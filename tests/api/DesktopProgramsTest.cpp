@@ -156,8 +156,8 @@ TEST_F(DesktopPrograms, ACardThatAnotherProgramHasResetIsLeftToIt)
         EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_OK);
     }
     for (const int failures : {2, 100, 0}) {
-        fakepcsc::beforeCall("SCardBeginTransaction", 1, [this] { fakepcsc::resetCard(m_reader); });
-        fakepcsc::beforeCall("SCardBeginTransaction", 2, [this] { fakepcsc::resetCard(m_reader); });
+        for (const int nth : {1, 2, 3})
+            fakepcsc::beforeCall("SCardBeginTransaction", nth, [this] { fakepcsc::resetCard(m_reader); });
         fakepcsc::failCall("SCardReconnect", SCARD_E_PROTO_MISMATCH, 1, failures);
         EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, failures == 100 ? CKR_GENERAL_ERROR : CKR_OK);
         fakepcsc::forgetPlans();
