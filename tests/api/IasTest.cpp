@@ -1,5 +1,4 @@
 #include "tests/support/CryptokiFixture.h"
-#include "tests/support/TraceFile.h"
 #include "tools/vcard/IasCard.h"
 
 #include <winscard.h>
@@ -8,45 +7,15 @@ using vcard::IasCard;
 
 namespace {
 
-class IasTest : public CryptokiFixture {
-protected:
-    void startIas(const vcard::IasOptions& options = {})
-    {
-        m_card = std::make_shared<IasCard>(options);
-        start(m_card);
-    }
-    std::shared_ptr<IasCard> m_card;
+struct IasTest : CryptokiFixture {
+    const std::shared_ptr<IasCard> m_card = std::make_shared<IasCard>(vcard::IasOptions());
 };
 
 } // namespace
 
-TEST_F(IasTest, AResetThatNobodyToldOfIsMadeUpFor)
-{
-    vcard::IasOptions options;
-    options.rsaBits = 2048;
-    startIas(options);
-    EXPECT_EQ(findAll().size(), 5U); // private keys and the secret are hidden
-    ASSERT_EQ(login("123456"), CKR_OK);
-    EXPECT_EQ(setPin("123456", "7777"), CKR_OK);
-    m_card->reset(); // reading shows the PIN again
-    EXPECT_EQ(text(find(CKO_DATA, 1), CKA_VALUE), "Only with the PIN.");
-    const auto publicKey = publicKeyOf(m_card->certificate(0));
-    const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
-    const Bytes plain = vcard::fromText("a secret");
-    m_card->reset(); // the next use selects the application and shows the PIN again
-    EXPECT_TRUE(isSignature(publicKey, m_digestInfo, sign(key, CKM_RSA_PKCS, m_digestInfo).bytes));
-    EXPECT_EQ(decrypt(key, CKM_RSA_PKCS, encryptFor(publicKey, plain)).bytes, plain);
-    answer("6884", 5); // to the first piece of a chain
-    TraceFile trace;
-    EXPECT_EQ(decrypt(key, CKM_RSA_PKCS, Bytes(256)).rv, CKR_DEVICE_ERROR);
-    EXPECT_EQ(fakepcsc::sentAPDUs().back().substr(0, 10) + trace.failures(),
-              "102A8086FF(|PKCS15MechanismDecrypt::decrypt)");
-    EXPECT_EQ(decrypt(find(CKO_PRIVATE_KEY, 1), CKM_RSA_PKCS, plain).rv, CKR_KEY_FUNCTION_NOT_PERMITTED);
-}
-
 TEST_F(IasTest, AReadCostsOneTryWhereAnotherProgramHasChangedThePin)
 {
-    startIas();
+    start(m_card);
     ASSERT_EQ(login("123456"), CKR_OK);
     const CK_OBJECT_HANDLE secret = find(CKO_DATA, 1), key = find(CKO_PRIVATE_KEY);
     const std::string select = "00A404040C E828BD080FD2500000040301", from = "313233343536FFFF",
@@ -81,11 +50,10 @@ TEST_F(IasTest, APublicKeyWithoutAReferenceHasThatOfItsId)
 {
     for (const std::string id : {"040101", ""}) {
         SetUp();
-        const auto card = std::make_shared<IasCard>(vcard::IasOptions());
         const std::string type = " A1(30(30(04023F00) 02020400))";
-        card->file(0x4403).content = bytes("30(30(0C('K')) 30(" + id + " 02020081)" + type + ")");
-        card->file(0x4404).content = bytes("30(30(0C('K')) 30(" + id + ")" + type + ")");
-        start(card);
+        m_card->file(0x4403).content = bytes("30(30(0C('K')) 30(" + id + " 02020081)" + type + ")");
+        m_card->file(0x4404).content = bytes("30(30(0C('K')) 30(" + id + ")" + type + ")");
+        start(m_card);
         EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS).length, id.empty() ? 0 : 256) << id;
         TearDown();
     }
@@ -93,7 +61,7 @@ TEST_F(IasTest, APublicKeyWithoutAReferenceHasThatOfItsId)
 
 TEST_F(IasTest, PinsAreChangedBlockedAndUnblocked)
 {
-    startIas();
+    start(m_card);
     EXPECT_EQ(setPin("123456", "7777"), CKR_OK);
     ASSERT_EQ(login("87654321", CKU_SO), CKR_OK);
     for (const auto& [fresh, rv] :
