@@ -52,12 +52,12 @@ struct World {
                 object<Storage>(key).setAttribute(&attribute, 1);
             }
     }
-    /// In place of the private key, the public one, the one to wrap and the data.
-    void useHandles(CK_OBJECT_HANDLE first, CK_OBJECT_HANDLE second, CK_OBJECT_HANDLE third,
-                    CK_OBJECT_HANDLE fourth)
-    {
-        mine = first, theirs = second, wrapped = third, data = fourth;
-    }
+    void useHandle(CK_OBJECT_HANDLE handle) { mine = theirs = wrapped = data = handle; }
+    void readOnly() { openAs(CKF_SERIAL_SESSION); }
+    void needLogin() { session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED; }
+    void omitClass() { entries = both + 1, count = 1; }
+    void give(B bytes, CK_ULONG size) { input = bytes, n = size; }
+    void failStep(CK_RV code) { begin(), script.fail = code, script.failsInside = true; }
     void loginSO() { session.logout(), session.login(CKU_SO, in, 2); }
     void begin() { session.signInit(&mechanism, kPrivate); }
     void pull()
@@ -170,24 +170,20 @@ const struct {
     {"the administrator is logged in, but the user should be",
      [](W& w) { w.loginSO(), script.tokenFlags = CKF_LOGIN_REQUIRED; }},
     {"opened with flags that count for nothing", [](W& w) { w.openAs(~0UL); }},
-    {"to read only", [](W& w) { w.openAs(CKF_SERIAL_SESSION); }},
-    {"to read only, nothing onto the token", [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.onToken = 0; }},
-    {"to read only, onto the token by another byte",
-     [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.onToken = 0xFF; }},
-    {"to read only, onto the token in no byte",
-     [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.both[1].ulValueLen = 0; }},
-    {"to read only, a template without class",
-     [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.entries = w.both + 1, w.count = 1; }},
-    {"to read only, nobody is logged in", [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.session.logout(); }},
-    {"to read only, the administrator is logged in", [](W& w) { w.loginSO(), w.openAs(CKF_SERIAL_SESSION); }},
+    {"to read only", [](W& w) { w.readOnly(); }},
+    {"to read only, nothing onto the token", [](W& w) { w.readOnly(), w.onToken = 0; }},
+    {"to read only, onto the token by another byte", [](W& w) { w.readOnly(), w.onToken = 0xFF; }},
+    {"to read only, onto the token in no byte", [](W& w) { w.readOnly(), w.both[1].ulValueLen = 0; }},
+    {"to read only, a template without class", [](W& w) { w.readOnly(), w.omitClass(); }},
+    {"to read only, nobody is logged in", [](W& w) { w.readOnly(), w.session.logout(); }},
+    {"to read only, the administrator is logged in", [](W& w) { w.loginSO(), w.readOnly(); }},
     {"not opened", [](W& w) { w.s = &w.unopened; }},
     {"without a card", [](W& w) { w.pull(); }},
     {"without a card, nor anything else", [](W& w) { w.pull(), w.giveNothing(); }},
     {"nothing is offered", [](W&) { script.yields = Script::nothing; }},
     {"nothing but the operation is offered", [](W&) { script.yields = Script::noSteps; }},
     {"nothing is produced", [](W&) { script.produced = 0; }},
-    {"nothing is produced, a template without class",
-     [](W& w) { script.produced = 0, w.entries = w.both + 1, w.count = 1; }},
+    {"nothing is produced, a template without class", [](W& w) { script.produced = 0, w.omitClass(); }},
     {"the card fails", [](W&) { script.fail = CKR_DEVICE_ERROR; }},
     {"the card fails in the step", [](W&) { script.fail = CKR_DEVICE_ERROR, script.failsInside = true; }},
     {"no use of a key is permitted", [](W& w) { w.permit(CK_FALSE); }},
@@ -196,22 +192,20 @@ const struct {
     {"with a mechanism that RSA keys do not know", [](W& w) { w.mechanism.mechanism = CKM_SHA256_RSA_PKCS; }},
     {"with a mechanism that is not listed", [](W& w) { w.mechanism.mechanism = CKM_MD5; }},
     {"without a mechanism", [](W& w) { w.with = nullptr; }},
-    {"with secret keys", [](W& w) { w.useHandles(kSecret, kSecret, kSecret, kSecret); }},
-    {"with secret keys, not permitted",
-     [](W& w) { w.permit(CK_FALSE), w.useHandles(kSecret, kSecret, kSecret, kSecret); }},
-    {"with the other keys", [](W& w) { w.useHandles(kPublic, kPrivate, kPublic, kPrivate); }},
-    {"with data", [](W& w) { w.useHandles(kData, kData, kData, kData); }},
-    {"with data, of no list", [](W& w) { w.useHandles(kBare, kBare, kBare, kBare); }},
-    {"with unknown handles", [](W& w) { w.useHandles(kNone, kNone, kNone, kNone); }},
-    {"with unknown handles, nothing to unwrap",
-     [](W& w) { w.useHandles(kNone, kNone, kNone, kNone), w.n = 0; }},
-    {"with unknown handles, data to wrap", [](W& w) { w.useHandles(kNone, kNone, kData, kNone); }},
+    {"with secret keys", [](W& w) { w.useHandle(kSecret); }},
+    {"with secret keys, not permitted", [](W& w) { w.permit(CK_FALSE), w.useHandle(kSecret); }},
+    {"with the other keys", [](W& w) { w.useHandle(kPublic), w.theirs = w.data = kPrivate; }},
+    {"with data", [](W& w) { w.useHandle(kData); }},
+    {"with data, of no list", [](W& w) { w.useHandle(kBare); }},
+    {"with unknown handles", [](W& w) { w.useHandle(kNone); }},
+    {"with unknown handles, nothing to unwrap", [](W& w) { w.useHandle(kNone), w.n = 0; }},
+    {"with unknown handles, data to wrap", [](W& w) { w.useHandle(kNone), w.wrapped = kData; }},
     {"to wrap what is unknown", [](W& w) { w.wrapped = kNone; }},
     {"to wrap what has no value", [](W& w) { w.secret().setValue(Blob()); }},
     {"to wrap what tells no length", [](W& w) { w.secret().setValueLen(0); }},
     {"a template for data", [](W& w) { w.objectClass = CKO_DATA; }},
     {"a template for a certificate", [](W& w) { w.objectClass = CKO_CERTIFICATE; }},
-    {"a template without class", [](W& w) { w.entries = w.both + 1, w.count = 1; }},
+    {"a template without class", [](W& w) { w.omitClass(); }},
     {"a template without class, nor anything else", [](W& w) { w.entries = nullptr, w.count = 0; }},
     {"a template without a value", [](W& w) { w.entries = &w.dangling, w.count = 1; }},
     {"the second template without a value", [](W& w) { w.entries2 = &w.dangling; }},
@@ -223,67 +217,44 @@ const struct {
     {"no length", [](W& w) { w.length = nullptr; }},
     {"no output, nor its length", [](W& w) { w.output = nullptr, w.length = nullptr; }},
     {"nobody is logged in", [](W& w) { w.session.logout(); }},
-    {"nobody is logged in, but should be",
-     [](W& w) { w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED; }},
+    {"nobody is logged in, but should be", [](W& w) { w.needLogin(); }},
     {"nobody is logged in, but should be, a template without a value",
-     [](W& w) {
-         w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED;
-         w.entries = &w.dangling, w.count = 1;
-     }},
-    {"nobody is logged in, but should be, to read only",
-     [](W& w) { w.openAs(CKF_SERIAL_SESSION), w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED; }},
+     [](W& w) { w.needLogin(), w.entries = &w.dangling, w.count = 1; }},
+    {"nobody is logged in, but should be, to read only", [](W& w) { w.readOnly(), w.needLogin(); }},
     {"nobody is logged in, but should be, another session logs the user in",
-     [](W& w) {
-         w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED;
-         w.token().Login(Blob("pin"));
-     }},
+     [](W& w) { w.needLogin(), w.token().Login(Blob("pin")); }},
     {"nobody is logged in, but should be, another session logged the user out",
      [](W& w) { script.tokenFlags = CKF_LOGIN_REQUIRED, w.token().Logout(); }},
     {"nobody is logged in, but should be, with unknown handles",
-     [](W& w) {
-         w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED;
-         w.useHandles(kNone, kNone, kNone, kNone);
-     }},
+     [](W& w) { w.needLogin(), w.useHandle(kNone); }},
     {"nobody is logged in, but should be, with data of no list",
-     [](W& w) {
-         w.session.logout(), script.tokenFlags = CKF_LOGIN_REQUIRED;
-         w.useHandles(kBare, kBare, kBare, kBare);
-     }},
+     [](W& w) { w.needLogin(), w.useHandle(kBare); }},
     {"nobody is logged in, the administrator was", [](W& w) { w.loginSO(), w.session.logout(); }},
     {"nobody is logged in, another session logged the administrator out",
      [](W& w) { w.loginSO(), w.token().Logout(); }},
     {"nobody is logged in, the administrator was on another card",
      [](W& w) { w.loginSO(), w.session.closeSession(), w.slot.getToken()->Logout(); }},
-    {"nobody is logged in, a long input",
-     [](W& w) { w.session.logout(), w.input = kLong.data(), w.n = 65536; }},
-    {"nobody is logged in, a longer input",
-     [](W& w) { w.session.logout(), w.input = kLong.data(), w.n = 65537; }},
+    {"nobody is logged in, a long input", [](W& w) { w.session.logout(), w.give(kLong.data(), 65536); }},
+    {"nobody is logged in, a longer input", [](W& w) { w.session.logout(), w.give(kLong.data(), 65537); }},
     {"nobody is logged in, no input of a longer length",
-     [](W& w) { w.session.logout(), w.input = nullptr, w.n = 65537; }},
-    {"nobody is logged in, no input of no length",
-     [](W& w) { w.session.logout(), w.input = nullptr, w.n = 0; }},
+     [](W& w) { w.session.logout(), w.give(nullptr, 65537); }},
+    {"nobody is logged in, no input of no length", [](W& w) { w.session.logout(), w.give(nullptr, 0); }},
     {"nobody is logged in, input of no length", [](W& w) { w.session.logout(), w.n = 0; }},
     {"nobody is logged in, input of no length, nowhere to put anything",
      [](W& w) { w.session.logout(), w.n = 0, w.giveNothing(); }},
     {"active", [](W& w) { w.begin(); }},
     {"active, with a mechanism that is not listed", [](W& w) { w.begin(), w.mechanism.mechanism = CKM_MD5; }},
     {"active, with the public key while the user should be logged in",
-     [](W& w) {
-         w.session.logout(), w.session.verifyInit(&w.mechanism, kPublic), w.data = kPublic;
-         script.tokenFlags = CKF_LOGIN_REQUIRED;
-     }},
+     [](W& w) { w.needLogin(), w.session.verifyInit(&w.mechanism, kPublic), w.data = kPublic; }},
     {"active, nowhere to put anything", [](W& w) { w.begin(), w.giveNothing(); }},
     {"active, without a card", [](W& w) { w.begin(), w.pull(); }},
     {"active, no output", [](W& w) { w.begin(), w.output = nullptr, w.m = 0; }},
     {"active, no output, but a length", [](W& w) { w.begin(), w.output = nullptr; }},
     {"active, no length", [](W& w) { w.begin(), w.length = nullptr; }},
     {"active, no input", [](W& w) { w.begin(), w.input = nullptr; }},
-    {"active, the step fails",
-     [](W& w) { w.begin(), script.fail = CKR_DEVICE_ERROR, script.failsInside = true; }},
-    {"active, the step is a wrong one",
-     [](W& w) { w.begin(), script.fail = CKR_MECHANISM_INVALID, script.failsInside = true; }},
-    {"active, the step finds no memory",
-     [](W& w) { w.begin(), script.fail = CKR_HOST_MEMORY, script.failsInside = true; }},
+    {"active, the step fails", [](W& w) { w.failStep(CKR_DEVICE_ERROR); }},
+    {"active, the step is a wrong one", [](W& w) { w.failStep(CKR_MECHANISM_INVALID); }},
+    {"active, the step finds no memory", [](W& w) { w.failStep(CKR_HOST_MEMORY); }},
     {"active, without steps", [](W& w) { script.yields = Script::noSteps, w.begin(); }},
     {"active, without steps, a signature in parts", [](W& w) { script.yields = Script::parts, w.begin(); }},
     {"active, without steps, a verification in parts",
