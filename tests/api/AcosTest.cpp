@@ -1,19 +1,14 @@
 #include "pkcs11/drivers/edu/AcosEDUObjects.h"
 #include "pkcs11/drivers/edu/AcosEDUToken.h"
-#include "pkcs11/frontend/SystemWrapper.h"
-#include "pkcs11/pcsc/PCSCSlot.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Failure.h"
+#include "tests/support/Families.h"
 #include "tools/vcard/AcosCard.h"
 
 using PKCS11::AcosEDUToken;
 using PKCS11::Blob;
 
-namespace {
-
 using AcosTest = CryptokiFixture;
-
-} // namespace
 
 TEST_F(AcosTest, TrustFilesArePaddedAndPinsHaveEightBytes)
 {
@@ -33,7 +28,7 @@ TEST_F(AcosTest, EducationCardsMayLackAFile)
 {
     m_reader = fakepcsc::addReader("Reader 0");
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
-    dynamic_cast<PKCS11::PCSCSlot&>(*wrapper.slots()->getSlot(1)).setEduVariant(1);
+    setEduVariant(1);
     fakepcsc::insertCard(m_reader, std::make_shared<vcard::AcosEduCard>("1234"));
     answer("C1C2 6A82", 5);                        // the public key is refused
     answer("300B04014C0402415004023100 9000", 17); // the certificate: a record of label and ID

@@ -6,19 +6,13 @@ namespace {
 /// Cards before V5.0 (false) and of V5.0 (true), through the C_ functions.
 class CardOSTest : public CryptokiFixture, public ::testing::WithParamInterface<bool> {
 protected:
-    void SetUp() override
-    {
-        CryptokiFixture::SetUp();
-        vcard::CardOSOptions options;
-        options.isV50 = GetParam();
-        m_card = std::make_shared<vcard::CardOSCard>(options);
-    }
     void begin()
     {
         start(m_card);
         ASSERT_EQ(login("123456"), CKR_OK);
     }
-    std::shared_ptr<vcard::CardOSCard> m_card;
+    std::shared_ptr<vcard::CardOSCard> m_card =
+        std::make_shared<vcard::CardOSCard>(vcard::CardOSOptions{GetParam()});
     const Bytes m_data = vcard::fromText("a message of some bytes");
 };
 
@@ -144,10 +138,7 @@ TEST_P(CardOSTest, FailuresOfTheCardAreNotTakenForMore)
 // Length bytes wrap modulo 256.
 TEST_P(CardOSTest, LongKeys)
 {
-    vcard::CardOSOptions options;
-    options.isV50 = GetParam();
-    options.rsaBits = 2048;
-    m_card = std::make_shared<vcard::CardOSCard>(options);
+    m_card = std::make_shared<vcard::CardOSCard>(vcard::CardOSOptions{GetParam(), 2048});
     begin();
     const auto publicKey = publicKeyOf(m_card->certificate());
     EXPECT_EQ(decrypt(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, encryptFor(publicKey, m_data)).bytes, m_data);

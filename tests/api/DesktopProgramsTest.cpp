@@ -15,11 +15,6 @@ namespace {
 
 class DesktopPrograms : public CryptokiFixture {
 protected:
-    void startPiv()
-    {
-        m_card = std::make_shared<vcard::PivCard>();
-        start(m_card);
-    }
     /// Another program that has selected an application of its own, and is done with it.
     void useCardElsewhere()
     {
@@ -35,13 +30,13 @@ protected:
         SCardDisconnect(handle, SCARD_LEAVE_CARD);
         SCardReleaseContext(context);
     }
-    std::shared_ptr<vcard::PivCard> m_card;
+    const std::shared_ptr<vcard::PivCard> m_card = std::make_shared<vcard::PivCard>();
     const Bytes m_data = vcard::fromText("a DigestInfo");
 };
 
 TEST_F(DesktopPrograms, ThreadsSearchSignLogInAndWaitBesideEachOther)
 {
-    startPiv();
+    start(m_card);
     CK_SLOT_ID slot = 0;
     std::thread first([&] { C_WaitForSlotEvent(0, &slot, nullptr); });
     fakepcsc::awaitBlockedWaits(1);
@@ -106,7 +101,7 @@ TEST_F(DesktopPrograms, ThreadsSearchSignLogInAndWaitBesideEachOther)
 
 TEST_F(DesktopPrograms, EachCallHasTheCardToItselfAndTrustsNoSelection)
 {
-    startPiv();
+    start(m_card);
     for (const char* pin : {"123456", "000000"}) {
         useCardElsewhere();
         EXPECT_EQ(login(pin), pin[0] == '1' ? CKR_OK : CKR_USER_ALREADY_LOGGED_IN);
@@ -137,7 +132,7 @@ TEST_F(DesktopPrograms, EachCallHasTheCardToItselfAndTrustsNoSelection)
 
 TEST_F(DesktopPrograms, ACardThatAnotherProgramHasResetIsLeftToIt)
 {
-    startPiv();
+    start(m_card);
     ASSERT_EQ(login("123456"), CKR_OK);
     SCARDCONTEXT context = 0;
     SCARDHANDLE handle = 0;
@@ -182,7 +177,7 @@ TEST_F(DesktopPrograms, ACardThatAnotherProgramHasResetIsLeftToIt)
 
 TEST_F(DesktopPrograms, ALoginEndsWhenTheCardRefusesItsPin)
 {
-    startPiv();
+    start(m_card);
     ASSERT_EQ(login("123456"), CKR_OK);
     const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
     answer("6F00", 2); // says nothing about the PIN
@@ -202,7 +197,7 @@ TEST_F(DesktopPrograms, ALoginEndsWhenTheCardRefusesItsPin)
 
 TEST_F(DesktopPrograms, ACallInsideACallLeavesItTheCard)
 {
-    startPiv();
+    start(m_card);
     const int other = fakepcsc::addReader("Reader 1");
     ASSERT_EQ(login("123456"), CKR_OK);
     CK_ULONG slots = 0;
@@ -227,7 +222,7 @@ TEST_F(DesktopPrograms, ACallInsideACallLeavesItTheCard)
 
 TEST_F(DesktopPrograms, ACallThatDoesNotGetTheCardSaysWhy)
 {
-    startPiv();
+    start(m_card);
     ASSERT_EQ(login("123456"), CKR_OK);
     const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
     fakepcsc::failCall("SCardBeginTransaction", SCARD_F_COMM_ERROR);
@@ -245,7 +240,7 @@ TEST_F(DesktopPrograms, ExitLeavesTheCallsOfOtherThreadsWhatTheyUse)
 {
     const auto exitBesideCalls = [this] {
         alarm(30);
-        startPiv();
+        start(m_card);
         // None of this is destroyed.
         static auto &inside = *new std::promise<void>, &ended = *new std::promise<void>;
         fakepcsc::beforeCall("SCardTransmit", 1, [] { inside.set_value(), ended.get_future().wait(); });
@@ -268,7 +263,7 @@ TEST_F(DesktopPrograms, ExitLeavesTheCallsOfOtherThreadsWhatTheyUse)
     };
     EXPECT_EXIT(exitBesideCalls(), ::testing::ExitedWithCode(0), "");
     const auto exitInsideACall = [this] { // as a signal handler may; PC/SC would not let it in
-        startPiv();
+        start(m_card);
         fakepcsc::beforeCall("SCardTransmit", 1, [] { std::exit(1); });
         lastWord.exitCode = [] { return fakepcsc::callCount("SCardDisconnect"); };
         login("123456");

@@ -1,5 +1,4 @@
 // One life of an application on a card of each family, disturbed at each of its PC/SC calls.
-#include "pkcs11/Edition.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Families.h"
 
@@ -14,10 +13,7 @@ using vcard::Bytes;
 /// A card with the PIN that its holder knows. Counts the tries that were lost.
 class HeldCard final : public vcard::Card {
 public:
-    HeldCard(std::unique_ptr<vcard::Card> card, const char* pin)
-        : m_pin(pin), m_firstPin(pin), m_card(std::move(card))
-    {
-    }
+    HeldCard(const Family& family, const char* pin) : m_pin(pin), m_firstPin(pin), m_card(family.make(pin)) {}
     Bytes atr() const override { return m_card->atr(); }
     void reset() override { m_card->reset(); }
     Bytes transmit(const Bytes& command) override
@@ -61,10 +57,6 @@ protected:
         bool encrypts, verifies;
     };
 
-    static Held make(const Family& family, const char* pin)
-    {
-        return std::make_shared<HeldCard>(family.make(pin), pin);
-    }
     void SetUp() override
     {
         CryptokiFixture::SetUp();
@@ -226,7 +218,7 @@ protected:
         };
         for (const auto& [step, value] : life.values) {
             // To the desktop edition a reader that is out of order is empty.
-            const bool maySeemEmpty = m_present == nullptr || kDesktop;
+            const bool maySeemEmpty = m_present == nullptr || isDesktop();
             bool right = step == "slots" && maySeemEmpty && value.empty();
             for (const Held& card : {then, now}) {
                 right = right || isIn(m_peace[card], step, value);
@@ -246,16 +238,12 @@ protected:
     {
         insert(card);
         fakepcsc::clearCalls();
-        Life life = live();
-        m_calls = static_cast<int>(fakepcsc::calls().size());
-        return life;
+        return live();
     }
 
-    const bool kDesktop = PKCS11::Edition::current().addedTokenFlags() != 0;
     Held m_present;
     Life m_life;
     int m_refusedPins = 0;
-    int m_calls = 0;
     int m_leaks = 0; ///< handles whose disconnection failed
     CK_ULONG m_objects = 0;
     std::vector<KnownKey> m_keys;
@@ -267,12 +255,14 @@ protected:
 
 TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
 {
-    const Held own = make(GetParam(), "123456");
-    const Held another = make(GetParam(), "654321");
-    const Held stranger = make(kFamilies[GetParam().name == std::string("piv") ? 3 : 0], "654321");
+    const auto own = std::make_shared<HeldCard>(GetParam(), "123456");
+    const auto another = std::make_shared<HeldCard>(GetParam(), "654321");
+    const auto stranger =
+        std::make_shared<HeldCard>(kFamilies[GetParam().name == std::string("piv") ? 3 : 0], "654321");
     insert(own);
     ASSERT_NO_FATAL_FAILURE(learn());
     m_peace = {{stranger, inPeace(stranger)}, {another, inPeace(another)}, {own, inPeace(own)}};
+    const int calls = static_cast<int>(fakepcsc::calls().size());
     EXPECT_TRUE(m_peace[own].failures.empty());
     for (const KnownKey& key : m_keys)
         EXPECT_TRUE(!key.isPrivate ||
@@ -301,9 +291,8 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
         {"another family", 3, [&](int nth) { before(nth, [&] { insert(stranger); }); }},
         {"put in again", 3, [&](int nth) { before(nth, [&] { insert(own); }); }},
     };
-    const int calls = m_calls;
     // The desktop edition is looked at here and there: its drivers are the product's.
-    const int pace = kDesktop ? 3 : 1;
+    const int pace = isDesktop() ? 3 : 1;
     for (const auto& disturbance : disturbances) {
         for (int nth = 1; nth <= calls && !HasFailure(); nth += pace * disturbance.stride) {
             insert(own);
@@ -324,7 +313,7 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
             }
             expectRight(life, own, m_present == nullptr ? own : m_present);
             for (const auto& [step, code] : life.failures) // a command with a new PIN is sent once
-                EXPECT_TRUE(disturbance.name != "reset" || (call != "SCardTransmit" && !kDesktop) ||
+                EXPECT_TRUE(disturbance.name != "reset" || (call != "SCardTransmit" && !isDesktop()) ||
                             step == "new PIN" || step == "old PIN")
                     << step;
             int lost = 0;

@@ -15,10 +15,7 @@ struct Family {
     /// With RSA keys of 1024 bits.
     std::unique_ptr<vcard::Card> make(const char* pin = "123456") const
     {
-        vcard::CardOptions options;
-        options.pin = pin;
-        options.rsaBits = 1024;
-        return vcard::findFamily(name)->make(options);
+        return vcard::findFamily(name)->make({pin, 1024, ""});
     }
 };
 constexpr Family kFamilies[] = {{"piv", "12345678", 0x9A},    {"cardos", "12345678", 0},

@@ -3,12 +3,10 @@
 #pragma once
 
 #include "tests/support/ByteText.h"
-#include "tools/vcard/Card.h"
+#include "tools/vcard/IsoCard.h"
 
 #include <algorithm>
-#include <functional>
 #include <gtest/gtest.h>
-#include <numeric>
 #include <sstream>
 #include <string>
 
@@ -16,20 +14,11 @@ namespace scripted {
 
 using vcard::Bytes;
 
-/// An ATR for T=1 with these historical bytes (ISO/IEC 7816-3).
-inline Bytes atrWith(const std::string& historical)
-{
-    const Bytes tail = bytes(historical);
-    const Bytes body = vcard::join({{static_cast<unsigned char>(0x80 | tail.size()), 0x01}, tail});
-    const auto check = std::accumulate(body.begin(), body.end(), 0, std::bit_xor<>());
-    return vcard::join({{0x3B}, body, {static_cast<unsigned char>(check)}});
-}
-
 /// Commands with their answers behind a colon, 9000 where there is none.
 class Card final : public vcard::Card {
 public:
     explicit Card(const std::string& script, const std::string& historical = "")
-        : m_script(script), m_atr(atrWith(historical))
+        : m_script(script), m_atr(vcard::makeAtr(bytes(historical)))
     {
     }
     ~Card() override
