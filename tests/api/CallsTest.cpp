@@ -103,7 +103,8 @@ protected:
         note("random", {C_SeedRandom(m_session, in, 8), C_GenerateRandom(m_session, out, 8)});
         note("recover",
              {C_SignRecoverInit(m_session, &rsa, mine), C_SignRecover(m_session, in, 8, out, &length),
-              C_VerifyRecoverInit(m_session, &rsa, theirs), C_VerifyRecover(m_session, in, 8, out, &length)});
+              C_VerifyRecoverInit(m_session, &rsa, theirs),
+              C_VerifyRecover(m_session, in, 8, nullptr, &length)});
         note("two at once", {C_DigestEncryptUpdate(m_session, in, 8, out, &length),
                              C_DecryptDigestUpdate(m_session, in, 8, out, &length),
                              C_SignEncryptUpdate(m_session, in, 8, out, &length),

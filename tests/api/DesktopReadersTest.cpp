@@ -151,6 +151,10 @@ TEST_F(DesktopReaders, ABlockedWaitSeesReadersComeAndGo)
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
     fakepcsc::detachReader(0, true); // before anybody looked
     EXPECT_EQ(reportedWhen([] { fakepcsc::removeCard(2); }), 3U);
+    fakepcsc::detachReader(3, true);
+    while (wait(CKF_DONT_BLOCK) != 0)
+        continue;
+    EXPECT_EQ(reportedWhen(fakepcsc::stopService), 2U);
 }
 
 TEST_F(DesktopReaders, AForkedChildStartsAnewBesideItsParent)

@@ -303,6 +303,15 @@ TEST_F(DesktopSigning, TokensThatTakePSSKnowItsHashes)
                                size, CKR_OK, CKR_OK, size - 1, CKR_BUFFER_TOO_SMALL, CKR_OK}));
         final(parts.data());
     }
+    // A digest does not work with the key of the operation before.
+    begin(pivWith({{0x9A, 1024}}));
+    const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
+    CK_MECHANISM sha1{CKM_SHA_1, nullptr, 0};
+    CK_BYTE out[20];
+    CK_ULONG length = sizeof out;
+    EXPECT_EQ((std::vector{sign(key, CKM_RSA_PKCS, Bytes(20)).rv, C_DigestInit(m_session, &sha1),
+                           C_DestroyObject(m_session, key), C_Digest(m_session, out, 1, out, &length)}),
+              std::vector(4, CKR_OK));
 }
 
 TEST_F(DesktopSigning, NumbersOfACurveAreTakenFromTheAnswer)
@@ -322,6 +331,7 @@ TEST_F(DesktopSigning, NumbersOfACurveAreTakenFromTheAnswer)
         {"7C(82(30(020101))) 9000", ""},
         {"7C(82(30(0221 11*33 020101))) 9000", ""},
         {"7C(82(30(020101 040101))) 9000", ""},
+        {"7C(82(30(020101 020101 020101))) 9000", ""},
         {"7C(82(31(020101 020101))) 9000", ""},
         {"7C(82(3006 020101)) 9000", ""},
     };

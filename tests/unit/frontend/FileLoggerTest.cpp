@@ -44,6 +44,7 @@ TEST(FileLoggerTest, FileHasBannersAndStampedLinesUpToTheThreshold)
     FileLogger(kPath.c_str(), 0).doLog(0, "truncated");
     FileLogger(kPath.c_str(), 1 | 2 | 4 | 8).doLog(0, "appended");
     EXPECT_EQ(content(), "truncated\n" + stamp + ",ddd UTC|appended\n");
+    EXPECT_NO_THROW(FileLogger("/dev/null", 98)); // which cannot be cut
     EXPECT_THROW(FileLogger("/nowhere/log.txt", 98), PKCS11Exception);
 }
 
