@@ -85,22 +85,22 @@ TEST_F(LifeCycleTest, EveryFunctionAnswersWithoutAndWithInitialisation)
 
 TEST_F(LifeCycleTest, InitialisationsAreCounted)
 {
-    constexpr CK_RV kEnded = CKR_CRYPTOKI_NOT_INITIALIZED;
+    const CK_RV ended = CKR_CRYPTOKI_NOT_INITIALIZED;
     CK_ULONG count = 9;
     const auto begin = [] { return C_Initialize(nullptr); };
     const auto end = [] { return C_Finalize(nullptr); };
     const auto list = [&] { return C_GetSlotList(CK_FALSE, nullptr, &count); };
     // An end too many lowers the count below zero.
     EXPECT_EQ(Codes({end(), begin(), begin(), C_Finalize(&count), list()}),
-              Codes({kEnded, 0, CKR_CRYPTOKI_ALREADY_INITIALIZED, 0, kEnded}));
+              Codes({ended, 0, CKR_CRYPTOKI_ALREADY_INITIALIZED, 0, ended}));
     EXPECT_EQ(Codes({begin(), begin(), end(), list(), end(), list()}), // two starts need two ends
-              Codes({0, CKR_CRYPTOKI_ALREADY_INITIALIZED, 0, 0, 0, kEnded}));
+              Codes({0, CKR_CRYPTOKI_ALREADY_INITIALIZED, 0, 0, 0, ended}));
     EXPECT_EQ(count, 0U);
     if (isDesktop())
         return; // starts without the service
     fakepcsc::failCall("SCardIsValidContext", SCARD_E_INVALID_HANDLE);
     EXPECT_EQ(Codes({begin(), list(), begin(), end(), list()}), // the failed start counts too
-              Codes({CKR_DEVICE_ERROR, kEnded, 0, 0, 0}));
+              Codes({CKR_DEVICE_ERROR, ended, 0, 0, 0}));
 }
 
 TEST_F(LifeCycleTest, SlotsFollowTheirReaders)

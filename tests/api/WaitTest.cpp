@@ -1,4 +1,3 @@
-#include "pkcs11/frontend/trace/Names.h"
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Expected.h"
 #include "tests/support/LastWord.h"
@@ -16,21 +15,10 @@
 
 namespace {
 
-constexpr char kNone[] = "CKR_NO_EVENT", kEnded[] = "CKR_CRYPTOKI_NOT_INITIALIZED";
-
 class WaitTest : public CryptokiFixture {
 protected:
     using Waits = std::vector<std::future<std::string>>;
 
-    /// The slot that the wait reports, or its code.
-    static std::string wait(CK_FLAGS flags = 0)
-    {
-        CK_SLOT_ID slot = 0;
-        const CK_RV rv = C_WaitForSlotEvent(flags, &slot, nullptr);
-        EXPECT_EQ(slot == 0, rv != CKR_OK);
-        return slot != 0 ? std::to_string(slot) : PKCS11::rvName(rv);
-    }
-    static std::string poll() { return wait(CKF_DONT_BLOCK); }
     /// What the trace says since the last time, in a line.
     static std::string said(TraceFile& trace)
     {

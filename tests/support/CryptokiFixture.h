@@ -2,6 +2,7 @@
 #pragma once
 
 #include "pkcs11/desktop/DesktopEdition.h"
+#include "pkcs11/frontend/trace/Names.h"
 #include "tests/support/Application.h"
 #include "tests/support/ByteText.h"
 
@@ -15,6 +16,18 @@ protected:
 
     /// The card's answer to command number `nth` from now, in the notation of ByteText.h.
     static void answer(const std::string& text, int nth) { fakepcsc::replaceAnswer(bytes(text), nth); }
+
+    // What a wait says that has no slot to report.
+    static constexpr char kNone[] = "CKR_NO_EVENT", kEnded[] = "CKR_CRYPTOKI_NOT_INITIALIZED";
+    /// The slot that the wait reports, or its code.
+    static std::string wait(CK_FLAGS flags = 0)
+    {
+        CK_SLOT_ID slot = 0;
+        const CK_RV rv = C_WaitForSlotEvent(flags, &slot, nullptr);
+        EXPECT_EQ(slot == 0, rv != CKR_OK);
+        return slot != 0 ? std::to_string(slot) : PKCS11::rvName(rv);
+    }
+    static std::string poll() { return wait(CKF_DONT_BLOCK); }
 
     void SetUp() override { fakepcsc::reset(); }
     void TearDown() override
