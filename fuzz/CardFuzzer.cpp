@@ -44,8 +44,7 @@ void live(Application& application)
     application.setPin("123456", "654321");
     C_Logout(session);
     application.login("123456", CKU_SO);
-    Bytes pin = vcard::fromText("654321");
-    C_InitPIN(session, pin.data(), pin.size());
+    application.initPin("654321");
     C_CloseSession(session);
 }
 

@@ -61,9 +61,8 @@ protected:
                  }},
                 {"administrate", [this, soPin] {
                      C_Logout(m_session);
-                     Bytes pin = vcard::fromText("123456");
                      const CK_RV rv = login(soPin, CKU_SO);
-                     const CK_RV init = C_InitPIN(m_session, pin.data(), pin.size());
+                     const CK_RV init = initPin("123456");
                      return rv != CKR_OK ? rv : init != CKR_OK ? init : setPin(soPin, soPin);
                  }}};
     }

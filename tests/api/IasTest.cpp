@@ -37,10 +37,9 @@ TEST_F(IasTest, AReadCostsOneTryWhereAnotherProgramHasChangedThePin)
     for (const CK_RV rv : {CKR_PIN_INCORRECT, CKR_PIN_INCORRECT, CKR_PIN_LOCKED})
         EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_digestInfo).rv, then(rv));
     EXPECT_EQ(attribute(secret, CKA_VALUE).rv, then(CKR_PIN_LOCKED));
-    Bytes fresh = vcard::fromText("7777");
     EXPECT_EQ(C_Logout(m_session), then(CKR_OK));
     EXPECT_EQ(login("87654321", CKU_SO), CKR_OK);
-    EXPECT_EQ(C_InitPIN(m_session, fresh.data(), fresh.size()), CKR_OK);
+    EXPECT_EQ(initPin("7777"), CKR_OK);
     EXPECT_EQ(C_Logout(m_session) | login("7777"), CKR_OK);
     m_card->reset(); // that PIN was not refused
     EXPECT_EQ(text(secret, CKA_VALUE), "Only with the PIN.");
@@ -64,11 +63,8 @@ TEST_F(IasTest, PinsAreChangedBlockedAndUnblocked)
     start(m_card);
     EXPECT_EQ(setPin("123456", "7777"), CKR_OK);
     ASSERT_EQ(login("87654321", CKU_SO), CKR_OK);
-    for (const auto& [fresh, rv] :
-         {std::pair("12A4", CKR_DEVICE_ERROR), {"1357", CKR_OK}, {"2468", CKR_OK}}) {
-        Bytes bytes = vcard::fromText(fresh);
-        EXPECT_EQ(C_InitPIN(m_session, bytes.data(), bytes.size()), rv);
-    }
+    for (const auto& [fresh, rv] : {std::pair("12A4", CKR_DEVICE_ERROR), {"1357", CKR_OK}, {"2468", CKR_OK}})
+        EXPECT_EQ(initPin(fresh), rv);
     answer("6984", 3);
     EXPECT_EQ(setPin("87654321", "11112222"), CKR_PIN_LOCKED);
     EXPECT_EQ(setPin("87654321", "11112222"), CKR_OK); // the administrator's own

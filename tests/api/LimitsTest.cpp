@@ -78,30 +78,22 @@ TEST_F(LimitsTest, EachUseHasItsLimits)
         attribute(theirs, CKA_MODULUS);
         note("room", "by a known key", rooms,
              [=](int n) { return encrypt(theirs, CKM_RSA_PKCS, {1}, n).rv; });
-        const auto present = [&](const char* user, const char* kind, const std::function<CK_RV(Bytes)>& use) {
+        const auto present = [&](const char* user, const char* kind,
+                                 const std::function<CK_RV(std::string)>& use) {
             note(user, kind, pins, [&](int n) { // to a card that likes each PIN
                 for (int nth = 1; nth < 20; ++nth)
                     answer("9000", nth);
-                return use(Bytes(n, '1'));
+                return use(std::string(n, '1'));
             });
         };
-        const auto change = [this](Bytes from, Bytes to) {
-            return C_SetPIN(m_session, from.data(), from.size(), to.data(), to.size());
-        };
-        const Bytes good(6, '1');
+        const std::string good(6, '1');
         for (const CK_USER_TYPE user : {CKU_USER, CKU_SO}) {
             const char* const name = user == CKU_SO ? "SO PIN" : "PIN";
-            const auto enter = [=](Bytes pin) {
-                C_Logout(m_session);
-                return C_Login(m_session, user, pin.data(), pin.size());
-            };
+            const auto enter = [=](const std::string& pin) { return C_Logout(m_session), login(pin, user); };
             present(name, "to log in", enter);
-            present(name, "to change", [=](const Bytes& pin) { return enter(good), change(pin, good); });
-            present(name, "anew", [=](const Bytes& pin) { return enter(good), change(good, pin); });
-            present(name, "for the user", [=](Bytes pin) {
-                enter(good);
-                return C_InitPIN(m_session, pin.data(), pin.size());
-            });
+            present(name, "to change", [=](const auto& pin) { return enter(good), setPin(pin, good); });
+            present(name, "anew", [=](const auto& pin) { return enter(good), setPin(good, pin); });
+            present(name, "for the user", [=](const auto& pin) { return enter(good), initPin(pin); });
         }
         shown += family.title() + "\n";
         for (const auto& [name, line] : lines)

@@ -64,30 +64,6 @@ protected:
         for (auto& wait : waits)
             EXPECT_EQ(wait.get(), reported);
     }
-    /// Initialises and finalises while threads wait in a loop; some are refused, some cancelled.
-    static void cross(int waiters, int times)
-    {
-        std::atomic<bool> done{false};
-        std::vector<std::future<void>> threads(waiters);
-        for (int i = 0; i < waiters; ++i)
-            threads[i] = std::async(std::launch::async, [&, flags = i == 2 ? CKF_DONT_BLOCK : 0] {
-                while (!done) {
-                    const std::string reported = wait(flags);
-                    EXPECT_TRUE(reported == kEnded || reported == kNone) << reported;
-                    std::this_thread::yield();
-                }
-            });
-        for (int i = 0; i < times; ++i) {
-            EXPECT_EQ(C_Initialize(nullptr), CKR_OK);
-            if (i % 4 == 0)
-                fakepcsc::awaitBlockedWaits(1);
-            EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
-            fakepcsc::clearCalls();
-        }
-        done = true;
-        threads.clear();
-        EXPECT_EQ(fakepcsc::open().contexts, 1); // the library's own
-    }
 };
 
 TEST_F(WaitTest, PollsReportEachChangeOnce)
@@ -156,8 +132,28 @@ TEST_F(WaitTest, WaitsCrossTheLibrarysEnds)
 {
     SystemWrapper::s_logPath = "/dev/null"; // with a trace, unless this process has one
     fakepcsc::addReader("Reader 0");
-    cross(1, 1000);
-    cross(3, 1000);
+    for (const int waiters : {1, 3}) { // in a loop; some are refused, some cancelled
+        std::atomic<bool> done{false};
+        std::vector<std::future<void>> threads(waiters);
+        for (int i = 0; i < waiters; ++i)
+            threads[i] = std::async(std::launch::async, [&, flags = i == 2 ? CKF_DONT_BLOCK : 0] {
+                while (!done) {
+                    const std::string reported = wait(flags);
+                    EXPECT_TRUE(reported == kEnded || reported == kNone) << reported;
+                    std::this_thread::yield();
+                }
+            });
+        for (int i = 0; i < 1000; ++i) {
+            EXPECT_EQ(C_Initialize(nullptr), CKR_OK);
+            if (i % 4 == 0)
+                fakepcsc::awaitBlockedWaits(1);
+            EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
+            fakepcsc::clearCalls();
+        }
+        done = true;
+        threads.clear();
+        EXPECT_EQ(fakepcsc::open().contexts, 1); // the library's own
+    }
 }
 
 TEST_F(WaitTest, ExitEndsWhoeverWaits)

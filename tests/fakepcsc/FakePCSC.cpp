@@ -53,7 +53,6 @@ struct Handle {
     SCARDCONTEXT context = 0;
     Reader* reader = nullptr;
     Reader then;
-    bool isAlone = false;
 };
 /// A result, an answer or an action for `times` calls to come, after `skip` others.
 struct Plan {
@@ -197,11 +196,12 @@ void endTransactions(SCARDCONTEXT context)
 }
 void connect(Handle& handle, DWORD mode, DWORD protocols, DWORD& active)
 {
+    refuse(mode != SCARD_SHARE_SHARED, SCARD_E_INVALID_VALUE); // others use the card too
     refuse(!handle.reader->card, SCARD_E_NO_SMARTCARD);
     handle.then = *handle.reader;
     handle.reader->hasProtocol = true;
-    active = mode == SCARD_SHARE_DIRECT ? SCARD_PROTOCOL_UNDEFINED : handle.then.protocol();
-    refuse(mode != SCARD_SHARE_DIRECT && (protocols & active) == 0, SCARD_E_PROTO_MISMATCH);
+    active = handle.then.protocol();
+    refuse((protocols & active) == 0, SCARD_E_PROTO_MISMATCH);
 }
 Reader* findReader(const char* name)
 {
@@ -393,10 +393,7 @@ LONG SCardConnect(SCARDCONTEXT context, LPCSTR name, DWORD mode, DWORD protocols
 {
     return call("SCardConnect", [&] {
         check(context);
-        Handle fresh{context, findReader(name), {}, mode == SCARD_SHARE_EXCLUSIVE};
-        for (const auto& [number, other] : s.handles)
-            refuse(other.reader == fresh.reader && (other.isAlone || fresh.isAlone),
-                   SCARD_E_SHARING_VIOLATION);
+        Handle fresh{context, findReader(name), {}};
         refuse(fresh.reader == nullptr || !fresh.reader->attached, SCARD_E_UNKNOWN_READER);
         fresh.reader->powered = true;
         connect(fresh, mode, protocols, *active);

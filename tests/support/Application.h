@@ -50,6 +50,11 @@ public:
         Bytes to = vcard::fromText(newPin);
         return C_SetPIN(m_session, from.data(), from.size(), to.data(), to.size());
     }
+    CK_RV initPin(const std::string& pin)
+    {
+        Bytes bytes = vcard::fromText(pin);
+        return C_InitPIN(m_session, bytes.data(), bytes.size());
+    }
     CK_TOKEN_INFO tokenInfo()
     {
         CK_TOKEN_INFO info{};

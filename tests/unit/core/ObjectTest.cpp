@@ -7,7 +7,6 @@
 #include "tests/unit/core/Fakes.h"
 
 #include <array>
-#include <cstring>
 #include <map>
 
 using namespace PKCS11;

@@ -73,10 +73,6 @@ protected:
         const int sw = m_slot->SendCmd(hex(command), answer);
         return shown(sw, answer);
     }
-    std::string sendFails(const std::string& command)
-    {
-        return thrownBy([&] { send(command); });
-    }
     PCSCSlot* m_slot = nullptr;
     std::shared_ptr<scripted::Card> m_card;
 };
@@ -218,7 +214,7 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
 
 TEST_F(PCSCSlotTest, GoesOnWithAnotherCardAndFailsWithoutOne)
 {
-    EXPECT_EQ(sendFails("00A40000"), "5|card not connected|PCSCSlot::SendCmdIntern");
+    EXPECT_EQ(thrownBy([&] { send("00A40000"); }), "5|card not connected|PCSCSlot::SendCmdIntern");
     EXPECT_EQ(thrownBy([&] { m_slot->ResetChannel(); }), "5|card not connected|PCSCSlot::ResetChannel");
     EXPECT_EQ(thrownBy([&] { m_slot->CreateChannel(); }), "5||");
     connect("00A40000");
@@ -226,7 +222,7 @@ TEST_F(PCSCSlotTest, GoesOnWithAnotherCardAndFailsWithoutOne)
     insert("00A40000:6A82", "", true); // of the other protocol, in the middle of the work
     EXPECT_EQ(send("00A40000"), "6A82");
     fakepcsc::removeCard(m_reader);
-    EXPECT_EQ(sendFails("00A40000"), "5|reset error|PCSCSlot::ResetChannel");
+    EXPECT_EQ(thrownBy([&] { send("00A40000"); }), "5|reset error|PCSCSlot::ResetChannel");
     EXPECT_TRUE(m_slot->isConnected());
     fakepcsc::failCall("SCardGetStatusChange", SCARD_F_COMM_ERROR, 1, 2);
     EXPECT_EQ(thrownBy([&] { m_slot->createToken(); }).substr(0, 3), "30|");
@@ -238,9 +234,9 @@ TEST_F(PCSCSlotTest, TracesCodesAndNeverCommands)
     connect();
     trace.news();
     fakepcsc::failCall("SCardTransmit", 1);
-    EXPECT_NE(sendFails("0020008008313233343536FFFF"), "");
+    EXPECT_NE(thrownBy([&] { send("0020008008313233343536FFFF"); }), "");
     fakepcsc::replaceAnswer({0x90});
-    EXPECT_EQ(sendFails("00A40000"), "5|PCSC driver failed|PCSCSlot::SendCmdIntern");
+    EXPECT_EQ(thrownBy([&] { send("00A40000"); }), "5|PCSC driver failed|PCSCSlot::SendCmdIntern");
     fakepcsc::failCall("SCardReconnect", SCARD_E_NO_SMARTCARD);
     EXPECT_NE(thrownBy([&] { m_slot->ResetChannel(); }), "");
     m_slot->CloseChannel();
