@@ -399,9 +399,17 @@ TEST_F(CallsTest, TheTraceShowsEachCallWithItsArgumentsAndResults)
     EXPECT_EQ(C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &readOnly), CKR_OK);
     trace.news();
     EXPECT_EQ(C_GetTokenInfo(1, &token), CKR_OK);
-    const std::vector<std::string> told = trace.news();
+    std::vector<std::string> told = trace.news();
     EXPECT_EQ(std::count(told.begin(), told.end(), "pInfo->ulRwSessionCount :\t 1"), 1);
     EXPECT_EQ(std::count(told.begin(), told.end(), "pInfo->ulSessionCount :\t 2"), 1);
+    EXPECT_EQ(C_OpenSession(1, 0, nullptr, nullptr, &readOnly), CKR_SESSION_PARALLEL_NOT_SUPPORTED);
+    told = trace.news();
+    EXPECT_EQ(*++std::find(told.begin(), told.end(), "flags :\t 0"), ""); // the names of none
+    Bytes value(3000, 0x55);
+    CK_ATTRIBUTE unknown{CKA_CLASS, value.data(), value.size()};
+    EXPECT_EQ(C_FindObjectsInit(m_session, &unknown, 1) | C_FindObjectsFinal(m_session), CKR_OK);
+    told = trace.news();
+    EXPECT_EQ(std::count(told.begin(), told.end(), "\t Template[0].Value: \t" + std::string(4096, '5')), 1);
     count = 20;
     EXPECT_EQ(C_GetMechanismList(1, types, &count), CKR_OK);
     EXPECT_EQ(C_GetMechanismInfo(1, CKM_RSA_PKCS, &mechanism), CKR_OK);

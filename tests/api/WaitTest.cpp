@@ -114,6 +114,9 @@ TEST_F(WaitTest, PollsReportEachChangeOnce)
 TEST_F(WaitTest, WaitsDoNotHoldUpEachOtherNorAnythingElse)
 {
     start(std::make_shared<vcard::PivCard>());
+    fakepcsc::beforeCall("SCardGetStatusChange", 1, [] { EXPECT_EQ(poll(), kNone); });
+    EXPECT_EQ(poll(), kNone);
+    EXPECT_EQ(fakepcsc::open().contexts, 2); // the library's own, and one for the next poll
     Waits waits = blockedWaits(3);
     EXPECT_EQ(poll(), kNone);
     EXPECT_EQ(login("123456"), CKR_OK);
