@@ -49,6 +49,9 @@ TEST_P(CardOSTest, ResultsStandUpToLibcrypto)
     const Bytes block = vcard::join({Bytes(m_card->key().size() - m_data.size()), m_data});
     EXPECT_EQ(decrypt(mine, CKM_RSA_X_509, encryptFor(publicKey, block, RSA_NO_PADDING)).bytes,
               GetParam() ? block : m_data);
+    fakepcsc::clearCalls();
+    EXPECT_EQ(encrypt(theirs, CKM_RSA_X_509, block, 1).rv, CKR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(fakepcsc::sentAPDUs().empty(), !GetParam()); // V5.0 computes first
     const Bytes encrypted = encrypt(theirs, CKM_RSA_PKCS, m_data).bytes;
     const std::vector<std::string> sent = fakepcsc::sentAPDUs();
     EXPECT_EQ(m_card->key().privateOperation(encrypted).at(1), 0x02);
@@ -61,6 +64,11 @@ TEST_P(CardOSTest, ResultsStandUpToLibcrypto)
 TEST_P(CardOSTest, OwnersAndAccess)
 {
     start(m_card);
+    CK_BYTE three = 3; // what was set before the card was read stays
+    CK_ATTRIBUTE exponent{CKA_PUBLIC_EXPONENT, &three, 1};
+    EXPECT_EQ(C_SetAttributeValue(m_session, find(CKO_PUBLIC_KEY), &exponent, 1), CKR_OK);
+    EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS).bytes, m_card->key().modulus());
+    EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_PUBLIC_EXPONENT).bytes, Bytes{3});
     EXPECT_EQ(encrypt(find(CKO_PUBLIC_KEY), CKM_RSA_PKCS, m_data).rv,
               GetParam() ? CKR_OK : CKR_USER_NOT_LOGGED_IN);
     // A refused removal ends nothing.

@@ -71,4 +71,8 @@ TEST_F(IasTest, PinsAreChangedBlockedAndUnblocked)
     EXPECT_EQ(setPin("11112222", "33334444"), CKR_OK);
     EXPECT_EQ(C_Logout(m_session), CKR_OK);
     EXPECT_EQ(login("2468"), CKR_OK);
+    answer("6984", 3); // refuses that PIN as 6983 does
+    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_digestInfo).rv, CKR_PIN_LOCKED);
+    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_digestInfo).rv,
+              isDesktop() ? CKR_OBJECT_HANDLE_INVALID : CKR_OK);
 }
