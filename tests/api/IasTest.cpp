@@ -71,6 +71,9 @@ TEST_F(IasTest, PinsAreChangedBlockedAndUnblocked)
     EXPECT_EQ(setPin("11112222", "33334444"), CKR_OK);
     EXPECT_EQ(C_Logout(m_session), CKR_OK);
     EXPECT_EQ(login("2468"), CKR_OK);
+    answer("6884", 5); // to the first piece of a chain
+    EXPECT_EQ(decrypt(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, Bytes(256)).rv, CKR_DEVICE_ERROR);
+    EXPECT_EQ(fakepcsc::sentAPDUs().back().substr(0, 10), "102A8086FF");
     answer("6984", 3); // refuses that PIN as 6983 does
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_digestInfo).rv, CKR_PIN_LOCKED);
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_digestInfo).rv,
