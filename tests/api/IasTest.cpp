@@ -1,4 +1,5 @@
 #include "tests/support/CryptokiFixture.h"
+#include "tests/support/TraceFile.h"
 #include "tools/vcard/IasCard.h"
 
 #include <winscard.h>
@@ -12,6 +13,28 @@ struct IasTest : CryptokiFixture {
 };
 
 } // namespace
+
+TEST_F(IasTest, AResetThatNobodyToldOfIsMadeUpFor)
+{
+    start(m_card);
+    EXPECT_EQ(findAll().size(), 5U); // private keys and the secret are hidden
+    ASSERT_EQ(login("123456"), CKR_OK);
+    EXPECT_EQ(setPin("123456", "7777"), CKR_OK);
+    m_card->reset(); // reading shows the PIN again
+    EXPECT_EQ(text(find(CKO_DATA, 1), CKA_VALUE), "Only with the PIN.");
+    const auto publicKey = publicKeyOf(m_card->certificate(0));
+    const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
+    const Bytes plain = vcard::fromText("a secret");
+    m_card->reset(); // the next use selects the application and shows the PIN again
+    EXPECT_TRUE(isSignature(publicKey, m_digestInfo, sign(key, CKM_RSA_PKCS, m_digestInfo).bytes));
+    EXPECT_EQ(decrypt(key, CKM_RSA_PKCS, encryptFor(publicKey, plain)).bytes, plain);
+    answer("6884", 5); // to the first piece of a chain
+    TraceFile trace;
+    EXPECT_EQ(decrypt(key, CKM_RSA_PKCS, Bytes(256)).rv, CKR_DEVICE_ERROR);
+    EXPECT_EQ(fakepcsc::sentAPDUs().back().substr(0, 10) + trace.failures(),
+              "102A8086FF(|PKCS15MechanismDecrypt::decrypt)");
+    EXPECT_EQ(decrypt(find(CKO_PRIVATE_KEY, 1), CKM_RSA_PKCS, plain).rv, CKR_KEY_FUNCTION_NOT_PERMITTED);
+}
 
 TEST_F(IasTest, AReadCostsOneTryWhereAnotherProgramHasChangedThePin)
 {
@@ -71,9 +94,6 @@ TEST_F(IasTest, PinsAreChangedBlockedAndUnblocked)
     EXPECT_EQ(setPin("11112222", "33334444"), CKR_OK);
     EXPECT_EQ(C_Logout(m_session), CKR_OK);
     EXPECT_EQ(login("2468"), CKR_OK);
-    answer("6884", 5); // to the first piece of a chain
-    EXPECT_EQ(decrypt(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, Bytes(256)).rv, CKR_DEVICE_ERROR);
-    EXPECT_EQ(fakepcsc::sentAPDUs().back().substr(0, 10), "102A8086FF");
     answer("6984", 3); // refuses that PIN as 6983 does
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_digestInfo).rv, CKR_PIN_LOCKED);
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_digestInfo).rv,
