@@ -2,23 +2,7 @@
 
 #include "pkcs11/PKCS11Exception.h"
 
-#include <memory>
-
 namespace PKCS11 {
-
-MechanismList::~MechanismList()
-{
-    for (unsigned long handle = 1; handle <= highWater(); ++handle) {
-        const std::unique_ptr<MechanismInfo> info(at(handle));
-    }
-}
-
-void MechanismList::add(const MechanismInfo& info)
-{
-    auto entry = std::make_unique<MechanismInfo>(info);
-    putEntry(entry.get());
-    static_cast<void>(entry.release()); // the table holds it now
-}
 
 MechanismInfo* MechanismList::getMechanism(const CK_MECHANISM* mechanism)
 {

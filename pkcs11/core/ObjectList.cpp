@@ -4,19 +4,6 @@
 
 namespace PKCS11 {
 
-ObjectList::~ObjectList()
-{
-    for (unsigned long handle = 1; handle <= highWater(); ++handle)
-        destroy(handle);
-}
-
-unsigned long ObjectList::put(std::unique_ptr<Object> object)
-{
-    const unsigned long handle = putEntry(object.get());
-    static_cast<void>(object.release()); // the table holds it now
-    return handle;
-}
-
 Object* ObjectList::getObject(unsigned long handle, bool canAccessPrivate)
 {
     Object* object = at(handle);
@@ -26,11 +13,6 @@ Object* ObjectList::getObject(unsigned long handle, bool canAccessPrivate)
     if (!isVisible(*object, canAccessPrivate))
         throw PKCS11Exception(CKR_USER_NOT_LOGGED_IN, "CKR_USER_NOT_LOGGED_IN", "ObjectList::getObject");
     return object;
-}
-
-void ObjectList::destroy(unsigned long handle)
-{
-    const std::unique_ptr<Object> object(static_cast<Object*>(delEntry(handle)));
 }
 
 void ObjectList::findObjectsInit(const CK_ATTRIBUTE* attributes, CK_ULONG count)

@@ -2,25 +2,16 @@
 
 #include "pkcs11/core/Object.h"
 #include "pkcs11/core/ObjectSearch.h"
-#include "pkcs11/core/Table.h"
-
-#include <memory>
+#include "pkcs11/core/OwningTable.h"
 
 namespace PKCS11 {
 
-/// All objects of a token, owned here, and the search on them whose cursor the sessions of a slot share.
-class ObjectList : public Table {
+/// All objects of a token, and the search on them whose cursor the sessions of a slot share.
+class ObjectList : public OwningTable<Object> {
 public:
-    ObjectList() = default;
-    ~ObjectList() override;
-
-    /// Takes the object and returns its handle.
-    unsigned long put(std::unique_ptr<Object> object);
     /// Throws CKR_OBJECT_HANDLE_INVALID (0x82) for an unknown handle and CKR_USER_NOT_LOGGED_IN (0x101) for a
     /// private object without access. The one place where private objects are hidden.
     Object* getObject(unsigned long handle, bool canAccessPrivate);
-    /// Destroys the object and frees its handle.
-    void destroy(unsigned long handle);
 
     // The search that the sessions of the token share.
 
@@ -35,7 +26,6 @@ public:
                         bool canAccessPrivate);
 
 private:
-    Object* at(unsigned long handle) const { return static_cast<Object*>(find(handle)); }
     static bool isVisible(Object& object, bool canAccessPrivate);
 
     ObjectSearch m_search;

@@ -2,10 +2,9 @@
 
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/core/Arguments.h"
-#include "pkcs11/core/Session.h"
 #include "pkcs11/pcsc/Slot.h"
 
-#include <memory>
+#include <utility>
 
 namespace PKCS11 {
 
@@ -39,8 +38,7 @@ void SessionList::openSession(Slot* slot, CK_SLOT_ID slotID, CK_FLAGS flags, voi
     } catch (const PKCS11Exception&) {
         session->openSession(slot, slotID, flags, pApplication, notify);
     }
-    *phSession = putEntry(session.get());
-    static_cast<void>(session.release()); // the table holds it now
+    *phSession = put(std::move(session));
 }
 
 Session* SessionList::getSession(CK_SESSION_HANDLE handle)
@@ -69,7 +67,7 @@ void SessionList::closeSession(CK_SESSION_HANDLE handle)
         remove(handle);
         throw;
     }
-    const std::unique_ptr<Session> closed(static_cast<Session*>(delEntry(handle)));
+    destroy(handle);
 }
 
 void SessionList::closeAllSessions(CK_SLOT_ID slotID)
@@ -93,8 +91,7 @@ void SessionList::remove(CK_SESSION_HANDLE handle) noexcept
         else
             session->closeSession();
     });
-    // The slot counts the session until here.
-    const std::unique_ptr<Session> removed(static_cast<Session*>(Table::delEntry(handle)));
+    destroy(handle); // the slot counts the session until here
 }
 
 void SessionList::pauseAllSessions(CK_SLOT_ID slotID)

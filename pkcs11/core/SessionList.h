@@ -1,16 +1,13 @@
 #pragma once
 
 #include "pkcs11/Cryptoki.h"
-#include "pkcs11/core/Table.h"
+#include "pkcs11/core/OwningTable.h"
+#include "pkcs11/core/Session.h"
 
 namespace PKCS11 {
 
-class Object;
-class Session;
-class Slot;
-
-/// All open sessions of the library. Owns them.
-class SessionList : public Table {
+/// All open sessions of the library.
+class SessionList : public OwningTable<Session> {
 public:
     SessionList() = default;
     ~SessionList() override;
@@ -24,7 +21,7 @@ public:
     /// call: the session fetches its token anew.
     Session* getSession(CK_SESSION_HANDLE handle);
     /// The session as it stands, or null. Never throws.
-    Session* peekSession(CK_SESSION_HANDLE handle) const { return static_cast<Session*>(find(handle)); }
+    Session* peekSession(CK_SESSION_HANDLE handle) const { return at(handle); }
     /// Throws CKR_SESSION_HANDLE_INVALID (0xB3), also for a paused session whose card is away; that one is
     /// removed all the same.
     void closeSession(CK_SESSION_HANDLE handle);

@@ -60,14 +60,6 @@ SlotList::~SlotList()
 {
     if (m_context != 0 && m_process == getpid())
         SCardReleaseContext(m_context);
-    for (CK_SLOT_ID id = 1; id <= highWater(); ++id)
-        const std::unique_ptr<Slot> slot(static_cast<Slot*>(delEntry(id)));
-}
-
-void SlotList::addSlot(std::unique_ptr<Slot> slot)
-{
-    putEntry(slot.get());
-    static_cast<void>(slot.release());
 }
 
 void SlotList::getIDList(CK_BBOOL tokenPresent, CK_SLOT_ID* list, CK_ULONG* count)

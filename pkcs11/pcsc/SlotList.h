@@ -1,6 +1,6 @@
 #pragma once
 
-#include "pkcs11/core/Table.h"
+#include "pkcs11/core/OwningTable.h"
 #include "pkcs11/pcsc/Slot.h"
 
 #include <atomic>
@@ -10,15 +10,15 @@ namespace PKCS11 {
 
 class ReaderStates;
 
-/// The slots of the library under IDs 1 to n, and the wait for slot events. Owns its slots.
-class SlotList : public Table {
+/// The slots of the library under IDs 1 to n, and the wait for slot events.
+class SlotList : public OwningTable<Slot> {
 public:
     SlotList();
     ~SlotList() override;
 
-    virtual void addSlot(std::unique_ptr<Slot> slot);
+    virtual void addSlot(std::unique_ptr<Slot> slot) { put(std::move(slot)); }
     /// Null for an unknown ID.
-    Slot* getSlot(CK_SLOT_ID id) const { return static_cast<Slot*>(find(id)); }
+    Slot* getSlot(CK_SLOT_ID id) const { return at(id); }
     /// As C_GetSlotList. Throws CKR_BUFFER_TOO_SMALL (0x150) for the slots with a token, and where readers
     /// may come later.
     void getIDList(CK_BBOOL tokenPresent, CK_SLOT_ID* list, CK_ULONG* count);
