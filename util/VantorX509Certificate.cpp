@@ -1,5 +1,6 @@
 #include "util/VantorX509Certificate.h"
 
+#include "util/CryptoPointer.h"
 #include "util/OpenSSLHelpers.h"
 #include "util/QuietErrors.h"
 #include "util/VantorException.h"
@@ -15,23 +16,14 @@
 
 namespace {
 
-template <auto Free>
-struct Deleter {
-    template <class T>
-    void operator()(T* object) const noexcept
-    {
-        Free(object);
-    }
-};
-
 void freeMemory(unsigned char* memory)
 {
     OPENSSL_free(memory);
 }
 
-using NamePointer = std::unique_ptr<X509_NAME, Deleter<X509_NAME_free>>;
-using NumberPointer = std::unique_ptr<BIGNUM, Deleter<BN_free>>;
-using MemoryPointer = std::unique_ptr<unsigned char, Deleter<freeMemory>>;
+using NamePointer = CryptoPointer<X509_NAME, X509_NAME_free>;
+using NumberPointer = CryptoPointer<BIGNUM, BN_free>;
+using MemoryPointer = CryptoPointer<unsigned char, freeMemory>;
 
 struct KeyType {
     std::uint32_t algorithm;

@@ -6,6 +6,7 @@
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/drivers/common/Output.h"
 #include "pkcs11/drivers/common/PKCS1.h"
+#include "util/CryptoPointer.h"
 #include "util/QuietErrors.h"
 
 #include <cstring>
@@ -45,12 +46,11 @@ int encodedLength(const Blob& modulus)
 }
 
 /// A public key of this modulus; the padding looks at nothing else.
-std::unique_ptr<RSA, decltype(&RSA_free)> keyOf(const Blob& modulus)
+CryptoPointer<RSA, RSA_free> keyOf(const Blob& modulus)
 {
-    std::unique_ptr<RSA, decltype(&RSA_free)> key(RSA_new(), &RSA_free);
-    std::unique_ptr<BIGNUM, decltype(&BN_free)> number(BN_bin2bn(modulus.data(), modulus.size(), nullptr),
-                                                       &BN_free);
-    std::unique_ptr<BIGNUM, decltype(&BN_free)> exponent(BN_new(), &BN_free);
+    CryptoPointer<RSA, RSA_free> key(RSA_new());
+    CryptoPointer<BIGNUM, BN_free> number(BN_bin2bn(modulus.data(), modulus.size(), nullptr));
+    CryptoPointer<BIGNUM, BN_free> exponent(BN_new());
     if (key == nullptr || number == nullptr || exponent == nullptr ||
         RSA_set0_key(key.get(), number.get(), exponent.get(), nullptr) != 1)
         throw PKCS11Exception(CKR_HOST_MEMORY);

@@ -2,9 +2,9 @@
 
 #include "pkcs11/token/BERCoder.h"
 #include "pkcs11/token/BERTags.h"
+#include "util/CryptoPointer.h"
 #include "util/QuietErrors.h"
 
-#include <memory>
 #include <openssl/x509.h>
 
 namespace PKCS11 {
@@ -66,8 +66,7 @@ PIVAlgorithm PIVAlgorithm::of(const Blob& certificate)
     const QuietErrors quiet;
     PIVAlgorithm algorithm;
     const unsigned char* at = certificate.data();
-    const std::unique_ptr<X509, decltype(&X509_free)> x509(d2i_X509(nullptr, &at, certificate.size()),
-                                                           &X509_free);
+    const CryptoPointer<X509, X509_free> x509(d2i_X509(nullptr, &at, certificate.size()));
     if (x509 != nullptr)
         readKey(*x509, algorithm);
     return algorithm;

@@ -84,8 +84,7 @@ protected:
         EVP_PKEY_verify_init(context.get());
         if (way.type == CKM_ECDSA) { // r and s, each half of the signature
             const auto half = static_cast<int>(signature.size() / 2);
-            const std::unique_ptr<ECDSA_SIG, decltype(&ECDSA_SIG_free)> numbers(ECDSA_SIG_new(),
-                                                                                &ECDSA_SIG_free);
+            const CryptoPointer<ECDSA_SIG, ECDSA_SIG_free> numbers(ECDSA_SIG_new());
             ECDSA_SIG_set0(numbers.get(), BN_bin2bn(signature.data(), half, nullptr),
                            BN_bin2bn(signature.data() + half, half, nullptr));
             signature.resize(256);

@@ -4,6 +4,7 @@
 #include "pkcs11/frontend/SystemWrapper.h"
 #include "tests/fakepcsc/FakePCSC.h"
 #include "tools/vcard/Bytes.h"
+#include "util/CryptoPointer.h"
 
 #include <memory>
 #include <openssl/rsa.h>
@@ -127,14 +128,14 @@ public:
                    : C_Verify(m_session, data.data(), data.size(), signature.data(), signature.size());
     }
 
-    using PublicKeyHandle = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
+    using PublicKeyHandle = CryptoPointer<EVP_PKEY, EVP_PKEY_free>;
     /// The public key of a DER certificate.
     static PublicKeyHandle publicKeyOf(const Bytes& certificate)
     {
         const unsigned char* at = certificate.data();
-        const std::unique_ptr<X509, decltype(&X509_free)> x509(
-            d2i_X509(nullptr, &at, static_cast<long>(certificate.size())), &X509_free);
-        return {x509 ? X509_get_pubkey(x509.get()) : nullptr, &EVP_PKEY_free};
+        const CryptoPointer<X509, X509_free> x509(
+            d2i_X509(nullptr, &at, static_cast<long>(certificate.size())));
+        return PublicKeyHandle(x509 ? X509_get_pubkey(x509.get()) : nullptr);
     }
     /// libcrypto's verdict on a PKCS#1 v1.5 signature over data that stand in the block as they are.
     static bool isSignature(const PublicKeyHandle& key, const Bytes& data, const Bytes& signature)
@@ -159,10 +160,10 @@ public:
         return out;
     }
 
-    using Context = std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)>;
+    using Context = CryptoPointer<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
     static Context contextOf(const PublicKeyHandle& key)
     {
-        return {EVP_PKEY_CTX_new(key.get(), nullptr), &EVP_PKEY_CTX_free};
+        return Context(EVP_PKEY_CTX_new(key.get(), nullptr));
     }
 
     /// SEQUENCE { SEQUENCE { sha256, NULL }, OCTET STRING } (PKCS#1)
