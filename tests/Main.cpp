@@ -15,9 +15,11 @@ int main(int argc, char** argv)
     ::testing::InitGoogleTest(&argc, argv);
     const char* edition = std::getenv("QUARVEL_EDITION");
     std::string& filter = ::testing::GTEST_FLAG(filter);
-    if (edition != nullptr && std::string_view(edition) == "desktop")
+    const bool isDesktop = edition != nullptr && std::string_view(edition) == "desktop";
+    if (isDesktop)
         PKCS11::Edition::install(PKCS11::DesktopEdition::instance());
-    else if (!::testing::GTEST_FLAG(list_tests)) // these would wait for what only that edition does
-        filter += (filter.find('-') == filter.npos ? "-" : ":") + std::string("Desktop*");
+    if (!::testing::GTEST_FLAG(list_tests)) // these are for what only the other edition does
+        filter +=
+            std::string(filter.find('-') == filter.npos ? "-" : ":") + (isDesktop ? "Product*" : "Desktop*");
     return RUN_ALL_TESTS();
 }

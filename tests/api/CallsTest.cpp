@@ -14,7 +14,7 @@
 
 namespace {
 
-class CallsTest : public FamilyFixture {
+class ProductCallsTest : public FamilyFixture {
 protected:
     /// The key pair of a modulus or a certificate, by its number among those of the simulated cards.
     static std::string keyOf(const Bytes& value)
@@ -260,7 +260,7 @@ protected:
 };
 
 /// Of a family only what is not as in one before.
-TEST_F(CallsTest, EachCallHasItsCode)
+TEST_F(ProductCallsTest, EachCallHasItsCode)
 {
     TraceFile trace;
     std::set<std::string> before;
@@ -277,7 +277,7 @@ TEST_F(CallsTest, EachCallHasItsCode)
 
 /// The commands that a use sends, if any: of long ones, whose data differ in each run, the header and the
 /// number of further bytes, and of GET RESPONSE, whose Le does, the instruction.
-TEST_F(CallsTest, EachUseSendsItsCommands)
+TEST_F(ProductCallsTest, EachUseSendsItsCommands)
 {
     std::string shown;
     const auto note = [&](const std::string& name) {
@@ -310,7 +310,7 @@ TEST_F(CallsTest, EachUseSendsItsCommands)
 
 /// Token, mechanisms and objects as an application sees them, a line for each; what is made anew for each run
 /// is just there.
-TEST_F(CallsTest, EachFamilyShowsItsTokenAndObjects)
+TEST_F(ProductCallsTest, EachFamilyShowsItsTokenAndObjects)
 {
     std::string shown;
     for (const Family& family : kFamilies) {
@@ -378,7 +378,7 @@ TEST_F(CallsTest, EachFamilyShowsItsTokenAndObjects)
 }
 
 /// The first block of each call in the trace, a line for a call; numbers that stand for addresses taken out.
-TEST_F(CallsTest, TheTraceShowsEachCallWithItsArgumentsAndResults)
+TEST_F(ProductCallsTest, TheTraceShowsEachCallWithItsArgumentsAndResults)
 {
     TraceFile trace;
     codes(kFamilies[1], trace);

@@ -10,7 +10,7 @@
 
 namespace {
 
-class LimitsTest : public FamilyFixture {
+class ProductLimitsTest : public FamilyFixture {
 protected:
     /// What a use gives from each number on: its code, the commands sent, how the last one begins ("+" when
     /// it is an extended one), and the texts of failures.
@@ -38,7 +38,7 @@ protected:
 };
 
 /// Of data, room and PINs; of a family only what is not as in one before.
-TEST_F(LimitsTest, EachUseHasItsLimits)
+TEST_F(ProductLimitsTest, EachUseHasItsLimits)
 {
     const std::vector<int> lengths = {0,   1,   2,   115,   116,   117,   118,   119,   120,  121,
                                       122, 123, 124, 125,   126,   127,   128,   129,   247,  248,

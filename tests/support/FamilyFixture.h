@@ -6,12 +6,6 @@
 
 class FamilyFixture : public CryptokiFixture {
 protected:
-    void SetUp() override
-    {
-        CryptokiFixture::SetUp();
-        if (isDesktop())
-            GTEST_SKIP() << "the product's codes and lines";
-    }
     /// A session on a card of the family where the user is logged in.
     void begin(const Family& family)
     {
