@@ -37,7 +37,7 @@ TEST_F(AcosTest, EducationCardsMayLackAFile)
     EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS).bytes, Bytes());
 }
 
-TEST(AcosEDU, KeyFilesAreATlvOrAModulus)
+TEST(AcosEDUTest, KeyFilesAreATlvOrAModulus)
 {
     const char* const files[][2] = {
         {"C1C20000", "C1C2"},          {"3008020300C1C3020103 0000", "C1C3"}, {"3004 0302 00C1 00", "C1"},
@@ -47,7 +47,7 @@ TEST(AcosEDU, KeyFilesAreATlvOrAModulus)
         EXPECT_EQ(PKCS11::modulusOfKeyFile(hex(file)), hex(modulus)) << file;
 }
 
-TEST(AcosEDU, PinBlocksTakeSixteenDigits)
+TEST(AcosEDUTest, PinBlocksTakeSixteenDigits)
 {
     EXPECT_EQ(AcosEDUToken::PinToHex(Blob("1234567890123456")), hex("1234567890123456"));
     EXPECT_EQ(AcosEDUToken::PinToHex(Blob("7")), hex("7FFFFFFFFFFFFFFF"));

@@ -13,7 +13,7 @@
 
 namespace {
 
-class DesktopPrograms : public CryptokiFixture {
+class DesktopProgramsTest : public CryptokiFixture {
 protected:
     /// Another program that has selected an application of its own, and is done with it.
     void useCardElsewhere()
@@ -34,7 +34,7 @@ protected:
     const Bytes m_data = vcard::fromText("a DigestInfo");
 };
 
-TEST_F(DesktopPrograms, ThreadsSearchSignLogInAndWaitBesideEachOther)
+TEST_F(DesktopProgramsTest, ThreadsSearchSignLogInAndWaitBesideEachOther)
 {
     start(m_card);
     std::thread first([] { wait(); });
@@ -93,7 +93,7 @@ TEST_F(DesktopPrograms, ThreadsSearchSignLogInAndWaitBesideEachOther)
     EXPECT_EQ(waited, std::string("2 ") + kEnded);
 }
 
-TEST_F(DesktopPrograms, EachCallHasTheCardToItselfAndTrustsNoSelection)
+TEST_F(DesktopProgramsTest, EachCallHasTheCardToItselfAndTrustsNoSelection)
 {
     start(m_card);
     for (const char* pin : {"123456", "000000"}) {
@@ -124,7 +124,7 @@ TEST_F(DesktopPrograms, EachCallHasTheCardToItselfAndTrustsNoSelection)
     EXPECT_EQ(fakepcsc::callCount("SCardBeginTransaction"), 0);
 }
 
-TEST_F(DesktopPrograms, ACardThatAnotherProgramHasResetIsLeftToIt)
+TEST_F(DesktopProgramsTest, ACardThatAnotherProgramHasResetIsLeftToIt)
 {
     start(m_card);
     ASSERT_EQ(login("123456"), CKR_OK);
@@ -169,7 +169,7 @@ TEST_F(DesktopPrograms, ACardThatAnotherProgramHasResetIsLeftToIt)
     SCardReleaseContext(context);
 }
 
-TEST_F(DesktopPrograms, ALoginEndsWhenTheCardRefusesItsPin)
+TEST_F(DesktopProgramsTest, ALoginEndsWhenTheCardRefusesItsPin)
 {
     start(m_card);
     ASSERT_EQ(login("123456"), CKR_OK);
@@ -189,7 +189,7 @@ TEST_F(DesktopPrograms, ALoginEndsWhenTheCardRefusesItsPin)
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, CKR_OK);
 }
 
-TEST_F(DesktopPrograms, ACallInsideACallLeavesItTheCard)
+TEST_F(DesktopProgramsTest, ACallInsideACallLeavesItTheCard)
 {
     start(m_card);
     const int other = fakepcsc::addReader("Reader 1");
@@ -212,7 +212,7 @@ TEST_F(DesktopPrograms, ACallInsideACallLeavesItTheCard)
     EXPECT_EQ(fakepcsc::open().transactions, 0);
 }
 
-TEST_F(DesktopPrograms, ACallThatDoesNotGetTheCardSaysWhy)
+TEST_F(DesktopProgramsTest, ACallThatDoesNotGetTheCardSaysWhy)
 {
     start(m_card);
     ASSERT_EQ(login("123456"), CKR_OK);
@@ -228,7 +228,7 @@ TEST_F(DesktopPrograms, ACallThatDoesNotGetTheCardSaysWhy)
     EXPECT_EQ(login("654321"), CKR_OK);
 }
 
-TEST_F(DesktopPrograms, ExitLeavesTheCallsOfOtherThreadsWhatTheyUse)
+TEST_F(DesktopProgramsTest, ExitLeavesTheCallsOfOtherThreadsWhatTheyUse)
 {
     const auto exitBesideCalls = [this] {
         alarm(30);

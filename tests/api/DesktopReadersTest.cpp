@@ -10,7 +10,7 @@
 
 namespace {
 
-class DesktopReaders : public CryptokiFixture {
+class DesktopReadersTest : public CryptokiFixture {
 protected:
     using IDs = std::vector<CK_SLOT_ID>;
 
@@ -40,7 +40,7 @@ protected:
     bool signs() { return sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, Bytes(35, 7)).rv == CKR_OK; }
 };
 
-TEST_F(DesktopReaders, TheServiceMayComeAfterTheStart)
+TEST_F(DesktopReadersTest, TheServiceMayComeAfterTheStart)
 {
     fakepcsc::stopService();
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
@@ -53,7 +53,7 @@ TEST_F(DesktopReaders, TheServiceMayComeAfterTheStart)
     EXPECT_EQ(info(1), CKR_OK);
 }
 
-TEST_F(DesktopReaders, ARestartedServiceIsUsedAtTheNextCall)
+TEST_F(DesktopReadersTest, ARestartedServiceIsUsedAtTheNextCall)
 {
     start(std::make_shared<vcard::PivCard>());
     EXPECT_EQ(login("123456"), CKR_OK);
@@ -91,7 +91,7 @@ TEST_F(DesktopReaders, ARestartedServiceIsUsedAtTheNextCall)
     EXPECT_EQ(info(1), CKR_OK);
 }
 
-TEST_F(DesktopReaders, AReaderThatIsGoneIsEmptyAndKeepsItsSlot)
+TEST_F(DesktopReadersTest, AReaderThatIsGoneIsEmptyAndKeepsItsSlot)
 {
     // All slots, those with a token, what a poll reports.
     using State = std::tuple<IDs, IDs, std::string>;
@@ -121,7 +121,7 @@ TEST_F(DesktopReaders, AReaderThatIsGoneIsEmptyAndKeepsItsSlot)
     EXPECT_TRUE(signs());
 }
 
-TEST_F(DesktopReaders, ABlockedWaitSeesReadersComeAndGo)
+TEST_F(DesktopReadersTest, ABlockedWaitSeesReadersComeAndGo)
 {
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
     EXPECT_EQ(reportedWhen([] { fakepcsc::addReader("Reader 0"); }), "1");
@@ -149,7 +149,7 @@ TEST_F(DesktopReaders, ABlockedWaitSeesReadersComeAndGo)
     EXPECT_EQ(reportedWhen(fakepcsc::stopService), "2");
 }
 
-TEST_F(DesktopReaders, AForkedChildStartsAnewBesideItsParent)
+TEST_F(DesktopReadersTest, AForkedChildStartsAnewBesideItsParent)
 {
     const TraceFile trace;
     start(std::make_shared<vcard::PivCard>());
@@ -186,7 +186,7 @@ TEST_F(DesktopReaders, AForkedChildStartsAnewBesideItsParent)
     EXPECT_EQ(all[all.size() - 2], "C_Sign return: CKR_OK");
 }
 
-TEST_F(DesktopReaders, AChildForkedBesideTheEndCanWait)
+TEST_F(DesktopReadersTest, AChildForkedBesideTheEndCanWait)
 {
     start(std::make_shared<vcard::PivCard>());
     std::promise<void> waiting, left, inside, forked;

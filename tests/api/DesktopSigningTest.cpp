@@ -42,7 +42,7 @@ std::string hexadecimal(CK_ULONG number)
 }
 
 /// What the edition for desktop programs signs with, in the families that it adds to.
-class DesktopSigning : public CryptokiFixture {
+class DesktopSigningTest : public CryptokiFixture {
 protected:
     /// Starts anew with the user logged in.
     void begin(const std::shared_ptr<vcard::Card>& card)
@@ -125,7 +125,7 @@ protected:
     }
 };
 
-TEST_F(DesktopSigning, KeysOfEachKindTellWhatTheyAreAndSign)
+TEST_F(DesktopSigningTest, KeysOfEachKindTellWhatTheyAreAndSign)
 {
     const Hash unknown{CKM_MD5, CKG_MGF1_SHA512 + 2, nullptr};
     const struct {
@@ -211,7 +211,7 @@ TEST_F(DesktopSigning, KeysOfEachKindTellWhatTheyAreAndSign)
               " 9E06:0:12:256 9A07:3:06082A8648CE3D030107 9C07:3:06052B81040022 9D07:3:06052B81040023");
 }
 
-TEST_F(DesktopSigning, TokensListWhatTheyDoWithTheirKeySizes)
+TEST_F(DesktopSigningTest, TokensListWhatTheyDoWithTheirKeySizes)
 {
     const std::string digests = " 220:0-0:400 255:0-0:400 250:0-0:400 260:0-0:400 270:0-0:400";
     const std::pair<std::shared_ptr<vcard::Card>, std::string> rows[] = {
@@ -233,7 +233,7 @@ TEST_F(DesktopSigning, TokensListWhatTheyDoWithTheirKeySizes)
     }
 }
 
-TEST_F(DesktopSigning, OperationsRefuseWhatTheyCannotUse)
+TEST_F(DesktopSigningTest, OperationsRefuseWhatTheyCannotUse)
 {
     begin(kFamilies[1].make());
     const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
@@ -269,7 +269,7 @@ TEST_F(DesktopSigning, OperationsRefuseWhatTheyCannotUse)
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_X_509, Bytes(32)).rv, CKR_OK);
 }
 
-TEST_F(DesktopSigning, TokensThatTakePSSKnowItsHashes)
+TEST_F(DesktopSigningTest, TokensThatTakePSSKnowItsHashes)
 {
     begin(pivWith({}));
     TraceFile trace;
@@ -313,7 +313,7 @@ TEST_F(DesktopSigning, TokensThatTakePSSKnowItsHashes)
               std::vector(4, CKR_OK));
 }
 
-TEST_F(DesktopSigning, NumbersOfACurveAreTakenFromTheAnswer)
+TEST_F(DesktopSigningTest, NumbersOfACurveAreTakenFromTheAnswer)
 {
     const auto card = pivWith({{0x9A, 0, "P-256"}});
     card->putObject(0x0A, bytes("53(70(3000))"));

@@ -39,7 +39,7 @@ std::string gzip(Bytes plain)
     return vcard::toHex(packed);
 }
 
-class ProductOddCards : public CryptokiFixture {
+class ProductOddCardsTest : public CryptokiFixture {
 protected:
     using Lines = std::map<std::string, std::string>;
 
@@ -178,7 +178,7 @@ protected:
     Bytes m_content; ///< of the odd file
 };
 
-TEST_F(ProductOddCards, ChangeWhatTheyMustOnly)
+TEST_F(ProductOddCardsTest, ChangeWhatTheyMustOnly)
 {
     const Bytes certificate = vcard::PivCard().certificate(0x9A);
     const std::pair<const char*, std::string> words[] = {

@@ -82,7 +82,7 @@ std::string rowsOf(Object& object)
 
 } // namespace
 
-TEST(Object, EachClassHasItsRows)
+TEST(ObjectTest, EachClassHasItsRows)
 {
     FakePrivateKey privateKey;
     FakePublicKey publicKey;
@@ -97,7 +97,7 @@ TEST(Object, EachClassHasItsRows)
     EXPECT_EQ(thrownBy([&] { data.createCopy(&data); }), "54||");
 }
 
-TEST(Object, TemplatesAreTakenAsAWhole)
+TEST(ObjectTest, TemplatesAreTakenAsAWhole)
 {
     Data data;
     data.setLabel(Blob("label"));
@@ -124,7 +124,7 @@ TEST(Object, TemplatesAreTakenAsAWhole)
     EXPECT_FALSE(data.testObject(nullptr, 1, 0));
 }
 
-TEST(ObjectList, SearchesInTheOrderOfHandlesWhatCanBeRead)
+TEST(ObjectListTest, SearchesInTheOrderOfHandlesWhatCanBeRead)
 {
     struct Unreadable final : Data {
         Blob getValue() override { throw std::bad_alloc(); }
@@ -169,7 +169,7 @@ TEST(ObjectList, SearchesInTheOrderOfHandlesWhatCanBeRead)
     EXPECT_EQ(find(9), Handles({1, 2, 3, 4, 5, 6}));
 }
 
-TEST(Template, EntriesAreFoundByTheirType)
+TEST(TemplateTest, EntriesAreFoundByTheirType)
 {
     CK_OBJECT_CLASS objectClass = CKO_DATA;
     char text[] = "abc";
@@ -214,7 +214,7 @@ struct CertificateOnCard final : CardCertificate {
     CardValue readValue() override { return {certificate("rsa.der")}; }
 };
 
-TEST(CardCertificate, KeepsWhatACallerHasSetBeforeItWasRead)
+TEST(CardCertificateTest, KeepsWhatACallerHasSetBeforeItWasRead)
 {
     const std::array<CK_ATTRIBUTE_TYPE, 3> types = {CKA_ISSUER, CKA_SERIAL_NUMBER, CKA_SUBJECT};
     for (const CK_ATTRIBUTE_TYPE set : types) {

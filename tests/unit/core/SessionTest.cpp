@@ -381,7 +381,7 @@ TEST(SessionTest, AFetchedTokenServesOneCallAndAnotherCardEndsTheOperation)
     EXPECT_FALSE(w.session.isPaused());
 }
 
-TEST(Mechanism, RefusesWhatNoSessionAsksFor)
+TEST(MechanismTest, RefusesWhatNoSessionAsksFor)
 {
     Mechanism none;
     CK_BYTE in[4] = {}, out[4];
@@ -398,7 +398,7 @@ TEST(Mechanism, RefusesWhatNoSessionAsksFor)
     EXPECT_EQ(MechanismKeygen(CKM_DES_KEY_GEN).type(), CKM_DES_KEY_GEN);
 }
 
-TEST(SessionList, HandlesOutliveTheCard)
+TEST(SessionListTest, HandlesOutliveTheCard)
 {
     script = Script();
     FakeSlot slot;

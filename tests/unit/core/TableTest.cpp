@@ -10,7 +10,7 @@ struct StubbornTable : Table {
     void delEntry(void* /*entry*/) override { throw PKCS11Exception(CKR_GENERAL_ERROR); }
 };
 
-TEST(Table, HandsOutTheLowestFreeHandle)
+TEST(TableTest, HandsOutTheLowestFreeHandle)
 {
     int entries[16] = {};
     Table table;
@@ -40,7 +40,7 @@ TEST(Table, HandsOutTheLowestFreeHandle)
     EXPECT_EQ(codeOf([&] { table.getEntry(1); }), CKR_OBJECT_HANDLE_INVALID);
 }
 
-TEST(MechanismList, FindsTheFirstOfAType)
+TEST(MechanismListTest, FindsTheFirstOfAType)
 {
     MechanismList list;
     list.add({CKM_MD5, 1, 1, CKF_DIGEST});

@@ -6,7 +6,7 @@
 namespace {
 
 // An offer of a turn that gets lost shows as a test that does not end.
-TEST(DesktopCallLock, NobodyMissesHisTurn)
+TEST(DesktopCallLockTest, NobodyMissesHisTurn)
 {
     constexpr int kRounds = 50'000;
     PKCS11::CallLock lock;

@@ -47,7 +47,7 @@ const std::string kPath = "30(04044401B001 020110 800120)";
 
 } // namespace
 
-TEST(PKCS15, RecordsAreWrittenInTheirOwnOrderAndEveryErrorHasItsText)
+TEST(PKCS15Test, RecordsAreWrittenInTheirOwnOrderAndEveryErrorHasItsText)
 {
     const std::map<std::string, std::string (*)(const std::string&)> kinds = {
         {"Auth", trip<Auth>},       {"Cert", trip<Cert>},
@@ -60,7 +60,7 @@ TEST(PKCS15, RecordsAreWrittenInTheirOwnOrderAndEveryErrorHasItsText)
     });
 }
 
-TEST(PKCS15, FieldsAreReadAndChanged)
+TEST(PKCS15Test, FieldsAreReadAndChanged)
 {
     Key key;
     key.Import(hex("A0(" + kCommon + "30(0401AA 0303066040 030203B8 0101FF A0(1809'20301231Z')) A1(30(" +
@@ -88,7 +88,7 @@ TEST(PKCS15, FieldsAreReadAndChanged)
     EXPECT_EQ(info.label + info.manufacturerID, Blob("A"));
 }
 
-TEST(PKCS15, DirectoriesKeepTheGoodRecords)
+TEST(PKCS15Test, DirectoriesKeepTheGoodRecords)
 {
     const std::string first = "30(30(0C0131) 3000)", second = "30(30(0C0132) 3000)";
     PKCS15CertDF directory;

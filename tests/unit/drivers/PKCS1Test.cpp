@@ -5,7 +5,7 @@
 
 using namespace PKCS11;
 
-TEST(PKCS1, BlocksGrowWhereTheFillerMustAndLoseWhatStandsBeforeTheFirstZero)
+TEST(PKCS1Test, BlocksGrowWhereTheFillerMustAndLoseWhatStandsBeforeTheFirstZero)
 {
     EXPECT_EQ(makePKCS1Block(2, hex("AABBCCDDEE"), 8), hex("000200AABBCCDDEE"));
     EXPECT_EQ(makePKCS1Block(2, hex("AABB"), 8, 4), hex("0002FFFFFFFF00AABB"));

@@ -16,7 +16,7 @@ Blob find(const Blob& in, unsigned int tag)
 
 } // namespace
 
-TEST(ASN1, SiblingsAreFoundWithinTheirMemory)
+TEST(ASN1Test, SiblingsAreFoundWithinTheirMemory)
 {
     const Blob in = hex("30030201059F8182038200015502017700000401AA");
     EXPECT_EQ(find(in, 0x9F818203), hex("55"));
@@ -27,7 +27,7 @@ TEST(ASN1, SiblingsAreFoundWithinTheirMemory)
         EXPECT_EQ(find(hex(bad), hex(bad)[0]), Blob("none")) << bad;
 }
 
-TEST(PublicKey, ComesOutOfRSACertificatesOnly)
+TEST(PublicKeyTest, ComesOutOfRSACertificatesOnly)
 {
     Blob modulus;
     Blob exponent;

@@ -6,7 +6,7 @@ using namespace PKCS11;
 
 // The encodings here were made with openssl asn1parse -genconf.
 
-TEST(PKCS11Attrs, KeepsOneValueOfATypeInOrder)
+TEST(PKCS11AttrsTest, KeepsOneValueOfATypeInOrder)
 {
     PKCS11Attrs attributes;
     attributes.SetParam(CKA_LABEL, Blob("A"));
@@ -20,7 +20,7 @@ TEST(PKCS11Attrs, KeepsOneValueOfATypeInOrder)
     EXPECT_EQ(value, Blob());
 }
 
-TEST(PKCS11Attrs, LeavesOutWhatIsNeverStored)
+TEST(PKCS11AttrsTest, LeavesOutWhatIsNeverStored)
 {
     char x = 'x';
     PKCS11Attrs direct;
@@ -43,7 +43,7 @@ TEST(PKCS11Attrs, LeavesOutWhatIsNeverStored)
     }
 }
 
-TEST(PKCS11Attrs, SetsFromCardsMayBeIncomplete)
+TEST(PKCS11AttrsTest, SetsFromCardsMayBeIncomplete)
 {
     const Blob broken = hex("3119050030003006060400000102300B0604000000030403414243");
     PKCS11Attrs attributes;
@@ -60,7 +60,7 @@ TEST(PKCS11Attrs, SetsFromCardsMayBeIncomplete)
     EXPECT_EQ(imported.GetAttrs(), hex("311C050030003009060400000102040137300B0604000000030403414243"));
 }
 
-TEST(InfoRecords, FieldsAndAttributesComeBack)
+TEST(InfoRecordsTest, FieldsAndAttributesComeBack)
 {
     PrivateKeyInfo key;
     key.setField(1, Blob("f"));

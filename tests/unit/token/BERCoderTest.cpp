@@ -22,7 +22,7 @@ CK_RV importCode(const std::string& text)
 
 } // namespace
 
-TEST(BERCoder, DecodesEveryFormAndWritesTheShortestOne)
+TEST(BERCoderTest, DecodesEveryFormAndWritesTheShortestOne)
 {
     const std::tuple<const char*, int, const char*, bool> cases[] = {
         {"30800401AA0000", 7, "30030401AA", false},
@@ -41,7 +41,7 @@ TEST(BERCoder, DecodesEveryFormAndWritesTheShortestOne)
     EXPECT_EQ(encoded(BERCoder(0x04, Blob(256, 1))).substr(0, 8), "04820100");
 }
 
-TEST(BERCoder, RefusesMalformedInput)
+TEST(BERCoderTest, RefusesMalformedInput)
 {
     for (const int tag : {0x9F, 0x9F8080, 0x3001, 0x9F3801})
         EXPECT_EQ(codeOf([tag] { MultiTag{tag}; }), CKR_DATA_INVALID) << tag;
@@ -59,7 +59,7 @@ TEST(BERCoder, RefusesMalformedInput)
     EXPECT_EQ(encoded(node), "30080401AA30030401BB");
 }
 
-TEST(BERCoder, PrimitiveAndConstructedNodesKeepApart)
+TEST(BERCoderTest, PrimitiveAndConstructedNodesKeepApart)
 {
     BERCoder node(0x04, hex("AA"));
     const std::function<void()> changes[] = {

@@ -5,7 +5,7 @@
 
 using namespace PKCS11;
 
-TEST(Bytes, AreOnlyTouchedWhereTheyAre)
+TEST(BytesTest, AreOnlyTouchedWhereTheyAre)
 {
     Blob bytes(2, 7);
     EXPECT_EQ(codeOf([&] { bytes.at(2) = 0; }), CKR_BUFFER_TOO_SMALL);
@@ -29,7 +29,7 @@ TEST(Bytes, AreOnlyTouchedWhereTheyAre)
     EXPECT_EQ(broken.rest(), cut);
 }
 
-TEST(Bytes, ComeFromTextAndNumbersAndGoBack)
+TEST(BytesTest, ComeFromTextAndNumbersAndGoBack)
 {
     EXPECT_EQ(PKCS11_hex2blob("00a4FF"), Blob(std::string("\0\xA4\xFF", 3)));
     EXPECT_EQ(PKCS11_hex2blob("4g12345"), hex("77123400"));

@@ -4,7 +4,7 @@
 
 using namespace PKCS11;
 
-TEST(Framing, TLVObjectsLoseTheirPadding)
+TEST(FramingTest, TLVObjectsLoseTheirPadding)
 {
     const std::pair<const char*, const char*> cases[] = {{"000000", ""},
                                                          {"3003020105", "3003020105"},
@@ -19,7 +19,7 @@ TEST(Framing, TLVObjectsLoseTheirPadding)
         EXPECT_EQ(PKCS11_blob2hex(MakeTLVCoded(hex(in))), out) << in;
 }
 
-TEST(Framing, ListsCommandsAndObjectsHoldTheirLengths)
+TEST(FramingTest, ListsCommandsAndObjectsHoldTheirLengths)
 {
     for (const char* in : {"011002FF00010320", "011002FF0001032004FF00"}) {
         std::vector<TagLen> list;
@@ -37,7 +37,7 @@ TEST(Framing, ListsCommandsAndObjectsHoldTheirLengths)
 }
 
 // openssl enc -des-cbc -K 5A17C3E08B4D2F96 -iv 5A17C3E08B4D2F96 -nopad, last block.
-TEST(Framing, TheMACIsTheLastBlockOfDESInCBCMode)
+TEST(FramingTest, TheMACIsTheLastBlockOfDESInCBCMode)
 {
     EXPECT_EQ(GetMAC(Blob("hello world, 123")), hex("FF41C0F6A3CA9C38"));
     EXPECT_EQ(GetMAC(Blob("hello world, 12")), hex("96B0FFB54FA75471"));

@@ -24,7 +24,7 @@ VantorX509Certificate load(PKCS11::Blob der)
 
 } // namespace
 
-TEST(Certificate, GivesAttributesAndTexts)
+TEST(CertificateTest, GivesAttributesAndTexts)
 {
     const VantorX509Certificate cert = load(certificate("rsa.der") + PKCS11::Blob(2, 0xFF));
     EXPECT_EQ(bytes(cert.GetSubject()), PKCS11::PKCS11_blob2hex(certificate("rsa.der").slice(39, 64)));
@@ -52,7 +52,7 @@ TEST(Certificate, GivesAttributesAndTexts)
     EXPECT_EQ(ERR_peek_error(), 0U);
 }
 
-TEST(Certificate, NamesMayBeMissingAndOtherBytesAreRefused)
+TEST(CertificateTest, NamesMayBeMissingAndOtherBytesAreRefused)
 {
     const X509Pointer ssl = load(certificate("rsa.der")).toOpenSSLCertificate();
     X509_NAME* const empty = X509_NAME_new();
@@ -79,7 +79,7 @@ TEST(Certificate, NamesMayBeMissingAndOtherBytesAreRefused)
     EXPECT_EQ(ERR_peek_error(), 0U);
 }
 
-TEST(Certificate, DatesAreReadAsTheyAlwaysWere)
+TEST(CertificateTest, DatesAreReadAsTheyAlwaysWere)
 {
     const auto date = [](int type, const char* text) {
         const std::shared_ptr<ASN1_STRING> time(ASN1_STRING_type_new(type), ASN1_STRING_free);
