@@ -161,6 +161,8 @@ protected:
             {"refused with 63C2 behind a reset", [&](int nth) { before(nth, reset), refuse("63C2")(nth); }},
             {"refused with 6A82 behind a reset of the first",
              [&](int nth) { before(1, reset), refuse("6A82")(nth); }},
+            {"refused with 63C2 at last, reset before and behind",
+             [&](int nth) { before(nth, reset), before(nth + 1, reset), refuse("63C2")(nth + 1); }},
             {"unresponsive",
              [](int nth) { fakepcsc::failCall("SCardTransmit", SCARD_W_UNRESPONSIVE_CARD, nth); }},
             {"exchanged", [&](int nth) { before(nth, exchange); }},
