@@ -14,7 +14,6 @@ CK_RV PKCS11Wrapper::OpenSession(CK_SLOT_ID slotID, CK_FLAGS flags, void* pAppli
         {number("slotID", slotID), sessionFlags("flags", flags), pointer("pApplication", pApplication),
          pointer("Notify", reinterpret_cast<const void*>(Notify)), pointer("phSession", phSession)},
         [&](Slot& slot) {
-            requirePointer(phSession);
             m_sessions->openSession(&slot, slotID, flags, pApplication, Notify, phSession);
             logResults({pointee("phSession", phSession)});
             return CKR_OK;
