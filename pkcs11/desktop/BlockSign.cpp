@@ -7,6 +7,7 @@
 #include "pkcs11/drivers/common/Output.h"
 #include "pkcs11/drivers/common/PKCS1.h"
 #include "util/CryptoPointer.h"
+#include "util/CryptoUse.h"
 #include "util/QuietErrors.h"
 
 #include <cstring>
@@ -108,6 +109,7 @@ Blob PSSSign::block(const Blob& hash) const
 {
     if (hash.size() != EVP_MD_size(m_hash))
         throw PKCS11Exception(CKR_DATA_LEN_RANGE, "", "PSSSign::block");
+    const CryptoUse use;
     const QuietErrors quiet;
     Blob padded(size(), 0x00);
     if (RSA_padding_add_PKCS1_PSS_mgf1(keyOf(modulus()).get(), padded.data(), hash.data(), m_hash, m_maskHash,

@@ -3,6 +3,7 @@
 #include "pkcs11/token/BERCoder.h"
 #include "pkcs11/token/BERTags.h"
 #include "util/CryptoPointer.h"
+#include "util/CryptoUse.h"
 #include "util/QuietErrors.h"
 
 #include <openssl/x509.h>
@@ -63,6 +64,7 @@ void readKey(const X509& certificate, PIVAlgorithm& algorithm)
 
 PIVAlgorithm PIVAlgorithm::of(const Blob& certificate)
 {
+    const CryptoUse use;
     const QuietErrors quiet;
     PIVAlgorithm algorithm;
     const unsigned char* at = certificate.data();

@@ -11,6 +11,7 @@
 #include <functional>
 #include <sstream>
 #include <stdexcept>
+#include <unistd.h>
 #include <winscard.h>
 
 namespace {
@@ -239,6 +240,29 @@ TEST_F(LifeCycleTest, SessionsOfASlotShareItsTokenAndTheLastOneEndsTheLogin)
                      state(m_session)}),
               Codes({CKR_SESSION_PARALLEL_NOT_SUPPORTED, CKR_ARGUMENTS_BAD, 0, CKR_ATTRIBUTE_VALUE_INVALID, 0,
                      0, CKS_RW_PUBLIC_SESSION}));
+}
+
+TEST_F(LifeCycleTest, WhatNeedsLibcryptoIsRefusedBehindItsEnd)
+{
+    const auto exitWithHandler = [this] {
+        static auto& test = *this;
+        std::atexit([] { // libcrypto ends before, unless this process has used it already
+            CK_RSA_PKCS_PSS_PARAMS parameters{CKM_SHA256, CKG_MGF1_SHA256, 32};
+            const CK_MECHANISM pss{CKM_RSA_PKCS_PSS, &parameters, sizeof parameters};
+            const Outcome outcomes[] = {test.attribute(test.find(CKO_CERTIFICATE, 1), CKA_SUBJECT),
+                                        test.sign(test.find(CKO_PRIVATE_KEY), pss, Bytes(32))};
+            for (const Outcome& outcome : outcomes)
+                if (outcome.rv != CKR_CRYPTOKI_NOT_INITIALIZED && outcome.bytes.empty() &&
+                    (isDesktop() || outcome.rv != CKR_MECHANISM_INVALID))
+                    _exit(2);
+            _exit(0);
+        });
+        start(std::make_shared<vcard::PivCard>());
+        login("123456");
+        attribute(find(CKO_CERTIFICATE), CKA_SUBJECT);
+        std::exit(1);
+    };
+    EXPECT_EXIT(exitWithHandler(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(LifeCycleTest, CallsAreTracedWithoutPins)

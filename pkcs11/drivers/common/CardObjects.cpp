@@ -2,6 +2,7 @@
 
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/token/BERCoder.h"
+#include "util/CryptoUse.h"
 #include "util/VantorException.h"
 #include "util/VantorX509Certificate.h"
 
@@ -145,6 +146,7 @@ void CardCertificate::loadAttr()
     Blob value = X509PublicKeyCertificate::getValue();
     if (value.empty())
         return;
+    const CryptoUse use;
     m_parsed = true;
     try {
         const VantorX509Certificate certificate(
