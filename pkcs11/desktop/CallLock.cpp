@@ -8,6 +8,9 @@ namespace {
 
 /// Between two looks at whether entering has become pointless, in nanoseconds.
 constexpr long kPatience = 2'000'000;
+/// What a thread that comes back at once leaves to those that wait: so many pauses, in nanoseconds, at most.
+constexpr timespec kPause{0, 50'000};
+constexpr int kPauses = 40;
 
 timespec patienceFromNow()
 {
@@ -29,7 +32,17 @@ bool CallLock::tryEnter()
         return true;
     }
     pthread_t nobody = 0;
-    return m_owner.compare_exchange_strong(nobody, pthread_self());
+    if (!m_owner.compare_exchange_strong(nobody, pthread_self()))
+        return false;
+    m_last = pthread_self();
+    return true;
+}
+
+/// Who was inside last would be there again before a waiting thread has woken up.
+void CallLock::giveWay() const
+{
+    for (int i = 0; i < kPauses && m_waiting > 0 && !isInside() && m_last == pthread_self(); ++i)
+        nanosleep(&kPause, nullptr);
 }
 
 /// Until a turn is offered; another thread may take it first.
@@ -44,6 +57,7 @@ void CallLock::awaitTurn(Wait wait)
 
 void CallLock::enter()
 {
+    giveWay();
     while (!tryEnter())
         awaitTurn([this] { sem_wait(&m_turn); });
 }
@@ -76,6 +90,7 @@ bool CallLock::leave()
 void CallLock::reset()
 {
     m_owner = 0;
+    m_last = 0;
     m_waiting = 0;
     m_depth = 0;
     sem_init(&m_turn, 0, 0);

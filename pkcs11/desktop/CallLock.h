@@ -26,6 +26,7 @@ public:
     void reset();
 
 private:
+    void giveWay() const;
     template <class Wait>
     void awaitTurn(Wait wait);
 
@@ -33,6 +34,8 @@ private:
     /// waits has seen an owner that sees it waiting.
     std::atomic<pthread_t> m_owner;
     std::atomic<int> m_waiting;
+    /// Who entered last.
+    std::atomic<pthread_t> m_last;
     /// Posted for one that waits when the owner leaves.
     sem_t m_turn;
     /// How often the owner has entered again.

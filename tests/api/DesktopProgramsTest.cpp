@@ -2,13 +2,12 @@
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Families.h"
 #include "tests/support/LastWord.h"
+#include "tests/support/Threads.h"
 #include "tools/vcard/PivCard.h"
 
 #include <atomic>
-#include <fstream>
 #include <future>
 #include <thread>
-#include <unistd.h>
 #include <winscard.h>
 
 namespace {
@@ -244,9 +243,7 @@ TEST_F(DesktopProgramsTest, ExitLeavesTheCallsOfOtherThreadsWhatTheyUse)
         std::atomic<pid_t> waiting{0};
         calls.push_back(
             std::async(std::launch::async, [&] { return waiting = gettid(), C_Initialize(nullptr); }));
-        char state = 0; // of the thread; S when it sleeps
-        while (state != 'S')
-            std::ifstream("/proc/self/task/" + std::to_string(waiting) + "/stat").ignore(99, ')') >> state;
+        awaitSleep(waiting);
         lastWord.exitCode = [] {
             ended.set_value();
             return calls[0].get() == CKR_OK && calls[1].get() == CKR_CRYPTOKI_NOT_INITIALIZED ? 0 : 2;

@@ -1,5 +1,7 @@
 #include "pkcs11/desktop/CallLock.h"
 
+#include "tests/support/Threads.h"
+
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -26,6 +28,26 @@ TEST(DesktopCallLockTest, NobodyMissesHisTurn)
     run();
     other.join();
     EXPECT_EQ(inside, 2 * kRounds);
+}
+
+TEST(DesktopCallLockTest, WhoWaitsComesBeforeWhoJustLeft)
+{
+    constexpr int kRounds = 40;
+    PKCS11::CallLock lock;
+    int times = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        std::atomic<pid_t> id{0};
+        std::atomic<bool> wasInside{false};
+        lock.enter();
+        std::thread other([&] { id = gettid(), lock.enter(), wasInside = true, lock.leave(); });
+        awaitSleep(id);
+        lock.leave();
+        lock.enter();
+        times += wasInside ? 1 : 0;
+        lock.leave();
+        other.join();
+    }
+    EXPECT_GT(times, kRounds - 6); // it may be late
 }
 
 } // namespace
