@@ -32,7 +32,9 @@ FileLogger::FileLogger(const char* path, unsigned char options) : m_options(opti
 
 FileLogger::~FileLogger()
 {
-    if (!has(kBanner) || m_process != getpid())
+    if (m_process != getpid())
+        static_cast<void>(m_file.release()); // a forked child may have a file of its own under that number
+    if (!has(kBanner) || m_file == nullptr)
         return;
     Stamp stamp;
     formatTime(stamp);

@@ -48,6 +48,19 @@ TEST(FileLoggerTest, FileHasBannersAndStampedLinesUpToTheThreshold)
     EXPECT_THROW(FileLogger("/nowhere/log.txt", 98), PKCS11Exception);
 }
 
+TEST(FileLoggerTest, AForkedChildKeepsItsOwnFiles)
+{
+    const int descriptor = dup(0);
+    close(descriptor);
+    auto logger = std::make_unique<FileLogger>(kPath.c_str(), 0);
+    const auto endInChild = [&] {
+        dup2(0, descriptor); // a daemon closes what it inherits, and opens others
+        logger.reset();
+        _exit(fcntl(descriptor, F_GETFD) == -1 ? 1 : 0);
+    };
+    EXPECT_EXIT(endInChild(), ::testing::ExitedWithCode(0), "");
+}
+
 TEST(FileLoggerTest, TimeIsLocalOrUTC)
 {
     setenv("TZ", "XYZ-5:30", 1);
