@@ -4,6 +4,7 @@
 #include "pkcs11/token/Sleep.h"
 
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <openssl/crypto.h>
 #include <unistd.h>
@@ -13,23 +14,43 @@ namespace {
 /// A signal handler may exit inside of a use, which then does not end. In milliseconds.
 constexpr int kPatience = 1000;
 
-std::atomic<int> users{0};
+/// The process in the upper half, its users in the lower one: those of a parent do not exist in the child of
+/// a fork.
+std::atomic<std::uint64_t> users{0};
 std::atomic<bool> hasEnded{false};
-/// Of the process that has registered the end. Its threads do not exist in the child of a fork.
-pid_t process = 0;
+
+std::uint64_t thisProcess()
+{
+    return static_cast<std::uint64_t>(getpid()) << 32;
+}
+
+std::uint64_t usersHere(std::uint64_t all)
+{
+    const std::uint64_t process = thisProcess();
+    return all >> 32 == process >> 32 ? all - process : 0;
+}
+
+void addUser(int count)
+{
+    std::uint64_t before = users;
+    std::uint64_t now = 0;
+    do
+        now = thisProcess() + usersHere(before) + static_cast<std::uint64_t>(count);
+    while (!users.compare_exchange_weak(before, now));
+}
 
 void end()
 {
     hasEnded = true;
-    for (int i = 0; i < kPatience && users > 0 && process == getpid(); ++i)
+    for (int i = 0; i < kPatience && usersHere(users) > 0; ++i)
         PKCS11::Sleep(1);
 }
 
-/// libcrypto's own end is registered first, so that it comes behind this one.
+/// libcrypto's own end is registered first, so that it comes behind this one. Asked for nothing, libcrypto
+/// does not start.
 bool registerEnd()
 {
-    process = getpid();
-    return OPENSSL_init_crypto(0, nullptr) == 1 && std::atexit(&end) == 0;
+    return OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS, nullptr) == 1 && std::atexit(&end) == 0;
 }
 
 } // namespace
@@ -37,14 +58,14 @@ bool registerEnd()
 CryptoUse::CryptoUse()
 {
     static const bool isRegistered = registerEnd();
-    ++users;
+    addUser(1);
     if (!isRegistered || hasEnded) {
-        --users;
+        addUser(-1);
         throw PKCS11::PKCS11Exception(CKR_CRYPTOKI_NOT_INITIALIZED);
     }
 }
 
 CryptoUse::~CryptoUse()
 {
-    --users;
+    addUser(-1);
 }
