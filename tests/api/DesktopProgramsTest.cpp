@@ -143,11 +143,12 @@ TEST_F(DesktopProgramsTest, ACardThatAnotherProgramHasResetIsLeftToIt)
         fakepcsc::failCall("SCardReconnect", result, 1, 2);
         EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_OK);
     }
-    for (const int failures : {2, 100, 0}) {
-        for (const int nth : {1, 2, 3})
+    for (const auto& [resets, failures] : {std::pair(3, 2), {3, 100}, {4, 0}, {3, 0}}) {
+        for (int nth = 1; nth <= resets; ++nth)
             fakepcsc::beforeCall("SCardBeginTransaction", nth, [this] { fakepcsc::resetCard(m_reader); });
         fakepcsc::failCall("SCardReconnect", SCARD_E_PROTO_MISMATCH, 1, failures);
-        EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, failures == 100 ? CKR_GENERAL_ERROR : CKR_OK);
+        const bool isTooMuch = resets == 4 || failures == 100;
+        EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, isTooMuch ? CKR_GENERAL_ERROR : CKR_OK);
         fakepcsc::forgetPlans();
     }
     ASSERT_EQ(SCardReconnect(handle, SCARD_SHARE_SHARED, protocol, SCARD_LEAVE_CARD, &protocol), 0);
