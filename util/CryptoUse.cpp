@@ -17,7 +17,7 @@ constexpr int kPatience = 1000;
 /// The process in the upper half, its users in the lower one: those of a parent do not exist in the child of
 /// a fork.
 std::atomic<std::uint64_t> users{0};
-std::atomic<bool> hasEnded{false};
+std::atomic<bool> hasEnded{false}, isRegistered{false};
 
 std::uint64_t thisProcess()
 {
@@ -57,9 +57,11 @@ bool registerEnd()
 
 CryptoUse::CryptoUse()
 {
-    static const bool isRegistered = registerEnd();
+    // No lock, which a signal handler or the child of a fork could find taken.
+    if (!isRegistered.exchange(true) && !registerEnd())
+        hasEnded = true;
     addUser(1);
-    if (!isRegistered || hasEnded) {
+    if (hasEnded) {
         addUser(-1);
         throw PKCS11::PKCS11Exception(CKR_CRYPTOKI_NOT_INITIALIZED);
     }
