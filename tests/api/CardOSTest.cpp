@@ -122,6 +122,9 @@ TEST_P(CardOSTest, FailuresOfTheCardAreNotTakenForMore)
     answer("6F00", 2); // to VERIFY
     EXPECT_EQ(sign(mine, CKM_RSA_PKCS, m_data).rv, CKR_PIN_INCORRECT);
     EXPECT_EQ(encrypt(theirs, CKM_RSA_PKCS, m_data).length, m_card->key().size());
+    // A refused PIN takes back from the card what an accepted one gave it.
+    EXPECT_EQ(setPin("999999", "123456"), CKR_PIN_INCORRECT);
+    EXPECT_EQ(encrypt(theirs, CKM_RSA_PKCS, m_data).length, m_card->key().size());
     // A modulus without bytes has nothing to encrypt with, which is no error.
     fakepcsc::insertCard(m_reader, m_card);
     ASSERT_EQ(login("123456"), CKR_OK);

@@ -10,6 +10,9 @@ namespace PKCS11 {
 
 namespace {
 
+/// No moment in the life of a card.
+constexpr PCSCSlot::CardMark kNever = -1;
+
 /// The text in a field of CK_TOKEN_INFO: filled up with blanks, cut to the field's width.
 template <int Width>
 void fill(CK_UTF8CHAR (&field)[Width], const Blob& text)
@@ -216,6 +219,7 @@ int CardToken::sendVerify(const Blob& header, const Blob& data)
 {
     requireApplication();
     PCSCSlot::CardMark mark = card().cardMark();
+    m_pinShownAt = kNever; // a refusal takes it back from the card
     int sw = card().Send(header, data);
     if (!card().isUndisturbedSince(mark) && !isPinRefused(sw)) {
         makeCurrent();
