@@ -127,9 +127,14 @@ Blob PCSCSlot::SelectAppl(const char* aidHex)
     return SelectAppl(PKCS11_hex2blob(aidHex));
 }
 
+int PCSCSlot::trySelectEF(const Blob& fid)
+{
+    return Send(PKCS11_hex2blob(kSelectEF), fid);
+}
+
 void PCSCSlot::SelectEF_IAS(const Blob& fid)
 {
-    if (Send(PKCS11_hex2blob(kSelectEF), fid) != SW_SUCCESS)
+    if (trySelectEF(fid) != SW_SUCCESS)
         throw PKCS11Exception(CKR_DEVICE_ERROR, "Select File", "PCSCSlot::SelectEF");
 }
 

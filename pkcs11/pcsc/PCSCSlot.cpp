@@ -142,6 +142,12 @@ void PCSCSlot::ResetChannel()
     m_protocol = protocol;
 }
 
+void PCSCSlot::startOver()
+{
+    ++m_disturbances;
+    ResetChannel();
+}
+
 long PCSCSlot::reconnect(PCSCWord action)
 {
     return withProtocol([&] {

@@ -42,6 +42,8 @@ public:
     bool CloseChannel();
     /// Warm reset of the card: every selection and login on it is lost. Throws CKR_GENERAL_ERROR (5).
     void ResetChannel();
+    /// The same behind a failure: what was selected and verified counts as gone.
+    void startOver();
     /// Reconnects to a card that another program has reset, leaving it as it is unless it was switched off;
     /// tries again while the service has no protocol for the card. The PC/SC result; SCARD_W_REMOVED_CARD for
     /// another card.
@@ -92,9 +94,9 @@ public:
     /// header, Lc, data.
     [[nodiscard]] int Send(const Blob& header, const Blob& data, Blob& resp);
     [[nodiscard]] int Send(const Blob& header, const Blob& data);
-    /// header, Lc, data; gathers the answer over every 61xx and drops the status word, so that a card's error
-    /// shows as an empty or short result only.
-    Blob SendCard(const Blob& header, const Blob& data);
+    /// header, Lc, data; gathers the answer over every 61xx. A card's error shows as an empty or short
+    /// result, and in the last status word.
+    Blob SendCard(const Blob& header, const Blob& data, int* status = nullptr);
     /// SendCmd, then GET RESPONSE as long as the status is 61xx. For answers of more than 256 bytes.
     [[nodiscard]] int SendCmdChained(const Blob& cmd, Blob& resp);
 
@@ -111,7 +113,9 @@ public:
     Blob SelectAppl(const Blob& aid);
     /// The name as hexadecimal text. Belongs to the interface; nothing in the library calls it.
     Blob SelectAppl(const char* aidHex);
-    /// SELECT EF under the current DF. Throws CKR_DEVICE_ERROR (0x30) unless 9000.
+    /// SELECT EF under the current DF; the status of the card.
+    [[nodiscard]] int trySelectEF(const Blob& fid);
+    /// The same; throws CKR_DEVICE_ERROR (0x30) unless 9000.
     void SelectEF_IAS(const Blob& fid);
     void SelectEF_IAS(unsigned short fid);
 

@@ -32,6 +32,16 @@ constexpr bool isWrongLe(int sw)
 {
     return sw1(sw) == 0x6C;
 }
+/// 6Axx: the card has no such file, directory or key there.
+constexpr bool isNotThere(int sw)
+{
+    return sw1(sw) == 0x6A;
+}
+/// An error (64xx and above, but 90xx): what comes with it is no result.
+constexpr bool isError(int sw)
+{
+    return sw1(sw) >= 0x64 && sw1(sw) != 0x90;
+}
 /// The card compared the PIN, or refuses to: wrong (63xx), blocked, unusable.
 constexpr bool isPinRefused(int sw)
 {

@@ -132,14 +132,14 @@ void PCSCSlot::enter()
 
 void PCSCSlot::recover(long result)
 {
-    ++m_disturbances;
     if (Edition::current().wantsRejoin(result)) {
+        ++m_disturbances;
         RejoinChannel(); // where it fails, so does the command again
         return;
     }
     if (result == SCARD_W_REMOVED_CARD)
         noteExchange();
-    ResetChannel();
+    startOver();
     if (!isSameInsertion())
         noteExchange();
 }
@@ -223,7 +223,7 @@ int PCSCSlot::Send(const Blob& header, const Blob& data)
     return SendCmd(GetShortAPDU(header, data));
 }
 
-Blob PCSCSlot::SendCard(const Blob& header, const Blob& data)
+Blob PCSCSlot::SendCard(const Blob& header, const Blob& data, int* status)
 {
     const Blob command = GetShortAPDU(header, data);
     WipedBuffer<kAnswerSize> answer;
@@ -231,7 +231,9 @@ Blob PCSCSlot::SendCard(const Blob& header, const Blob& data)
     // Without the rule for a wrong Le: the command has none.
     const int sw = SendCmdIntern(chars(command), command.size(), answer.bytes.data(), &length);
     Blob result(answer.bytes.data(), answer.bytes.data() + length);
-    static_cast<void>(collect(sw, result));
+    const int last = collect(sw, result);
+    if (status != nullptr)
+        *status = last;
     return result;
 }
 

@@ -20,8 +20,14 @@ TEST_F(IasTest, AResetThatNobodyToldOfIsMadeUpFor)
     EXPECT_EQ(findAll().size(), 5U); // private keys and the secret are hidden
     ASSERT_EQ(login("123456"), CKR_OK);
     EXPECT_EQ(setPin("123456", "7777"), CKR_OK);
+    const CK_OBJECT_HANDLE secret = find(CKO_DATA, 1);
+    for (const int nth : {3, 4}) { // a refusal is no reason to read the other file of that name
+        fakepcsc::clearCalls();
+        answer("6F00", nth);
+        EXPECT_EQ(attribute(secret, CKA_VALUE).rv, CKR_DEVICE_ERROR);
+    }
     m_card->reset(); // reading shows the PIN again
-    EXPECT_EQ(text(find(CKO_DATA, 1), CKA_VALUE), "Only with the PIN.");
+    EXPECT_EQ(text(secret, CKA_VALUE), "Only with the PIN.");
     const auto publicKey = publicKeyOf(m_card->certificate(0));
     const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
     const Bytes plain = vcard::fromText("a secret");

@@ -105,10 +105,10 @@ int AcosTRUSTToken::SelectEF(unsigned short fid)
     return card().Send(PKCS11_hex2blob(kSelectFile), PKCS11_short2blob(fid));
 }
 
-int AcosTRUSTToken::GetEFsize(unsigned short fid)
+int AcosTRUSTToken::GetEFsize(unsigned short fid, int& sw)
 {
     Blob control;
-    static_cast<void>(card().Send(PKCS11_hex2blob(kSelectFile), PKCS11_short2blob(fid), control));
+    sw = card().Send(PKCS11_hex2blob(kSelectFile), PKCS11_short2blob(fid), control);
     // 80 02 inside another element counts as well: the answer is scanned, not parsed.
     const Blob tag = PKCS11_hex2blob("8002");
     const auto found = std::search(control.begin(), control.end(), tag.begin(), tag.end());
@@ -118,10 +118,10 @@ int AcosTRUSTToken::GetEFsize(unsigned short fid)
 
 Blob AcosTRUSTToken::ReadBinary(unsigned short fid, bool& isWhole)
 {
-    const int size = GetEFsize(fid);
+    int selected = 0, sw = SW_SUCCESS;
+    const int size = GetEFsize(fid, selected);
     Blob command = PKCS11_hex2blob(kReadBinary);
     Blob content;
-    int sw = SW_SUCCESS;
     if (size < 0)
         sw = card().SendCmd(command, content);
     while (content.size() < size && content.size() < kMaxOffset) {
@@ -134,7 +134,7 @@ Blob AcosTRUSTToken::ReadBinary(unsigned short fid, bool& isWhole)
             break;
         content.append(chunk);
     }
-    isWhole = sw == SW_SUCCESS && content.size() >= std::min(size, kMaxOffset);
+    isWhole = selected == SW_SUCCESS && sw == SW_SUCCESS && content.size() >= std::min(size, kMaxOffset);
     return content;
 }
 

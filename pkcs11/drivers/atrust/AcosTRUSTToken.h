@@ -58,8 +58,9 @@ private:
     const char* changeHeader() const override;
     void selectApplication() override { SelectDF_DECAppl(); }
     [[nodiscard]] int SelectEF(unsigned short fid);
-    /// Size of the file as its SELECT answer tells it, in bytes; -1 when it does not.
-    int GetEFsize(unsigned short fid);
+    /// Size of the file as its SELECT answer tells it, in bytes; -1 when it does not. `sw` is the status of
+    /// SELECT.
+    int GetEFsize(unsigned short fid, int& sw);
     /// Free memory in bytes; 0 when the card does not tell. Leaves the MF selected.
     CK_ULONG GetFreeMemory();
 

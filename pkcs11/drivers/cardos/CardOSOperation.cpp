@@ -136,27 +136,37 @@ void CardOSPublicKeyOperation::prepare() const
     require(send(kUseLoadedKey));
 }
 
+int CardOSPublicKeyOperation::bracketLoading() const
+{
+    try {
+        return send(kBracketLoading);
+    } catch (const PKCS11Exception&) {
+        token().card().startOver();
+        throw;
+    }
+}
+
 void CardOSPublicKeyOperation::loadKey(const Blob& modulus, const Blob& exponent) const
 {
     const PCSCSlot& card = token().card();
     const PCSCSlot::CardMark before = card.cardMark();
-    require(send(kBracketLoading));
+    require(bracketLoading());
     const PCSCSlot::CardMark opened = card.cardMark();
     const auto isOpen = [&] { return card.isUndisturbedSince(opened); };
     try {
         loadComponent(kModulusObject, modulus);
         loadComponent(kExponentObject, exponent);
-        require(send(kBracketLoading));
+        require(bracketLoading());
     } catch (const PKCS11Exception& failure) {
         // A card that stays open computes nothing; only one that refuses to load is left so.
         const bool refuses = failure.value() != CKR_GENERAL_ERROR && card.isUndisturbedSince(before);
         if (isOpen() && (!refuses || Edition::current().closesRefusedLoading()))
-            static_cast<void>(send(kBracketLoading));
+            static_cast<void>(bracketLoading());
         throw PKCS11Exception(failure);
     }
     // A reset closes too: the command that was repeated behind it has opened.
     if (!isOpen())
-        static_cast<void>(send(kBracketLoading));
+        static_cast<void>(bracketLoading());
 }
 
 void CardOSPublicKeyOperation::loadComponent(const char* objectTemplate, const Blob& value) const

@@ -79,6 +79,9 @@ protected:
 
 private:
     void prepare() const;
+    /// Opens or closes the loading of a key. Where the reader fails nobody knows which: the card is reset,
+    /// which closes.
+    [[nodiscard]] int bracketLoading() const;
     /// Closes the loading when the reader fails in the middle of it.
     void loadKey(const Blob& modulus, const Blob& exponent) const;
     void loadComponent(const char* objectTemplate, const Blob& value) const;

@@ -2,6 +2,7 @@
 
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/token/BERCoder.h"
+#include "pkcs11/token/BERTags.h"
 #include "util/CryptoUse.h"
 #include "util/VantorException.h"
 #include "util/VantorX509Certificate.h"
@@ -41,11 +42,11 @@ Blob valueOf(Base& object, Read read)
 }
 
 /// A certificate tells its length: behind its last byte a card may answer what it likes.
-bool beginsWithElement(const Blob& bytes)
+bool beginsWithCertificate(const Blob& bytes)
 {
     try {
         BERCoder().import(bytes, 0);
-        return true;
+        return bytes.at(0) == kSequence;
     } catch (const PKCS11Exception&) {
         return false;
     }
@@ -114,7 +115,7 @@ Blob CardCertificate::getValue()
 {
     return valueOf<X509PublicKeyCertificate>(*this, [this] {
         CardValue value = readValue();
-        value.isWhole = value.isWhole || beginsWithElement(value.bytes);
+        value.isWhole = value.isWhole || beginsWithCertificate(value.bytes);
         return value;
     });
 }

@@ -115,7 +115,7 @@ Blob IASToken::GetIASSerialNumber()
 {
     constexpr int kWholeLength = 20;
     try {
-        if (!selectEF(PKCS11_short2blob(kMF)))
+        if (card().trySelectEF(PKCS11_short2blob(kMF)) != SW_SUCCESS)
             static_cast<void>(card().SendCmd(PKCS11_hex2blob(kSelectMFNoResponse)));
         card().SelectEF_IAS(kSerialNumberFile);
         const Blob content = card().ReadBinaryEF();
@@ -180,17 +180,6 @@ void IASToken::selectApplication()
     noteSelection();
 }
 
-bool IASToken::selectEF(const Blob& fid)
-{
-    try {
-        card().SelectEF_IAS(fid);
-        return true;
-    } catch (const PKCS11Exception& failure) {
-        passReaderFailure(failure);
-        return false;
-    }
-}
-
 CardValue IASToken::readSelectedFile()
 {
     CardValue file;
@@ -198,14 +187,16 @@ CardValue IASToken::readSelectedFile()
     return file;
 }
 
-std::optional<CardValue> IASToken::readFile(const Blob& directories, const Blob& fid)
+std::optional<CardValue> IASToken::readFile(const Blob& directories, const Blob& fid, int& sw)
 {
+    const auto selectDF = [&](int at) {
+        return sw = card().Send(PKCS11_hex2blob(kSelectDF), directories.slice(at, kFidSize));
+    };
     int selected = 0;
-    while (selected < directories.size() &&
-           card().Send(PKCS11_hex2blob(kSelectDF), directories.slice(selected, kFidSize)) == SW_SUCCESS)
+    while (selected < directories.size() && selectDF(selected) == SW_SUCCESS)
         selected += kFidSize;
     std::optional<CardValue> content;
-    if (selected >= directories.size() && selectEF(fid))
+    if (selected >= directories.size() && (sw = card().trySelectEF(fid)) == SW_SUCCESS)
         content = readSelectedFile();
     if (selected > 0)
         ResetSecurity();
@@ -220,14 +211,17 @@ std::optional<CardValue> IASToken::readFile(const Blob& path)
     if (directories.size() > kMaxDirectories)
         return std::nullopt;
     // How many of the directories lead to the application itself is not known: from the MF at least one
-    // behind it, otherwise perhaps none. The MF comes last, because selecting it gives up the PIN.
+    // behind it, otherwise perhaps none. The MF comes last, because selecting it gives up the PIN. A card
+    // that refuses for another reason than that nothing is there may have the file: no other one is taken for
+    // it.
     const bool isAbsolute = directories.slice(0, kFidSize) == PKCS11_short2blob(kMF);
     std::optional<CardValue> content;
+    int sw = SW_INCORRECT_P1P2;
     int above = isAbsolute ? std::min(2 * kFidSize, directories.size()) : 0;
-    for (; !content && above <= directories.size(); above += kFidSize)
-        content = readFile(directories.slice(above), fid);
-    if (!content && isAbsolute)
-        content = readFile(directories, fid);
+    for (; isNotThere(sw) && above <= directories.size(); above += kFidSize)
+        content = readFile(directories.slice(above), fid, sw);
+    if (isNotThere(sw) && isAbsolute)
+        content = readFile(directories, fid, sw);
     return content;
 }
 
@@ -271,9 +265,10 @@ bool IASToken::ReadPublicKey(unsigned char reference, Blob& modulus, Blob& expon
     const auto number = static_cast<unsigned char>(reference & 0x0F);
     Blob headerList = PKCS11_hex2blob(kPublicKeyHeaderList);
     headerList.at(kKeyNumber) = number;
+    int sw = 0;
     const Blob answer = whole([&] {
         ResetSecurity();
-        return card().SendCard(PKCS11_hex2blob(kGetData), headerList);
+        return card().SendCard(PKCS11_hex2blob(kGetData), headerList, &sw);
     });
     const auto take = [&](const BERCoder& element) {
         if (hasTag(element, 0x81))
@@ -294,7 +289,7 @@ bool IASToken::ReadPublicKey(unsigned char reference, Blob& modulus, Blob& expon
         modulus.clear();
         exponent.clear();
     }
-    return !answer.empty();
+    return sw == SW_SUCCESS && !answer.empty();
 }
 
 std::optional<unsigned char> IASToken::publicKeyReference(const PKCS15PrivateKeyObject& record) const

@@ -62,13 +62,12 @@ private:
     /// The value of the serial number file under the MF, or nothing; leaves the MF selected.
     Blob GetIASSerialNumber();
 
-    /// True when the file is the current one now.
-    bool selectEF(const Blob& fid);
     /// The content of the file that a path (ISO 7816-4) names, from the MF or from the application, which is
     /// selected before and after; nothing when the file cannot be selected.
     std::optional<CardValue> readFile(const Blob& path);
-    /// The same for a file in directories that are selected one after the other.
-    std::optional<CardValue> readFile(const Blob& directories, const Blob& fid);
+    /// The same for a file in directories that are selected one after the other; `sw` is the status of the
+    /// last SELECT.
+    std::optional<CardValue> readFile(const Blob& directories, const Blob& fid, int& sw);
     CardValue readSelectedFile();
     Blob readEF(unsigned short fid);
     /// The content of the directory that the ODF names; empty where there is none.

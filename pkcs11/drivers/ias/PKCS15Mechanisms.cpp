@@ -34,11 +34,14 @@ void setSecurityEnvironment(const PKCS15PrivateKey& key, const char* command, un
     requireSuccess(key.token().card().SendCmd(mse), "Manage Security Environment", kSignWhere);
 }
 
-/// The transport drops the status of these commands: no answer is the card's refusal.
-void requireAnswer(const Blob& answer, const char* where)
+/// What the card computed, gathered over all pieces of its answer.
+Blob resultOf(PCSCSlot& card, const Blob& header, const Blob& data, const char* where)
 {
-    if (answer.empty())
+    int sw = 0;
+    Blob answer = card.SendCard(header, data, &sw);
+    if (answer.empty() || isError(sw))
         throw PKCS11Exception(CKR_DEVICE_ERROR, "", where);
+    return answer;
 }
 
 /// PSO DECIPHER of padding indicator and ciphertext, in a chain where one command does not hold them.
@@ -51,7 +54,7 @@ Blob decipher(PCSCSlot& card, const Blob& field)
         requireSuccess(card.Send(header, field.slice(sent, kMaxShortData)), "", kDecryptWhere);
     }
     header.at(0) = 0x00;
-    return card.SendCard(header, field.slice(sent));
+    return resultOf(card, header, field.slice(sent), kDecryptWhere);
 }
 
 } // namespace
@@ -68,9 +71,7 @@ void PKCS15MechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK
     const Blob signature = m_key.token().whole([&] {
         m_key.token().replayUserPin();
         setSecurityEnvironment(m_key, kMseSetSignature, reference);
-        Blob answer = m_key.token().card().SendCard(PKCS11_hex2blob(kInternalAuthenticate), input);
-        requireAnswer(answer, kSignWhere);
-        return answer;
+        return resultOf(m_key.token().card(), PKCS11_hex2blob(kInternalAuthenticate), input, kSignWhere);
     });
     deliver(signature, out, outLen);
 }
@@ -86,9 +87,7 @@ void PKCS15MechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* o
     const Blob plaintext = m_key.token().whole([&] {
         m_key.token().replayUserPin();
         setSecurityEnvironment(m_key, kMseSetDecryption, reference);
-        Blob answer = decipher(m_key.token().card(), field);
-        requireAnswer(answer, kDecryptWhere);
-        return answer;
+        return decipher(m_key.token().card(), field);
     });
     deliver(plaintext, out, outLen);
 }
