@@ -151,7 +151,7 @@ PYTHON
     openssl dgst -sha256 -verify "$WORK/public.pem" -signature "$WORK/python-signature" "$WORK/letter"
 }
 
-# A session that stays open while its card leaves the reader and another comes. Each side tells the other what it did.
+# A client that goes on when its card has left the reader and another one has come. Each side tells the other what it did.
 hot_plug() {
     cat >"$WORK/hot-plug.py" <<'PYTHON'
 import os, sys, time
@@ -160,9 +160,10 @@ from PyKCS11 import *
 module, slot, digest_info = sys.argv[1:]
 library = PyKCS11Lib()
 library.load(module)
-session = library.openSession(int(slot, 0))
 
 def sign():
+    global session
+    session = library.openSession(int(slot, 0))
     session.login(os.environ["QUARVEL_PIN"])
     key = session.findObjects([(CKA_CLASS, CKO_PRIVATE_KEY), (CKA_ID, bytes.fromhex("9A07"))])[0]
     session.sign(key, open(digest_info, "rb").read(), Mechanism(CKM_RSA_PKCS, None))

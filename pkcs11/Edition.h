@@ -80,6 +80,9 @@ public:
 
     // --- Sessions ---
 
+    /// Whether a card that is lost with this PC/SC result takes its sessions with it. Otherwise they are
+    /// paused, and go on with the next card.
+    virtual bool endsSessions(long /*status*/) const { return false; }
     /// A search belongs to its session; otherwise the sessions of a token share one.
     virtual bool isSearchPerSession() const { return false; }
 

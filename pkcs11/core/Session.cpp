@@ -73,7 +73,10 @@ Token* Session::getToken()
         throw PKCS11Exception(CKR_FUNCTION_FAILED);
     if (m_token != nullptr)
         return m_token;
-    m_token = m_slot->getToken();
+    Token* const token = m_slot->getToken();
+    if (m_hasEnded)
+        throw PKCS11Exception(CKR_DEVICE_REMOVED);
+    m_token = token;
     // An operation may only live in a session that the next change of cards will pause again.
     if (m_paused) {
         m_state = stateOn(*m_token, m_flags);

@@ -41,13 +41,16 @@ public:
     void cleanMechanism();
 
     bool isPaused() const { return m_paused; }
+    /// A session that has ended with its card is refused by each call, until one frees its handle.
+    bool hasEnded() const { return m_hasEnded; }
+    void end() { m_hasEnded = true; }
     Slot* slot() const { return m_slot; }
     CK_SLOT_ID slotID() const { return m_slotID; }
     CK_FLAGS flags() const { return m_flags; }
     /// Forgets the token of the previous Cryptoki call.
     void beginCall() { m_token = nullptr; }
     /// The slot's token, fetched once in a Cryptoki call: the one path to it. A fetch that finds another card
-    /// pauses the session, which goes on with the new token then.
+    /// pauses the session, which goes on with the new token then, or ends it (CKR_DEVICE_REMOVED, 0x32).
     Token* getToken();
 
     CK_STATE getSessionState(CK_FLAGS flags);
@@ -171,6 +174,7 @@ private:
     CK_ULONG m_deviceError = 0;
     std::unique_ptr<Mechanism> m_operation;
     bool m_paused = false;
+    bool m_hasEnded = false;
 
     /// Of an edition whose searches belong to their sessions.
     ObjectSearch m_search;

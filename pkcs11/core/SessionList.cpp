@@ -45,6 +45,8 @@ Session* SessionList::getSession(CK_SESSION_HANDLE handle)
 {
     constexpr char kWhat[] = "CKR_SESSION_HANDLE_INVALID";
     constexpr char kWhere[] = "SessionList::getSession";
+    if (const Session* known = peekSession(handle); known != nullptr && known->hasEnded())
+        destroy(handle);
     Session* session = peekSession(handle);
     if (session == nullptr)
         throw PKCS11Exception(CKR_SESSION_HANDLE_INVALID, kWhat, kWhere);
@@ -106,6 +108,15 @@ void SessionList::pauseAllSessions(CK_SLOT_ID slotID)
 void SessionList::pauseAllSessions2(CK_SESSION_HANDLE handle)
 {
     pauseAllSessions(static_cast<Session*>(getEntry(handle))->slotID());
+}
+
+void SessionList::endAllSessions(const Slot* slot)
+{
+    for (unsigned long handle = 1; handle <= highWater(); ++handle) {
+        Session* session = peekSession(handle);
+        if (session != nullptr && session->slot() == slot)
+            session->end();
+    }
 }
 
 void SessionList::endOperations(const Object* object)

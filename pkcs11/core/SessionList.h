@@ -17,8 +17,9 @@ public:
     /// phSession, and what Session::openSession throws.
     void openSession(Slot* slot, CK_SLOT_ID slotID, CK_FLAGS flags, void* pApplication, CK_NOTIFY notify,
                      CK_SESSION_HANDLE* phSession);
-    /// The session, reopened when it was paused. Throws CKR_SESSION_HANDLE_INVALID (0xB3). Begins a Cryptoki
-    /// call: the session fetches its token anew.
+    /// The session, reopened when it was paused. Throws CKR_SESSION_HANDLE_INVALID (0xB3); where the session
+    /// has ended with its card, its handle is free from then on. Begins a Cryptoki call: the session fetches
+    /// its token anew.
     Session* getSession(CK_SESSION_HANDLE handle);
     /// The session as it stands, or null. Never throws.
     Session* peekSession(CK_SESSION_HANDLE handle) const { return at(handle); }
@@ -32,6 +33,8 @@ public:
     /// Pauses the sessions of that session's slot; throws CKR_OBJECT_HANDLE_INVALID (0x82) for an unknown
     /// handle.
     void pauseAllSessions2(CK_SESSION_HANDLE handle);
+    /// Ends the sessions of the slot, whose card is gone.
+    void endAllSessions(const Slot* slot);
     /// Drops every operation that works with the object, which is about to be destroyed.
     void endOperations(const Object* object);
 

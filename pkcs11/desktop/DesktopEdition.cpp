@@ -65,6 +65,11 @@ bool DesktopEdition::wantsRejoin(long result) const
     return result == SCARD_E_PROTO_MISMATCH;
 }
 
+bool DesktopEdition::endsSessions(long status) const
+{
+    return !isContextLost(status);
+}
+
 DesktopEdition& DesktopEdition::instance()
 {
     static_assert(std::is_trivially_destructible_v<DesktopEdition>, "calls may outlive static destruction");

@@ -36,6 +36,9 @@ public:
     /// Desktop clients pass over a token without CKF_TOKEN_INITIALIZED; the drivers do not report it.
     CK_FLAGS addedTokenFlags() const override { return CKF_TOKEN_INITIALIZED; }
 
+    /// A removal or an exchange, as desktop programs tell another card by their sessions; not a restart of
+    /// the service, which may have kept the card.
+    bool endsSessions(long status) const override;
     bool isSearchPerSession() const override { return true; }
 
     /// With RSA-PSS for the tokens that list it, and in parts.

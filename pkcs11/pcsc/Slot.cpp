@@ -1,5 +1,6 @@
 #include "pkcs11/pcsc/Slot.h"
 
+#include "pkcs11/Edition.h"
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/core/Session.h"
 #include "pkcs11/frontend/PKCS11Wrapper.h"
@@ -7,6 +8,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <winscard.h>
 
 namespace PKCS11 {
 
@@ -44,7 +46,7 @@ Token* Slot::getToken()
         return tokenOfThisCard();
     if (m_token == nullptr)
         throw PKCS11Exception(CKR_TOKEN_NOT_PRESENT);
-    dropToken();
+    dropToken(SCARD_E_NO_SMARTCARD);
     throw PKCS11Exception(CKR_DEVICE_REMOVED);
 }
 
@@ -67,8 +69,9 @@ Token* Slot::tokenOfThisCard()
 
 void Slot::dropTokenOfOtherCard()
 {
-    if (m_token && !hasValidTokenHandle())
-        dropToken();
+    long status = SCARD_S_SUCCESS;
+    if (m_token && !m_token->isTokenHandleValid(status))
+        dropToken(status);
 }
 
 bool Slot::hasValidTokenHandle()
@@ -77,10 +80,12 @@ bool Slot::hasValidTokenHandle()
     return m_token && m_token->isTokenHandleValid(result);
 }
 
-void Slot::dropToken()
+void Slot::dropToken(long status)
 {
     if (m_wrapper != nullptr)
         m_wrapper->closeAllSessions(this);
+    if (m_wrapper != nullptr && m_wrapper->sessions() != nullptr && Edition::current().endsSessions(status))
+        m_wrapper->sessions()->endAllSessions(this);
     deleteToken();
 }
 
@@ -97,7 +102,7 @@ Slot::SessionCounts Slot::countSessions() const
         return counts;
     for (unsigned long handle = 1; handle <= sessions->highWater(); ++handle) {
         const Session* session = sessions->peekSession(handle);
-        if (session == nullptr || session->slot() != this)
+        if (session == nullptr || session->slot() != this || session->hasEnded())
             continue;
         ++counts.all;
         if ((session->flags() & CKF_RW_SESSION) != 0)

@@ -73,8 +73,9 @@ private:
     /// The held token, or a new one for the card that is present.
     Token* tokenOfThisCard();
     void dropTokenOfOtherCard();
-    /// Pauses the slot's sessions, whose operations hold objects of the token, then deletes it.
-    void dropToken();
+    /// Pauses or ends the slot's sessions, whose operations hold objects of the token, then deletes it. The
+    /// PC/SC result tells why.
+    void dropToken(long status);
     struct SessionCounts {
         CK_ULONG all = 0;
         CK_ULONG readWrite = 0;

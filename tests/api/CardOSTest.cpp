@@ -126,8 +126,9 @@ TEST_P(CardOSTest, FailuresOfTheCardAreNotTakenForMore)
     EXPECT_EQ(setPin("999999", "123456"), CKR_PIN_INCORRECT);
     EXPECT_EQ(encrypt(theirs, CKM_RSA_PKCS, m_data).length, m_card->key().size());
     // A modulus without bytes has nothing to encrypt with, which is no error.
+    C_CloseAllSessions(1);
     fakepcsc::insertCard(m_reader, m_card);
-    ASSERT_EQ(login("123456"), CKR_OK);
+    ASSERT_EQ(open() | login("123456"), CKR_OK);
     for (const int nth : {3, 4, 5, 6}) // behind the selections
         answer("9000", nth);
     const Outcome nothing = encrypt(theirs, CKM_RSA_PKCS, m_data);

@@ -225,7 +225,8 @@ TEST_F(DesktopProgramsTest, ACallThatDoesNotGetTheCardSaysWhy)
     fakepcsc::beforeCall("SCardBeginTransaction", 1,
                          [&] { fakepcsc::insertCard(m_reader, std::make_shared<vcard::PivCard>(options)); });
     EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_REMOVED);
-    EXPECT_EQ(login("654321"), CKR_OK);
+    EXPECT_EQ(login("654321"), CKR_SESSION_HANDLE_INVALID);
+    EXPECT_EQ(open() | login("654321"), CKR_OK);
 }
 
 TEST_F(DesktopProgramsTest, ExitLeavesTheCallsOfOtherThreadsWhatTheyUse)

@@ -211,20 +211,27 @@ TEST_F(LifeCycleTest, SessionsOfASlotShareItsTokenAndTheLastOneEndsTheLogin)
     EXPECT_EQ(beginSignature(m_session, 1), CKR_OK);
     const CK_SESSION_HANDLE tenth = m_session;
 
-    // Another card pauses all sessions; the one that is used comes back, and searches from the start.
+    // Another card, or to the edition another service, pauses all sessions; the one that is used comes back,
+    // and searches from the start.
+    const auto pause = [&] {
+        if (isDesktop())
+            fakepcsc::stopService(), fakepcsc::startService();
+        else
+            fakepcsc::insertCard(m_reader, card);
+    };
     CK_OBJECT_HANDLE found[20] = {};
     CK_ULONG count = 0;
     CK_OBJECT_CLASS kind = CKO_CERTIFICATE;
     CK_ATTRIBUTE ofKind{CKA_CLASS, &kind, sizeof kind};
     EXPECT_EQ(Codes({C_FindObjectsInit(first, &ofKind, 1), C_FindObjects(first, found, 3, &count), count}),
               Codes({0, 0, 3}));
-    fakepcsc::insertCard(m_reader, card);
+    pause();
     m_session = first;
     // The product's search ended with its token: what goes on has no template.
     EXPECT_EQ(Codes({login("123456"), C_FindObjects(first, found, 20, &count), count}),
               Codes({0, 0, isDesktop() ? 4U : 12U}));
     EXPECT_EQ(endSignature(tenth), CKR_OPERATION_NOT_INITIALIZED);
-    fakepcsc::insertCard(m_reader, card);
+    pause();
     EXPECT_EQ(Codes({login("123456"), C_CloseAllSessions(1), // the paused ones last
                      C_CloseSession(second), open(), state(m_session), login("123456")}),
               Codes({0, 0, CKR_SESSION_HANDLE_INVALID, 0, CKS_RW_PUBLIC_SESSION, 0}));
