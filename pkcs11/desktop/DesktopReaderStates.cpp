@@ -6,6 +6,7 @@
 #include "pkcs11/token/Sleep.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace PKCS11 {
@@ -24,11 +25,9 @@ bool contains(const std::vector<std::string>& names, const std::string& name)
 
 } // namespace
 
-DesktopReaderStates::DesktopReaderStates(std::vector<std::string> readers) : ReaderStates(std::move(readers))
+DesktopReaderStates::DesktopReaderStates(std::vector<std::string> readers, std::set<std::string>& told)
+    : ReaderStates(std::move(readers)), m_told(told), m_toldBefore(told)
 {
-    SCARD_READERSTATE notification{};
-    notification.szReader = kNotification;
-    m_states.push_back(notification);
 }
 
 long DesktopReaderStates::getStatusChange(WaitContext& wait, PCSCWord timeout)
@@ -37,24 +36,20 @@ long DesktopReaderStates::getStatusChange(WaitContext& wait, PCSCWord timeout)
     for (bool again = false; !wait.isAbandoned() && !SlotWaits::isEnding(); again = true) {
         if (again && timeout != 0)
             Sleep(kServiceInterval);
-        const bool hasService = look(wait);
-        const bool hasReturned = addressPresent();
-        if (!hasService) {
+        if (!look(wait)) {
             if (markChanges() || timeout == 0)
                 return SCARD_S_SUCCESS;
             continue;
         }
-        const bool hasNews = hasReturned || std::any_of(m_present.begin(), m_present.end(),
-                                                        [&](auto& name) { return isNew(name); });
-        const long result =
-            SCardGetStatusChange(wait.context(), hasNews ? 0 : timeout, m_states.data(), m_states.size());
+        const long result = askPCSC(wait, hasNews() ? 0 : timeout);
         if (result == SCARD_S_SUCCESS || result == SCARD_E_TIMEOUT) {
             markChanges();
             return SCARD_S_SUCCESS;
         }
         // A service that ends while a call waits for it gives codes of several kinds; the next look tells.
-        const bool mayPass = !again || isContextLost(result) || result == SCARD_E_UNKNOWN_READER;
-        if (result == SCARD_E_CANCELLED || !mayPass || (again && timeout == 0))
+        const bool isServices =
+            isContextLost(result) || result == SCARD_E_UNKNOWN_READER || result == SCARD_F_COMM_ERROR;
+        if (result == SCARD_E_CANCELLED || (again && (!isServices || timeout == 0)))
             return result;
         if (result != SCARD_E_UNKNOWN_READER)
             wait.release();
@@ -69,8 +64,8 @@ bool DesktopReaderStates::look(WaitContext& wait)
         wait.establish() == SCARD_S_SUCCESS && !isContextLost(queryReaders(wait.context(), m_present));
     if (!hasService)
         wait.release();
-    if (!m_atBegin)
-        m_atBegin = m_present;
+    for (auto told = m_toldBefore.begin(); told != m_toldBefore.end();)
+        told = contains(m_present, *told) ? std::next(told) : m_toldBefore.erase(told);
     return hasService;
 }
 
@@ -79,19 +74,52 @@ bool DesktopReaderStates::isPresent(std::size_t index) const
     return contains(m_present, m_readers[index]);
 }
 
-bool DesktopReaderStates::addressPresent()
+long DesktopReaderStates::askPCSC(WaitContext& wait, PCSCWord timeout)
 {
-    bool hasReturned = false;
-    for (std::size_t i = 0; i < m_readers.size(); ++i) {
-        SCARD_READERSTATE& state = m_states[i];
-        state.szReader = isPresent(i) ? m_readers[i].c_str() : kNotification;
-        if (isPresent(i))
-            hasReturned = hasReturned || (state.dwCurrentState & SCARD_STATE_UNKNOWN) != 0;
-        else if (state.dwCurrentState == SCARD_STATE_UNAWARE)
-            state.dwCurrentState = SCARD_STATE_UNKNOWN;
+    std::vector<SCARD_READERSTATE> asked;
+    for (const std::string& name : m_present) {
+        const auto slot = std::find(m_readers.begin(), m_readers.end(), name);
+        SCARD_READERSTATE state{};
+        if (slot != m_readers.end())
+            state.dwCurrentState = m_states[slot - m_readers.begin()].dwCurrentState;
+        else
+            state.dwCurrentState = m_others[name];
+        state.szReader = name.c_str();
+        asked.push_back(state);
     }
-    m_states.back().dwCurrentState = m_present.size() << 16;
-    return hasReturned;
+    if (asked.size() < PCSCLITE_MAX_READERS_CONTEXTS) { // otherwise no other reader can come
+        SCARD_READERSTATE notification{};
+        notification.szReader = kNotification;
+        notification.dwCurrentState = m_present.size() << 16;
+        asked.push_back(notification);
+    }
+    const long result = SCardGetStatusChange(wait.context(), timeout, asked.data(), asked.size());
+    if (result != SCARD_S_SUCCESS && result != SCARD_E_TIMEOUT)
+        return result;
+    for (std::size_t i = 0; i < m_present.size(); ++i) {
+        const PCSCWord now = asked[i].dwEventState;
+        const auto slot = std::find(m_readers.begin(), m_readers.end(), m_present[i]);
+        if (slot != m_readers.end()) {
+            m_states[slot - m_readers.begin()].dwEventState = now;
+        } else {
+            const PCSCWord before =
+                std::exchange(m_others[m_present[i]], now & ~PCSCWord{SCARD_STATE_CHANGED});
+            if (before != SCARD_STATE_UNAWARE && ((before ^ now) & SCARD_STATE_PRESENT) != 0)
+                m_changed.insert(m_present[i]);
+        }
+    }
+    return result;
+}
+
+bool DesktopReaderStates::hasNews() const
+{
+    for (std::size_t i = 0; i < m_readers.size(); ++i) {
+        const PCSCWord before = m_states[i].dwCurrentState;
+        const bool wasUnknown = (before & SCARD_STATE_UNKNOWN) != 0;
+        if (before != SCARD_STATE_UNAWARE && wasUnknown == isPresent(i))
+            return true;
+    }
+    return std::any_of(m_present.begin(), m_present.end(), [&](auto& name) { return isNews(name); });
 }
 
 bool DesktopReaderStates::markChanges()
@@ -99,8 +127,11 @@ bool DesktopReaderStates::markChanges()
     bool any = false;
     for (std::size_t i = 0; i < m_readers.size(); ++i) {
         SCARD_READERSTATE& state = m_states[i];
-        if (!isPresent(i))
+        if (!isPresent(i)) {
             state.dwEventState = SCARD_STATE_UNKNOWN;
+            if (state.dwCurrentState == SCARD_STATE_UNAWARE)
+                state.dwCurrentState = SCARD_STATE_UNKNOWN;
+        }
         if (((state.dwCurrentState ^ state.dwEventState) & SCARD_STATE_UNKNOWN) != 0)
             state.dwEventState |= SCARD_STATE_CHANGED;
         any = any || (state.dwEventState & SCARD_STATE_CHANGED) != 0;
@@ -108,21 +139,26 @@ bool DesktopReaderStates::markChanges()
     return any;
 }
 
-bool DesktopReaderStates::isNew(const std::string& name) const
+bool DesktopReaderStates::isNews(const std::string& name) const
 {
-    return !contains(*m_atBegin, name) && !contains(m_readers, name);
+    return !contains(m_readers, name) && (m_toldBefore.count(name) == 0 || m_changed.count(name) != 0);
 }
 
-CK_SLOT_ID DesktopReaderStates::attachedSlot(const SlotList& slots) const
+CK_SLOT_ID DesktopReaderStates::attachedSlot(const SlotList& slots)
 {
     CK_SLOT_ID last = slots.highWater();
+    std::set<std::string> told;
+    CK_SLOT_ID news = 0;
     for (const std::string& name : m_present) {
         const CK_SLOT_ID known = slotOf(slots, name);
         const CK_SLOT_ID id = known != 0 ? known : ++last; // slots are given in the order of PC/SC's list
-        if (isNew(name))
-            return id;
+        if (news == 0 && isNews(name))
+            news = id;
+        if (news == id || m_told.count(name) != 0)
+            told.insert(name);
     }
-    return 0;
+    m_told = told; // one that has gone is news when it is back
+    return news;
 }
 
 } // namespace PKCS11

@@ -2,6 +2,9 @@
 
 #include "pkcs11/pcsc/SlotList.h"
 
+#include <set>
+#include <string>
+
 namespace PKCS11 {
 
 /// The slot of the reader with that name, or 0.
@@ -17,12 +20,20 @@ public:
 
 protected:
     bool waitsForReaders() const override { return true; }
-    std::unique_ptr<ReaderStates> readerStates() const override;
+    std::unique_ptr<ReaderStates> readerStates() override;
+    /// A card that was exchanged is an event too.
+    bool isEvent(PCSCWord before, PCSCWord now) const override;
+    /// What happened since the last wait counts too, and so does news of readers without a slot for a wait
+    /// that blocks.
+    CK_SLOT_ID findEvent(ReaderStates& states, bool block) override;
 
 private:
     PKCS11Wrapper* m_wrapper;
     /// Lives as long as the library object, which makes a new one with a new list.
     PCSCSystem* m_system;
+    bool m_hasBegun = false;
+    /// The readers without a slot that a wait has reported.
+    std::set<std::string> m_told;
 };
 
 } // namespace PKCS11

@@ -24,9 +24,9 @@ public:
     /// Brings the event states up to date, at once when the timeout is 0, else as soon as one differs from
     /// the current state. The PC/SC result.
     virtual long getStatusChange(WaitContext& wait, PCSCWord timeout);
-    /// The ID that a reader attached since the beginning has, or will get, in that list; 0 when there is
-    /// none.
-    virtual CK_SLOT_ID attachedSlot(const SlotList& /*slots*/) const { return 0; }
+    /// The ID that a reader without a slot has, or will get, in that list, when there is news of it, which
+    /// counts as told then; 0 when there is none.
+    virtual CK_SLOT_ID attachedSlot(const SlotList& /*slots*/) { return 0; }
     /// Takes all event states as current.
     void makeCurrent();
 

@@ -27,31 +27,6 @@ bool gained(DWORD before, DWORD now, DWORD bit)
     return !has(before, bit) && has(now, bit);
 }
 
-/// Logs every event between the two states of a reader; true when there is one.
-bool traceEvents(DWORD before, DWORD now)
-{
-    const struct {
-        bool happened;
-        const char* text;
-    } events[] = {
-        {has(before, SCARD_STATE_EMPTY) && has(now, SCARD_STATE_PRESENT),
-         "SlotList::waitForSlotEvent -> smart card inserted!"},
-        {has(before, SCARD_STATE_PRESENT) && has(now, SCARD_STATE_EMPTY),
-         "SlotList::waitForSlotEvent -> smart card removed!"},
-        {gained(now, before, SCARD_STATE_UNKNOWN) || gained(now, before, SCARD_STATE_UNAVAILABLE),
-         "SlotList::waitForSlotEvent -> smart card reader attached!"},
-        {gained(before, now, SCARD_STATE_UNKNOWN) || gained(before, now, SCARD_STATE_UNAVAILABLE),
-         "SlotList::waitForSlotEvent -> smart card reader detached!"},
-    };
-    bool any = false;
-    for (const auto& event : events) {
-        if (event.happened)
-            Logger::Log(Logger::kTrace, event.text);
-        any = any || event.happened;
-    }
-    return any;
-}
-
 } // namespace
 
 SlotList::SlotList() : m_process(getpid()) {}
@@ -79,7 +54,7 @@ void SlotList::getIDList(CK_BBOOL tokenPresent, CK_SLOT_ID* list, CK_ULONG* coun
         std::copy(found.begin(), found.end(), list);
 }
 
-std::unique_ptr<ReaderStates> SlotList::readerStates() const
+std::unique_ptr<ReaderStates> SlotList::readerStates()
 {
     std::vector<std::string> readers;
     for (CK_SLOT_ID id = 1; id <= highWater(); ++id) {
@@ -122,10 +97,7 @@ bool SlotList::waitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID* slot, void* /*reserv
                                   kWhere);
         }
         refreshReported(states);
-        CK_SLOT_ID event = block ? findEvent(states) : findFlagged(states);
-        if (event == 0)
-            event = states.attachedSlot(*this);
-        if (event != 0) {
+        if (const CK_SLOT_ID event = findEvent(states, block)) {
             *slot = event;
             return true;
         }
@@ -148,13 +120,17 @@ void SlotList::refreshReported(const ReaderStates& states)
     }
 }
 
-/// The first slot whose reader changed since the last look, or 0.
-CK_SLOT_ID SlotList::findEvent(ReaderStates& states) const
+CK_SLOT_ID SlotList::findEvent(ReaderStates& states, bool block)
+{
+    return block ? findChanged(states) : findFlagged(states);
+}
+
+CK_SLOT_ID SlotList::findChanged(ReaderStates& states) const
 {
     for (CK_SLOT_ID id = 1; id <= states.count(); ++id) {
         if (!has(states.eventState(id), SCARD_STATE_IGNORE | SCARD_STATE_CHANGED))
             continue;
-        const bool event = traceEvents(states.currentState(id), states.eventState(id));
+        const bool event = isEvent(states.currentState(id), states.eventState(id));
         // Of all readers, also when this one had no event: the states of later ones count as seen.
         states.makeCurrent();
         if (event)
@@ -163,9 +139,7 @@ CK_SLOT_ID SlotList::findEvent(ReaderStates& states) const
     return 0;
 }
 
-/// The first slot whose reader changed since its state was remembered, or 0. Later slots are not looked at,
-/// so that their events are found by the next call.
-CK_SLOT_ID SlotList::findFlagged(const ReaderStates& states)
+CK_SLOT_ID SlotList::findFlagged(const ReaderStates& states) const
 {
     for (CK_SLOT_ID id = 1; id <= states.count(); ++id) {
         Slot& slot = *getSlot(id);
@@ -173,12 +147,36 @@ CK_SLOT_ID SlotList::findFlagged(const ReaderStates& states)
         const DWORD before = slot.readerState();
         Logger::LogFormat(Logger::kTrace, "state :\t 0x%08x", static_cast<unsigned int>(now));
         Logger::LogFormat(Logger::kTrace, "prev_state :\t 0x%08x", static_cast<unsigned int>(before));
-        if (traceEvents(before, now))
+        if (isEvent(before, now))
             slot.setEventPending(true);
         if (slot.eventPending())
             return id;
     }
     return 0;
+}
+
+bool SlotList::isEvent(PCSCWord before, PCSCWord now) const
+{
+    const struct {
+        bool happened;
+        const char* text;
+    } events[] = {
+        {has(before, SCARD_STATE_EMPTY) && has(now, SCARD_STATE_PRESENT),
+         "SlotList::waitForSlotEvent -> smart card inserted!"},
+        {has(before, SCARD_STATE_PRESENT) && has(now, SCARD_STATE_EMPTY),
+         "SlotList::waitForSlotEvent -> smart card removed!"},
+        {gained(now, before, SCARD_STATE_UNKNOWN) || gained(now, before, SCARD_STATE_UNAVAILABLE),
+         "SlotList::waitForSlotEvent -> smart card reader attached!"},
+        {gained(before, now, SCARD_STATE_UNKNOWN) || gained(before, now, SCARD_STATE_UNAVAILABLE),
+         "SlotList::waitForSlotEvent -> smart card reader detached!"},
+    };
+    bool any = false;
+    for (const auto& event : events) {
+        if (event.happened)
+            Logger::Log(Logger::kTrace, event.text);
+        any = any || event.happened;
+    }
+    return any;
 }
 
 void SlotList::stopWaitForSlotEvent()

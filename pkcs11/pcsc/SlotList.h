@@ -36,12 +36,19 @@ protected:
     /// True when a wait is for new readers and for the PC/SC service too.
     virtual bool waitsForReaders() const { return false; }
     /// Of the readers of all slots.
-    virtual std::unique_ptr<ReaderStates> readerStates() const;
+    virtual std::unique_ptr<ReaderStates> readerStates();
+    /// Whether there is an event between the two states of a reader; logs it.
+    virtual bool isEvent(PCSCWord before, PCSCWord now) const;
+    /// The slot to report to a wait that blocks or to a poll, or 0.
+    virtual CK_SLOT_ID findEvent(ReaderStates& states, bool block);
+    /// The first slot whose reader changed since the last look of this wait, or 0.
+    CK_SLOT_ID findChanged(ReaderStates& states) const;
+    /// The first slot whose reader changed since its state was remembered, or 0. Later slots are not looked
+    /// at, so that their events are found by the next call.
+    CK_SLOT_ID findFlagged(const ReaderStates& states) const;
 
 private:
     void refreshReported(const ReaderStates& states);
-    CK_SLOT_ID findEvent(ReaderStates& states) const;
-    CK_SLOT_ID findFlagged(const ReaderStates& states);
 
     /// Of the last poll that found nothing, for the next wait; 0 when there is none. A wait that finds
     /// another one under way establishes its own, so that no wait holds up another one or the other calls.

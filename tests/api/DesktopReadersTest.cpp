@@ -171,6 +171,63 @@ TEST_F(DesktopReadersTest, ABlockedWaitSeesReadersComeAndGo)
     EXPECT_EQ(reportedWhen(fakepcsc::stopService), "2");
 }
 
+TEST_F(DesktopReadersTest, WhatHappensBetweenTwoWaitsIsToldByTheNext)
+{
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    fakepcsc::addReader("Reader 0");
+    EXPECT_EQ(wait(), "1");
+    EXPECT_EQ(reportedWhen([] { // though its slot is younger than the wait
+                  EXPECT_EQ(slots(), IDs({1}));
+                  insert(0);
+              }),
+              "1");
+    fakepcsc::addReader("Reader 1");
+    fakepcsc::addReader("Reader 2");
+    EXPECT_EQ(wait(), "2");
+    EXPECT_EQ(wait(), "3");
+    EXPECT_EQ(slots(), IDs({1, 2, 3}));
+    fakepcsc::removeCard(0);
+    insert(2);
+    EXPECT_EQ(wait(), "1");
+    EXPECT_EQ(wait(), "3");
+    EXPECT_EQ(poll(), kNone);
+    insert(2); // another one
+    EXPECT_EQ(poll(), "3");
+    fakepcsc::removeCard(2);
+    insert(2);
+    EXPECT_EQ(wait(), "3");
+    fakepcsc::detachReader(1, true);
+    EXPECT_EQ(wait(), "2");
+    fakepcsc::addReader("Reader 3");
+    EXPECT_EQ(wait(), "4");
+    fakepcsc::detachReader(3, true); // nobody has asked for its slot
+    EXPECT_EQ(reportedWhen([] { fakepcsc::attachReader(3); }), "4");
+    EXPECT_EQ(reportedWhen([] { // a quick restart that has lost a reader
+                  fakepcsc::stopService();
+                  fakepcsc::detachReader(0, true);
+                  fakepcsc::startService();
+              }),
+              "1");
+    EXPECT_EQ(reportedWhen([] { C_Finalize(nullptr); }), kEnded);
+}
+
+TEST_F(DesktopReadersTest, WaitsTakeAnyNumberOfReadersAndOfRestarts)
+{
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    for (const int round : {0, 1}) { // PC/SC takes 16 at a time
+        for (int i = 0; i < 16; ++i)
+            fakepcsc::addReader("Reader " + std::to_string(16 * round + i));
+        EXPECT_EQ(slots().size(), 16U * (round + 1));
+        while (poll() != kNone)
+            continue;
+        EXPECT_EQ(reportedWhen([&] { insert(16 * round + 5); }), std::to_string(16 * round + 6));
+        for (int i = 0; i < 16 && round == 0; ++i)
+            fakepcsc::detachReader(i, true);
+    }
+    fakepcsc::failCall("SCardGetStatusChange", SCARD_F_COMM_ERROR, 2, 5); // the service ends under the call
+    EXPECT_EQ(reportedWhen([] { insert(20); }), "21");
+}
+
 TEST_F(DesktopReadersTest, AForkedChildStartsAnewBesideItsParent)
 {
     const TraceFile trace;

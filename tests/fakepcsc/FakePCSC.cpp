@@ -449,6 +449,7 @@ LONG SCardGetStatusChange(SCARDCONTEXT context, DWORD timeout, SCARD_READERSTATE
 {
     return call("SCardGetStatusChange", [&] {
         check(context);
+        refuse(count > PCSCLITE_MAX_READERS_CONTEXTS, SCARD_E_INVALID_PARAMETER);
         for (SCARD_READERSTATE* state = states; state != states + count; ++state) {
             const Reader* reader = findReader(state->szReader);
             const bool isNotification = std::strcmp(state->szReader, R"(\\?PnP?\Notification)") == 0;
