@@ -69,6 +69,8 @@ public:
 
     /// A driver in place of the product's for this card-type word; none keeps the product's.
     virtual std::unique_ptr<Token> createDriver(const Blob& cardType, PCSCSlot& slot);
+    /// An empty PIN is wrong, and is not sent: filled up to the card's length it would cost a try.
+    virtual bool refusesEmptyPin() const { return false; }
     /// A login whose PIN the card refuses later, as another program has changed it, is over: no second
     /// operation costs a try.
     virtual bool endsRefusedLogin() const { return false; }

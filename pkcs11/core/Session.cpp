@@ -1,5 +1,6 @@
 #include "pkcs11/core/Session.h"
 
+#include "pkcs11/Edition.h"
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/core/Arguments.h"
 #include "pkcs11/pcsc/Slot.h"
@@ -20,6 +21,12 @@ CK_STATE stateOn(const Token& token, CK_FLAGS flags)
     if (token.isUserLoggedIn())
         return CKS_RW_USER_FUNCTIONS;
     return token.isSOLoggedIn() ? CKS_RW_SO_FUNCTIONS : CKS_RW_PUBLIC_SESSION;
+}
+
+void refuseEmpty(const Blob& pin, const char* where)
+{
+    if (pin.empty() && Edition::current().refusesEmptyPin())
+        throw PKCS11Exception(CKR_PIN_INCORRECT, "", where);
 }
 
 } // namespace
@@ -141,6 +148,7 @@ void Session::login(CK_USER_TYPE userType, const CK_BYTE* pPin, CK_ULONG ulPinLe
         throw PKCS11Exception(CKR_PIN_LEN_RANGE, "", kWhere);
 
     const Blob pin = Blob::fromMemory(pPin, ulPinLen);
+    refuseEmpty(pin, kWhere);
     if (userType == CKU_SO)
         token->LoginSO(pin);
     else
@@ -169,8 +177,10 @@ void Session::initPIN(const Blob& pin)
 
 void Session::setPIN(const Blob& oldPin, const Blob& newPin)
 {
+    constexpr char kWhere[] = "Session::setPIN";
     Token* token = getToken();
-    requireReadWrite("Session::setPIN");
+    requireReadWrite(kWhere);
+    refuseEmpty(oldPin, kWhere);
     // The state as the session last saw it, deliberately.
     if (m_state == CKS_RW_SO_FUNCTIONS)
         token->SetSOPIN(oldPin, newPin);

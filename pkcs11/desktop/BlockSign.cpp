@@ -19,6 +19,9 @@ namespace PKCS11 {
 
 namespace {
 
+/// 00, block type, eight bytes of filler, 00.
+constexpr int kLeastPadding = 11;
+
 struct Hash {
     CK_MECHANISM_TYPE mechanism;
     CK_ULONG mask;
@@ -84,6 +87,13 @@ Blob RawSign::block(const Blob& data) const
     if (data.size() > size())
         throw PKCS11Exception(CKR_DATA_LEN_RANGE, "", "RawSign::block");
     return Blob(size() - data.size(), 0x00) + data;
+}
+
+Blob PKCS1Sign::block(const Blob& data) const
+{
+    if (data.size() > size() - kLeastPadding)
+        throw PKCS11Exception(CKR_DATA_LEN_RANGE, "", "PKCS1Sign::block");
+    return makePKCS1Block(0x01, data, size());
 }
 
 PSSSign::PSSSign(std::unique_ptr<Mechanism> raw, const Blob& modulus, const CK_MECHANISM& mechanism)

@@ -41,6 +41,15 @@ private:
     Blob block(const Blob& data) const override;
 };
 
+/// CKM_RSA_PKCS (RFC 8017, 8.2.1) of data that leave room for eight bytes of filler.
+class PKCS1Sign final : public BlockSign {
+public:
+    PKCS1Sign(std::unique_ptr<Mechanism> raw, const Blob& modulus) : BlockSign(std::move(raw), modulus) {}
+
+private:
+    Blob block(const Blob& data) const override;
+};
+
 /// CKM_RSA_PKCS_PSS (RFC 8017, 8.1.1) of a hash with SHA-1 to SHA-512; the mask may be made with another
 /// hash.
 class PSSSign final : public BlockSign {

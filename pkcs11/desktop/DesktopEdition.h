@@ -30,6 +30,7 @@ public:
     /// The service has forgotten the card's protocol over another program's reset.
     bool wantsRejoin(long result) const override;
 
+    bool refusesEmptyPin() const override { return true; }
     bool endsRefusedLogin() const override { return true; }
     bool closesRefusedLoading() const override { return true; }
     std::unique_ptr<Token> createDriver(const Blob& cardType, PCSCSlot& slot) override;

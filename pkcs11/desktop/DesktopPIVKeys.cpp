@@ -65,9 +65,11 @@ std::unique_ptr<Mechanism> DesktopPIVPrivateKey::createSignMechanism(CK_MECHANIS
         return std::make_unique<PIVECDSASign>(*this, m_algorithm.fieldLength);
     }
     auto operation = PIVJavaPrivateKey::createSignMechanism(mechanism, info);
-    if (mechanism->mechanism != CKM_RSA_X_509)
-        return operation;
-    return std::make_unique<RawSign>(std::move(operation), getModulus());
+    if (mechanism->mechanism == CKM_RSA_PKCS)
+        return std::make_unique<PKCS1Sign>(std::move(operation), getModulus());
+    if (mechanism->mechanism == CKM_RSA_X_509)
+        return std::make_unique<RawSign>(std::move(operation), getModulus());
+    return operation;
 }
 
 std::unique_ptr<Mechanism> DesktopPIVPrivateKey::createDecryptMechanism(CK_MECHANISM* mechanism,

@@ -133,6 +133,8 @@ TEST_F(DesktopSigningTest, KeysOfEachKindTellWhatTheyAreAndSign)
         std::string outcomes; ///< by each key in the order below; with "!" where the card was asked
     } rows[] = {
         {{CKM_RSA_PKCS, 20}, " ok ok ok ok ok ok ok 68 68 68"},
+        {{CKM_RSA_PKCS, kSize - 11}, " ok ok ok ok ok ok ok 68 68 68"},
+        {{CKM_RSA_PKCS, kSize - 10}, " 30! 30! 30! 21 21 21 21 68 68 68"},
         {{CKM_RSA_X_509, 20}, " ok ok 70 ok ok ok ok 68 68 68"},
         {{CKM_RSA_X_509, kSize + 1}, " 21! 21! 70 21 21 21 21 68 68 68"},
         {{CKM_RSA_PKCS_PSS, 32}, " ok ok 70 ok ok ok ok 68 68 68"},
@@ -262,6 +264,13 @@ TEST_F(DesktopSigningTest, OperationsRefuseWhatTheyCannotUse)
     EXPECT_EQ(part({}), CKR_OPERATION_NOT_INITIALIZED);
     mechanism.mechanism = CKM_MD5;
     EXPECT_EQ(C_DigestInit(m_session, &mechanism), CKR_MECHANISM_INVALID);
+    // An empty PIN costs no try.
+    begin(pivWith({}));
+    fakepcsc::clearCalls();
+    EXPECT_EQ(setPin("", "654321"), CKR_PIN_INCORRECT);
+    C_Logout(m_session);
+    EXPECT_EQ(login(""), CKR_PIN_INCORRECT);
+    EXPECT_TRUE(fakepcsc::sentAPDUs().empty());
     // Without a modulus there is no block.
     begin(kFamilies[1].make());
     answer("6A82", 3);

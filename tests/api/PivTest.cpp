@@ -71,9 +71,11 @@ TEST_F(PivTest, SignaturesStandUpAndMessagesAreRead)
         EXPECT_EQ(decrypt(reader, CKM_RSA_PKCS, encryptFor(owner, data), 5).length, data.size());
         const Bytes block(256, 0x5A);
         EXPECT_EQ(decrypt(reader, CKM_RSA_X_509, encryptFor(owner, block, RSA_NO_PADDING)).bytes, block);
-        const Bytes raw = sign(key, CKM_RSA_PKCS, vcard::join({block, data})).bytes;
-        EXPECT_EQ(vcard::RsaKey::publicOperation(attribute(key, CKA_MODULUS).bytes, {1, 0, 1}, raw), block);
-        EXPECT_EQ(sign(key, CKM_RSA_PKCS, Bytes(253, 1)).length, 256U); // leaves no room for filler
+        const Outcome raw = sign(key, CKM_RSA_PKCS, vcard::join({block, data}));
+        const Outcome tight = sign(key, CKM_RSA_PKCS, Bytes(253, 1)); // leaves no room for filler
+        EXPECT_EQ(raw.rv | tight.rv, isDesktop() ? CKR_DATA_LEN_RANGE : CKR_OK);
+        const Bytes modulus = attribute(key, CKA_MODULUS).bytes;
+        EXPECT_TRUE(isDesktop() || vcard::RsaKey::publicOperation(modulus, {1, 0, 1}, raw.bytes) == block);
         EXPECT_EQ(sign(key, CKM_RSA_X_509, data).rv, isDesktop() ? CKR_OK : CKR_MECHANISM_INVALID);
         C_Finalize(nullptr);
     }
