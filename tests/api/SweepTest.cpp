@@ -272,7 +272,8 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
     insert(own);
     ASSERT_NO_FATAL_FAILURE(learn());
     m_peace = {{stranger, inPeace(stranger)}, {another, inPeace(another)}, {own, inPeace(own)}};
-    const int built = m_made, calls = static_cast<int>(fakepcsc::calls().size());
+    const std::vector<fakepcsc::Call> peace = fakepcsc::calls();
+    const int built = m_made, calls = static_cast<int>(peace.size());
     EXPECT_TRUE(m_peace[own].failures.empty());
     for (const KnownKey& key : m_keys)
         EXPECT_TRUE(!key.isPrivate ||
@@ -308,8 +309,11 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
     for (const auto& disturbance : disturbances) {
         // What a card refuses while its token is made is not there.
         const bool isRefusal = disturbance.name == "a refusal";
+        const bool isCards = isRefusal || disturbance.name == "an answer is lost";
         const int first = isRefusal ? built : 1;
         for (int nth = first; nth <= calls && !HasFailure(); nth += pace * disturbance.stride) {
+            if (isCards && peace[nth - 1].name != "SCardTransmit")
+                continue;
             insert(own);
             fakepcsc::clearCalls();
             disturbance.plan(nth);
