@@ -74,17 +74,19 @@ bool DesktopReaderStates::isPresent(std::size_t index) const
     return contains(m_present, m_readers[index]);
 }
 
+SCARD_READERSTATE& DesktopReaderStates::stateOf(const std::string& name)
+{
+    const auto slot = std::find(m_readers.begin(), m_readers.end(), name);
+    return slot != m_readers.end() ? m_states[slot - m_readers.begin()] : m_others[name];
+}
+
 long DesktopReaderStates::askPCSC(WaitContext& wait, PCSCWord timeout)
 {
     std::vector<SCARD_READERSTATE> asked;
     for (const std::string& name : m_present) {
-        const auto slot = std::find(m_readers.begin(), m_readers.end(), name);
         SCARD_READERSTATE state{};
-        if (slot != m_readers.end())
-            state.dwCurrentState = m_states[slot - m_readers.begin()].dwCurrentState;
-        else
-            state.dwCurrentState = m_others[name];
         state.szReader = name.c_str();
+        state.dwCurrentState = stateOf(name).dwCurrentState;
         asked.push_back(state);
     }
     if (asked.size() < PCSCLITE_MAX_READERS_CONTEXTS) { // otherwise no other reader can come
@@ -94,19 +96,9 @@ long DesktopReaderStates::askPCSC(WaitContext& wait, PCSCWord timeout)
         asked.push_back(notification);
     }
     const long result = SCardGetStatusChange(wait.context(), timeout, asked.data(), asked.size());
-    if (result != SCARD_S_SUCCESS && result != SCARD_E_TIMEOUT)
-        return result;
-    for (std::size_t i = 0; i < m_present.size(); ++i) {
-        const PCSCWord now = asked[i].dwEventState;
-        const auto slot = std::find(m_readers.begin(), m_readers.end(), m_present[i]);
-        if (slot != m_readers.end()) {
-            m_states[slot - m_readers.begin()].dwEventState = now;
-        } else {
-            const PCSCWord before =
-                std::exchange(m_others[m_present[i]], now & ~PCSCWord{SCARD_STATE_CHANGED});
-            if (before != SCARD_STATE_UNAWARE && ((before ^ now) & SCARD_STATE_PRESENT) != 0)
-                m_changed.insert(m_present[i]);
-        }
+    if (result == SCARD_S_SUCCESS || result == SCARD_E_TIMEOUT) {
+        for (std::size_t i = 0; i < m_present.size(); ++i)
+            stateOf(m_present[i]).dwEventState = asked[i].dwEventState;
     }
     return result;
 }
@@ -135,6 +127,11 @@ bool DesktopReaderStates::markChanges()
         if (((state.dwCurrentState ^ state.dwEventState) & SCARD_STATE_UNKNOWN) != 0)
             state.dwEventState |= SCARD_STATE_CHANGED;
         any = any || (state.dwEventState & SCARD_STATE_CHANGED) != 0;
+    }
+    for (auto& [name, state] : m_others) {
+        const PCSCWord before = std::exchange(state.dwCurrentState, state.dwEventState);
+        if (before != SCARD_STATE_UNAWARE && ((before ^ state.dwEventState) & SCARD_STATE_PRESENT) != 0)
+            m_changed.insert(name);
     }
     return any;
 }

@@ -22,6 +22,7 @@ private:
     /// Asks for the readers that are there now. False without a service.
     bool look(WaitContext& wait);
     bool isPresent(std::size_t index) const;
+    SCARD_READERSTATE& stateOf(const std::string& name);
     /// Asks PC/SC for the states of the readers that are there, and for its notification of others.
     long askPCSC(WaitContext& wait, PCSCWord timeout);
     /// True when a reader with a slot has come back or gone, or when there is news of one without: PC/SC does
@@ -33,8 +34,8 @@ private:
     bool isNews(const std::string& name) const;
 
     std::vector<std::string> m_present;
-    /// The current states of the readers that have no slot.
-    std::map<std::string, PCSCWord> m_others;
+    /// The states of the readers that had no slot when the wait began.
+    std::map<std::string, SCARD_READERSTATE> m_others;
     /// Those of them whose card came or went.
     std::set<std::string> m_changed;
     std::set<std::string>& m_told;
