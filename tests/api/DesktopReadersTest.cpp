@@ -141,6 +141,10 @@ TEST_F(DesktopReadersTest, SessionsEndWithTheirCard)
     EXPECT_EQ(C_GetSessionInfo(m_session, &info), CKR_OK);
     EXPECT_EQ(info.state, CK_STATE{CKS_RW_PUBLIC_SESSION}); // nor do they keep a login
     EXPECT_EQ(C_CloseSession(second), CKR_SESSION_HANDLE_INVALID);
+    fakepcsc::beforeCall("SCardGetStatusChange", 1, [this] { fakepcsc::removeCard(m_reader); });
+    EXPECT_EQ(C_GetSessionInfo(m_session, &info), CKR_DEVICE_REMOVED);
+    insert(m_reader);
+    EXPECT_EQ(C_GetSessionInfo(m_session, &info), CKR_SESSION_HANDLE_INVALID);
 }
 
 TEST_F(DesktopReadersTest, ABlockedWaitSeesReadersComeAndGo)
