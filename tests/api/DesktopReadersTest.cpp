@@ -204,7 +204,9 @@ TEST_F(DesktopReadersTest, WhatHappensBetweenTwoWaitsIsToldByTheNext)
     EXPECT_EQ(wait(), "2");
     fakepcsc::addReader("Reader 3");
     EXPECT_EQ(wait(), "4");
-    fakepcsc::detachReader(3, true); // nobody has asked for its slot
+    EXPECT_EQ(reportedWhen([] { insert(3); }), "4"); // nobody has asked for its slot
+    EXPECT_EQ(reportedWhen([] { insert(0); }), "1"); // told once
+    fakepcsc::detachReader(3, true);
     EXPECT_EQ(reportedWhen([] { fakepcsc::attachReader(3); }), "4");
     EXPECT_EQ(reportedWhen([] { // a quick restart that has lost a reader
                   fakepcsc::stopService();
