@@ -2,15 +2,10 @@
 # Runs independent clients over the PC/SC service with a simulated PIV card, and prints PASS or FAIL for each:
 #   ./clients.sh
 set -euo pipefail
+. "$(dirname "$0")/scripts/usage.sh"
 cd "$(dirname "$0")"
 
-case "${1:-}" in
-"") ;;
-*)
-    sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"
-    exit $(([ "$1" = --help ] || [ "$1" = -h ]) && echo 0 || echo 2)
-    ;;
-esac
+[ $# -eq 0 ] || { usage && exit 2; }
 scripts/install-deps.sh build demo clients
 . scripts/lib.sh
 . scripts/tool.sh
@@ -20,12 +15,8 @@ failures=0
 check() {
     local text=$1 status
     shift
-    # Not an operand of ||, where the functions below would go on after a failing command.
-    set +e
-    (set -e; "$@") >"$WORK/output" 2>&1
-    status=$?
-    set -e
-    if [ $status -eq 0 ]; then
+    capture "$@"
+    if [ "$status" -eq 0 ]; then
         echo "PASS $text"
     else
         echo "FAIL $text (status $status)"
@@ -53,10 +44,9 @@ tool_decrypts() {
 }
 
 tool_changes_pin() {
-    export QUARVEL_NEW_PIN=654321
-    tool --change-pin --pin env:QUARVEL_PIN --new-pin env:QUARVEL_NEW_PIN
-    tool --login --pin env:QUARVEL_NEW_PIN --list-objects --type privkey
-    tool --change-pin --pin env:QUARVEL_NEW_PIN --new-pin env:QUARVEL_PIN
+    change_pin
+    use_new_pin
+    change_pin_back
 }
 
 # --- p11-kit ----------------------------------------------------------------------------------------------------------

@@ -3,6 +3,7 @@
 #   ./demo.sh [--card NAME]     with a simulated card (piv)
 #   ./demo.sh --reader          with the card in your own reader; asks for its PIN, and leaves the PIN as it is
 set -euo pipefail
+. "$(dirname "$0")/scripts/usage.sh"
 cd "$(dirname "$0")"
 
 # What each simulated card is shown with, beyond lists and login.
@@ -14,19 +15,22 @@ declare -A steps_of=(
     [atrust]="sign decrypt encrypt change_pin"
     [edu]="change_pin"
 )
-usage="usage: ./demo.sh [--card $(printf '%s\n' "${!steps_of[@]}" | sort | paste -sd '|') | --reader]"
 
+refuse() {
+    usage
+    echo "NAME is one of $(printf '%s\n' "${!steps_of[@]}" | sort | paste -sd ' ')"
+    exit 2
+}
 card=piv
 while [ $# -gt 0 ]; do
     case $1 in
     --reader) card= && shift ;;
     --card) card=${2:-?} && shift $(($# > 1 ? 2 : 1)) ;;
-    --help | -h) echo "$usage" && exit 0 ;;
-    *) echo "$usage" && exit 2 ;;
+    *) refuse ;;
     esac
 done
 steps=${steps_of[${card:-piv}]-}
-[ -n "$steps" ] || { echo "$usage" && exit 2; }
+[ -n "$steps" ] || refuse
 
 scripts/install-deps.sh build demo
 [[ $steps != *encrypt* ]] || scripts/install-deps.sh demo-encrypt
@@ -40,14 +44,10 @@ step() {
     number=$((number + 1))
     printf '\n%d. %s\n' "$number" "$text"
     shift
-    # Not an operand of ||, where the functions below would go on after a failing command.
-    set +e
-    (set -e; "$@") >"$WORK/output" 2>&1
-    status=$?
-    set -e
+    capture "$@"
     # pkcs11-tool asks for an attribute of a later Cryptoki version, and carries on without it.
     sed -n '/^warning: .*(ALWAYS_AUTHENTICATE)/{n;d};s/^/   | /p' "$WORK/output"
-    [ $status -eq 0 ] || fail "step $number ($text) ended with status $status"
+    [ "$status" -eq 0 ] || fail "step $number ($text) ended with status $status"
 }
 
 show_sign() {
@@ -92,10 +92,9 @@ show_decrypt() {
 }
 
 show_change_pin() {
-    export QUARVEL_NEW_PIN=654321
-    step "Change the PIN" tool --change-pin --pin env:QUARVEL_PIN --new-pin env:QUARVEL_NEW_PIN
-    step "Log in with the new PIN" tool --login --pin env:QUARVEL_NEW_PIN --list-objects --type privkey
-    step "Change the PIN back" tool --change-pin --pin env:QUARVEL_NEW_PIN --new-pin env:QUARVEL_PIN
+    step "Change the PIN" change_pin
+    step "Log in with the new PIN" use_new_pin
+    step "Change the PIN back" change_pin_back
 }
 
 build_desktop

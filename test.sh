@@ -3,23 +3,17 @@
 # AddressSanitizer and UndefinedBehaviorSanitizer. What was built and checked before is not done again.
 #   ./test.sh --threads     the tests that cross threads, under ThreadSanitizer, instead
 set -euo pipefail
+. "$(dirname "$0")/scripts/usage.sh"
 cd "$(dirname "$0")"
 
-presets="debug asan"
 case "${1:-}" in
-"") ;;
+"") presets="debug asan" ;;
 --threads) presets=tsan ;;
-*)
-    sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"
-    exit $(([ "$1" = --help ] || [ "$1" = -h ]) && echo 0 || echo 2)
-    ;;
+*) usage && exit 2 ;;
 esac
 
 scripts/install-deps.sh build test
 
-if command -v ccache >/dev/null; then
-    export CMAKE_CXX_COMPILER_LAUNCHER=ccache
-fi
 if [ -t 1 ]; then
     export GTEST_COLOR=1
 fi

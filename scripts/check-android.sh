@@ -5,7 +5,7 @@
 # the processor named libquarvel.so, exports anything but the C_ functions, needs text relocations, or is too large.
 #   scripts/check-android.sh [armeabi-v7a|arm64-v8a]...
 set -euo pipefail
-case "${1:-}" in --help | -h) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0" && exit ;; esac
+. "$(dirname "$0")/usage.sh"
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh build targets

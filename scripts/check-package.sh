@@ -3,7 +3,7 @@
 # the optimised build. Then lets lintian look at the package, installs it on this machine, has pkcs11-tool find a simulated
 # card through p11-kit, and removes the package again. Needs root.
 set -euo pipefail
-case "${1:-}" in --help | -h) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0" && exit ;; esac
+. "$(dirname "$0")/usage.sh"
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh build demo clients test package package-check

@@ -2,13 +2,10 @@
 # Runs all tests and says which lines of the library they reach; fails below 97 %. Arguments go to gcovr, as in
 #   scripts/coverage.sh --html-details build/coverage/index.html
 set -euo pipefail
-case "${1:-}" in --help | -h) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0" && exit ;; esac
+. "$(dirname "$0")/usage.sh"
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh build test coverage
-if command -v ccache >/dev/null; then
-    export CMAKE_CXX_COMPILER_LAUNCHER=ccache
-fi
 cmake --preset coverage >/dev/null
 cmake --build --preset coverage
 find build/coverage -name '*.gcda' -delete

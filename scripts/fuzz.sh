@@ -3,13 +3,14 @@
 #   scripts/fuzz.sh FUZZER [SECONDS]
 # as scripts/fuzz.sh CardFuzzer-piv 900; without SECONDS it goes on until it finds one. What it finds is left in build/fuzz/found/.
 set -euo pipefail
+. "$(dirname "$0")/usage.sh"
 cd "$(dirname "$0")/.."
 
 fuzzer=${1:-}
 if [ ! -f "fuzz/corpus/$fuzzer.txt" ]; then
-    sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"
+    usage
     echo "FUZZER is one of" fuzz/corpus/*.txt | sed 's,fuzz/corpus/\([^ ]*\)\.txt,\1,g'
-    exit $(([ "$fuzzer" = --help ] || [ "$fuzzer" = -h ]) && echo 0 || echo 2)
+    exit 2
 fi
 scripts/install-deps.sh build fuzz
 cmake --preset fuzz >/dev/null

@@ -4,7 +4,7 @@
 # installs the packages of these groups, of all groups without an argument, that are missing. Needs root for that;
 # another user is told what to install.
 set -euo pipefail
-case "${1:-}" in --help | -h) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0" && exit ;; esac
+. "$(dirname "$0")/usage.sh"
 
 declare -A packages=(
     # The library and quarvel-vcard.

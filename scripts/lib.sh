@@ -21,6 +21,15 @@ fail() {
     exit 1
 }
 
+# Runs the command, what it prints in WORK/output, and sets `status`. Not an operand of ||, where a function would go on
+# after a failing command.
+capture() {
+    set +e
+    (set -e; "$@") >"$WORK/output" 2>&1
+    status=$?
+    set -e
+}
+
 # Ends a process that this script started, and waits for its end.
 end_process() {
     kill "$1" 2>/dev/null || true

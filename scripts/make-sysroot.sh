@@ -4,10 +4,10 @@
 # as in `scripts/make-sysroot.sh armhf`. The default directory is build/sysroot/<architecture>, the default packages
 # are what the library and its tests are built with. A finished sysroot is left as it is.
 set -euo pipefail
+. "$(dirname "$0")/usage.sh"
 cd "$(dirname "$0")/.."
-case "${1:-}" in --help | -h) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0" && exit ;; esac
 
-architecture=${1:?"$0 --help tells what to say"}
+architecture=${1:?"$script --help tells what to say"}
 sysroot=$(realpath -m "${2:-build/sysroot/$architecture}")
 packages=("${@:3}")
 [ $# -gt 2 ] || packages=(libpcsclite-dev libssl-dev zlib1g-dev libp11-kit-dev libgtest-dev libstdc++-12-dev libgcc-12-dev libc6-dev)

@@ -3,7 +3,7 @@
 # under qemu.
 #   scripts/test-foreign.sh [i386|armhf|arm64]...
 set -euo pipefail
-case "${1:-}" in --help | -h) sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0" && exit ;; esac
+. "$(dirname "$0")/usage.sh"
 cd "$(dirname "$0")/.."
 
 scripts/install-deps.sh build test targets

@@ -28,6 +28,20 @@ read_certificate() {
     openssl x509 -in "$WORK/certificate.pem" -noout -pubkey >"$WORK/public.pem"
 }
 
+export QUARVEL_NEW_PIN=654321
+
+change_pin() {
+    tool --change-pin --pin env:QUARVEL_PIN --new-pin env:QUARVEL_NEW_PIN
+}
+
+use_new_pin() {
+    tool --login --pin env:QUARVEL_NEW_PIN --list-objects --type privkey
+}
+
+change_pin_back() {
+    tool --change-pin --pin env:QUARVEL_NEW_PIN --new-pin env:QUARVEL_PIN
+}
+
 sign_digest_info() {
     # SEQUENCE { SEQUENCE { sha256, NULL }, OCTET STRING of 32 bytes }
     printf '\x30\x31\x30\x0d\x06\x09\x60\x86\x48\x01\x65\x03\x04\x02\x01\x05\x00\x04\x20' >"$WORK/digest-info"
