@@ -1,3 +1,9 @@
+# What was compiled before is taken from ccache, where that is installed.
+find_program(QUARVEL_CCACHE ccache)
+if(QUARVEL_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${QUARVEL_CCACHE})
+endif()
+
 # Options of every target of ours; private to them, so that nobody who links the library inherits them.
 add_library(quarvel_options INTERFACE)
 target_compile_options(quarvel_options INTERFACE

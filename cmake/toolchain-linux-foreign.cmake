@@ -1,5 +1,6 @@
-# What the foreign Linux toolchains share. The including file sets QUARVEL_TRIPLET (of the Debian cross compiler),
-# QUARVEL_ARCHITECTURE (Debian's name, the sysroot's folder), CMAKE_SYSTEM_PROCESSOR and the emulator.
+# What the foreign Linux toolchains share. The including file sets before: QUARVEL_TRIPLET (of the Debian cross compiler),
+# QUARVEL_LIBRARY_ARCHITECTURE (of the library folders), QUARVEL_ARCHITECTURE (Debian's name, the sysroot's folder) and
+# CMAKE_SYSTEM_PROCESSOR; and after, as it needs CMAKE_SYSROOT, the emulator.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${QUARVEL_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${QUARVEL_TRIPLET}-g++)
