@@ -18,7 +18,7 @@ public:
     /// Empty when the store has none.
     std::string GetLabel() const;
     void SetLabel(const std::string& text);
-    /// Empty when the store has none.
+    /// Empty when the store has none. Belongs to the interface; nothing in the library calls it.
     std::string GetID() const;
     /// Throws as TokenObject::set does.
     void SetAttribute(CK_ATTRIBUTE_TYPE type, const void* value, CK_ULONG length);

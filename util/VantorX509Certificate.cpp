@@ -277,6 +277,7 @@ X509Pointer VantorX509Certificate::toOpenSSLCertificate(const CK_ATTRIBUTE& valu
         cert.reset(d2i_X509(nullptr, &der, static_cast<long>(value.ulValueLen)));
     if (!cert) {
         OpenSSLHelpers::PrintErrorStack();
+        // Its text has always said "SLL".
         fail("VantorX509Certificate::toOpenSSLCertificate failed to create X509 open SLL certificate");
     }
     return cert;

@@ -17,17 +17,19 @@ public:
     CK_MECHANISM_TYPE getType() const { return m_type; }
     CK_MECHANISM_INFO getInfo() const { return {m_minKeySize, m_maxKeySize, m_flags}; }
 
-    bool isHW() const { return has(CKF_HW); }
     bool isEncrypt() const { return has(CKF_ENCRYPT); }
     bool isDecrypt() const { return has(CKF_DECRYPT); }
-    bool isDigest() const { return has(CKF_DIGEST); }
     bool isSign() const { return has(CKF_SIGN); }
-    bool isSignRecover() const { return has(CKF_SIGN_RECOVER); }
     bool isVerify() const { return has(CKF_VERIFY); }
     bool isVerifyRecover() const { return has(CKF_VERIFY_RECOVER); }
+    bool isDerive() const { return has(CKF_DERIVE); }
+
+    // These belong to the interface; nothing in the library calls them.
+    bool isHW() const { return has(CKF_HW); }
+    bool isDigest() const { return has(CKF_DIGEST); }
+    bool isSignRecover() const { return has(CKF_SIGN_RECOVER); }
     bool isWrap() const { return has(CKF_WRAP); }
     bool isUnwrap() const { return has(CKF_UNWRAP); }
-    bool isDerive() const { return has(CKF_DERIVE); }
 
 private:
     bool has(CK_FLAGS flag) const { return (m_flags & flag) != 0; }

@@ -17,6 +17,17 @@ public:
             destroy(handle);
     }
 
+    /// Calls action(handle, entry) for each entry, in ascending order of the handles; the action may destroy
+    /// it.
+    template <class Action>
+    void forEach(Action action) const
+    {
+        for (unsigned long handle = 1; handle <= highWater(); ++handle) {
+            if (Entry* entry = at(handle))
+                action(handle, *entry);
+        }
+    }
+
     /// Takes the entry and returns its handle.
     unsigned long put(std::unique_ptr<Entry> entry)
     {

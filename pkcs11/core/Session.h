@@ -139,7 +139,7 @@ private:
     };
     /// Runs one step of the active operation; what becomes of the operation is the row's business.
     template <class Step>
-    void runStep(const OperationStep& row, const CK_BYTE* output, const Step& step);
+    void runStep(const OperationStep& row, const CK_BYTE* asked, const Step& step);
     // The forms that most steps have.
     void runStep(const OperationStep& row, Input input, void (Mechanism::*step)(CK_BYTE*, CK_ULONG));
     void runStep(const OperationStep& row, Output output, void (Mechanism::*step)(CK_BYTE*, CK_ULONG*));

@@ -146,7 +146,7 @@ void Session::deriveKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hBaseKey, CK_
 {
     constexpr char kWhere[] = "Session::deriveKey";
     Token* token = getToken();
-    requireNoOperation("");
+    requireNoOperation(""); // without the method's name, deliberately
     requirePointer(phKey);
     checkTemplate(attributes, count);
     cleanMechanism();

@@ -74,11 +74,10 @@ void SessionList::closeSession(CK_SESSION_HANDLE handle)
 
 void SessionList::closeAllSessions(CK_SLOT_ID slotID)
 {
-    for (unsigned long handle = 1; handle <= highWater(); ++handle) {
-        const Session* session = peekSession(handle);
-        if (session != nullptr && session->slotID() == slotID)
+    forEach([&](CK_SESSION_HANDLE handle, const Session& session) {
+        if (session.slotID() == slotID)
             remove(handle);
-    }
+    });
 }
 
 void SessionList::remove(CK_SESSION_HANDLE handle) noexcept
@@ -98,11 +97,18 @@ void SessionList::remove(CK_SESSION_HANDLE handle) noexcept
 
 void SessionList::pauseAllSessions(CK_SLOT_ID slotID)
 {
-    for (unsigned long handle = 1; handle <= highWater(); ++handle) {
-        Session* session = peekSession(handle);
-        if (session != nullptr && session->slotID() == slotID)
-            swallow([&] { session->closeSession(); });
-    }
+    forEach([&](CK_SESSION_HANDLE, Session& session) {
+        if (session.slotID() == slotID)
+            swallow([&] { session.closeSession(); });
+    });
+}
+
+void SessionList::pauseAllSessions(const Slot* slot)
+{
+    forEach([&](CK_SESSION_HANDLE, Session& session) {
+        if (session.slot() == slot)
+            swallow([&] { session.closeSession(); });
+    });
 }
 
 void SessionList::pauseAllSessions2(CK_SESSION_HANDLE handle)
@@ -112,20 +118,18 @@ void SessionList::pauseAllSessions2(CK_SESSION_HANDLE handle)
 
 void SessionList::endAllSessions(const Slot* slot)
 {
-    for (unsigned long handle = 1; handle <= highWater(); ++handle) {
-        Session* session = peekSession(handle);
-        if (session != nullptr && session->slot() == slot)
-            session->end();
-    }
+    forEach([&](CK_SESSION_HANDLE, Session& session) {
+        if (session.slot() == slot)
+            session.end();
+    });
 }
 
 void SessionList::endOperations(const Object* object)
 {
-    for (unsigned long handle = 1; handle <= highWater(); ++handle) {
-        Session* session = peekSession(handle);
-        if (session != nullptr && session->usesObject(object))
-            session->cleanMechanism();
-    }
+    forEach([&](CK_SESSION_HANDLE, Session& session) {
+        if (session.usesObject(object))
+            session.cleanMechanism();
+    });
 }
 
 } // namespace PKCS11

@@ -30,6 +30,7 @@ public:
     void closeAllSessions(CK_SLOT_ID slotID);
     /// Pauses the sessions of the slot; their handles stay valid.
     void pauseAllSessions(CK_SLOT_ID slotID);
+    void pauseAllSessions(const Slot* slot);
     /// Pauses the sessions of that session's slot; throws CKR_OBJECT_HANDLE_INVALID (0x82) for an unknown
     /// handle.
     void pauseAllSessions2(CK_SESSION_HANDLE handle);

@@ -70,7 +70,7 @@ void Session::copyObject(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* attributes, CK_
     std::unique_ptr<Object> copy = token->copyObject(getObject(hObject), attributes, count);
     if (copy == nullptr)
         throw PKCS11Exception(CKR_VENDOR_DEFINED, "token->copyObject(...) did not create an object",
-                              "Session::copyObject(...)");
+                              "Session::copyObject(...)"); // so written here alone, deliberately
     if (count != 0)
         copy->setAttribute(attributes, count);
     *phNew = insertObject(std::move(copy));
@@ -100,7 +100,7 @@ void Session::getObjectSize(CK_OBJECT_HANDLE hObject, CK_ULONG* pulSize)
 void Session::getAttributeValue(CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE* attributes, CK_ULONG count)
 {
     Object* object = getObject(hObject);
-    requireAccess(*object, "2", "Session::getAttributeValue");
+    requireAccess(*object, "2", "Session::getAttributeValue"); // all that its text says, deliberately
     object->getAttribute(attributes, count);
 }
 

@@ -190,7 +190,7 @@ void Session::startOperation(const OperationStart<KeyClass>& start,
 }
 
 template <class Step>
-void Session::runStep(const OperationStep& row, const CK_BYTE* output, const Step& step)
+void Session::runStep(const OperationStep& row, const CK_BYTE* asked, const Step& step)
 {
     const auto fail = [&](bool isWrong) {
         if (row.failure == Failure::ends || (row.failure == Failure::endsUnlessWrong && !isWrong))
@@ -208,13 +208,14 @@ void Session::runStep(const OperationStep& row, const CK_BYTE* output, const Ste
         fail(false);
         throw;
     }
-    const bool isQuery = output == nullptr;
+    const bool isQuery = asked == nullptr;
     if (row.success == Success::ends || (row.success == Success::endsUnlessQuery && !isQuery))
         endOperation();
 }
 
 // Input, output, or both. A null input is one of no length; where an output's length goes is always told.
 
+// Without an output a null input counts as a query, deliberately: a final step of verification goes on then.
 void Session::runStep(const OperationStep& row, Input input, void (Mechanism::*step)(CK_BYTE*, CK_ULONG))
 {
     runStep(row, input.bytes, [&](Mechanism& operation) {

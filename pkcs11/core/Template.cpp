@@ -1,6 +1,6 @@
 #include "pkcs11/core/Template.h"
 
-#include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/core/Arguments.h"
 
 #include <algorithm>
 #include <cstring>
@@ -75,15 +75,11 @@ Blob valueOf(const CK_ATTRIBUTE& attribute)
 
 void checkTemplate(const CK_ATTRIBUTE* attributes, CK_ULONG count)
 {
-    if (count == 0)
-        return;
-    if (attributes == nullptr)
-        throw PKCS11Exception(CKR_ARGUMENTS_BAD);
-    const bool dangling = std::any_of(attributes, attributes + count, [](const CK_ATTRIBUTE& entry) {
-        return entry.pValue == nullptr && entry.ulValueLen != 0 && !isUnavailable(entry);
-    });
-    if (dangling)
-        throw PKCS11Exception(CKR_ARGUMENTS_BAD);
+    requireBuffer(attributes, count);
+    for (CK_ULONG i = 0; i < count; ++i) {
+        if (!isUnavailable(attributes[i]))
+            requireBuffer(attributes[i].pValue, attributes[i].ulValueLen);
+    }
 }
 
 } // namespace PKCS11

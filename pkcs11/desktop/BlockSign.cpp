@@ -6,6 +6,7 @@
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/drivers/common/Output.h"
 #include "pkcs11/drivers/common/PKCS1.h"
+#include "pkcs11/token/ByteOrder.h"
 #include "util/CryptoPointer.h"
 #include "util/CryptoUse.h"
 #include "util/QuietErrors.h"

@@ -30,8 +30,8 @@ private:
     template <class Wait>
     void awaitTurn(Wait wait);
 
-    /// 0 while nobody is inside. All accesses to this and the next are in one order for all threads: who
-    /// waits has seen an owner that sees it waiting.
+    /// 0 while nobody is inside. All accesses to this and to m_waiting are sequentially consistent: a thread
+    /// that counts itself as waiting and still sees an owner is seen by that owner when it leaves, and woken.
     std::atomic<pthread_t> m_owner;
     std::atomic<int> m_waiting;
     /// Who entered last.

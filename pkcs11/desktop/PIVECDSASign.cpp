@@ -2,11 +2,11 @@
 
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/drivers/common/Output.h"
-#include "pkcs11/drivers/common/PKCS1.h"
 #include "pkcs11/drivers/piv/PIVJavaPrivateKey.h"
 #include "pkcs11/drivers/piv/PIVJavaToken.h"
 #include "pkcs11/token/BERCoder.h"
 #include "pkcs11/token/BERTags.h"
+#include "pkcs11/token/ByteOrder.h"
 
 namespace PKCS11 {
 

@@ -83,6 +83,7 @@ void logResults(Arguments results);
 
 /// What the action returns, or the code of the failure that it throws: that of a PKCS11Exception, which is
 /// logged and passed on, and CKR_FUNCTION_FAILED (6) for every other.
-CK_RV outcomeOf(Action<CK_RV()> action, Action<void(const PKCS11Exception&)> onFailure);
+CK_RV outcomeOf(
+    Action<CK_RV()> action, Action<void(const PKCS11Exception&)> onFailure = [](const PKCS11Exception&) {});
 
 } // namespace PKCS11

@@ -485,7 +485,7 @@ static_assert(offsetof(CK_FUNCTION_LIST, C_Initialize) + std::size(kFunctions) *
 
 void set_function_list(CK_FUNCTION_LIST& list)
 {
-    list.version = {2, 11};
+    list.version = kCryptokiVersion;
 #define QUARVEL_ENTRY(name) list.C_##name = C_##name;
     QUARVEL_CRYPTOKI_FUNCTIONS(QUARVEL_ENTRY)
 }

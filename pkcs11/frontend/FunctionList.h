@@ -76,7 +76,10 @@
 
 namespace PKCS11 {
 
-/// Fills the table: version 2.11 and every exported function.
+/// What the library says it speaks.
+constexpr CK_VERSION kCryptokiVersion{2, 11};
+
+/// Fills the table: the version and every exported function.
 void set_function_list(CK_FUNCTION_LIST& list);
 
 } // namespace PKCS11

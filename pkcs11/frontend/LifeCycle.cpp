@@ -49,13 +49,11 @@ CK_RV PKCS11Wrapper::Initialize(void* pInitArgs)
     if (m_initialised) {
         rv = CKR_CRYPTOKI_ALREADY_INITIALIZED;
     } else {
-        rv = outcomeOf(
-            [&] {
-                Init(static_cast<CK_C_INITIALIZE_ARGS*>(pInitArgs));
-                m_initialised = true;
-                return CKR_OK;
-            },
-            [](const PKCS11Exception&) {});
+        rv = outcomeOf([&] {
+            Init(static_cast<CK_C_INITIALIZE_ARGS*>(pInitArgs));
+            m_initialised = true;
+            return CKR_OK;
+        });
     }
     return rv;
 }
@@ -80,7 +78,7 @@ CK_RV PKCS11Wrapper::Init(CK_C_INITIALIZE_ARGS* /*args*/)
     m_sessions.reset();
     m_slots.reset();
     m_sessions = std::make_unique<SessionList>();
-    // Without a PC/SC system there are no slots, which is no failure.
+    // Throws without a PC/SC service. Its result counts for nothing: no system at all means no slots.
     InitializeSystem();
     return InitSlotList();
 }
@@ -102,8 +100,7 @@ CK_RV PKCS11Wrapper::Finalize(void* /*pReserved*/)
             [&] {
                 tearDown();
                 return CKR_OK;
-            },
-            [](const PKCS11Exception&) {});
+            });
     }
     // A failed teardown shows in the trace only, deliberately.
     return CKR_OK;
@@ -160,17 +157,8 @@ void PKCS11Wrapper::catchSessionException(CK_SESSION_HANDLE hSession, PKCS11Exce
 
 void PKCS11Wrapper::closeAllSessions(Slot* slot)
 {
-    if (m_sessions == nullptr)
-        return;
-    for (CK_SESSION_HANDLE handle = 1; handle <= m_sessions->capacity(); ++handle) {
-        try {
-            Session* session = m_sessions->peekSession(handle);
-            if (session != nullptr && session->slot() == slot)
-                session->closeSession();
-        } catch (...) {
-            // One session's failure does not keep the others open.
-        }
-    }
+    if (m_sessions != nullptr)
+        m_sessions->pauseAllSessions(slot);
 }
 
 void PKCS11Wrapper::MakeMechanismInvalid(CK_SESSION_HANDLE hSession)

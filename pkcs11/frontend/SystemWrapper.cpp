@@ -2,6 +2,7 @@
 
 #include "pkcs11/Edition.h"
 #include "pkcs11/frontend/CallPattern.h"
+#include "pkcs11/frontend/FunctionList.h"
 #include "pkcs11/frontend/trace/CallTrace.h"
 #include "pkcs11/frontend/trace/FileLogger.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
@@ -67,7 +68,7 @@ CK_RV SystemWrapper::GetInfo(CK_INFO* pInfo)
         rv = CKR_ARGUMENTS_BAD;
         return rv;
     }
-    pInfo->cryptokiVersion = {2, 11};
+    pInfo->cryptokiVersion = kCryptokiVersion;
     std::memcpy(pInfo->manufacturerID, kManufacturer, sizeof(pInfo->manufacturerID));
     pInfo->flags = 0;
     std::memcpy(pInfo->libraryDescription, kDescription, sizeof(pInfo->libraryDescription));

@@ -1,6 +1,7 @@
 #include "pkcs11/pcsc/CardIdentification.h"
 
 #include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/pcsc/Command.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/token/Hex.h"
 
@@ -16,7 +17,6 @@ const char SAGEM_IAS_GENERIC_AID[] = "E828BD080FD25047656E65726963";
 namespace {
 
 constexpr char kUnknownCard[] = "unknown card";
-constexpr char kSelectByName[] = "00a40400";
 
 /// The first match counts. ACOS cards show the serial series of their issue in the historical bytes.
 constexpr ATRTableRow kATRTable[] = {
@@ -136,8 +136,7 @@ bool PCSCSlot::ReadATRIniFile(const char* /*path*/)
 
 bool PCSCSlot::IsPIVToken()
 {
-    const int sw = Send(PKCS11_hex2blob(kSelectByName), PKCS11_hex2blob(PIV_AID));
-    return sw == SW_SUCCESS || sw == SW_SUCCESS_9001 || hasMoreData(sw);
+    return isAccepted(Send(PKCS11_hex2blob(kSelectByName), PKCS11_hex2blob(PIV_AID)));
 }
 
 bool PCSCSlot::selectsPKCS15(const std::vector<Blob>& applications)

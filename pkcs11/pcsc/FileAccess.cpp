@@ -1,5 +1,6 @@
 // Transparent files and selection (ISO/IEC 7816-4) on the channel of a PCSCSlot.
 #include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/pcsc/Command.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/token/ByteOrder.h"
 #include "pkcs11/token/Hex.h"
@@ -11,16 +12,13 @@ namespace PKCS11 {
 
 namespace {
 
-/// SELECT by DF name, which answers with FCP, or with FCI.
+/// SELECT by DF name, which answers with FCP.
 constexpr char kSelectByNameFCP[] = "00a40404";
-constexpr char kSelectByNameFCI[] = "00a40400";
 constexpr char kSelectEF[] = "00a40204";
 /// READ BINARY of a chunk of ReadBinary, and of all that one answer holds.
 constexpr char kReadChunk[] = "00b00000f1";
 constexpr char kReadAll[] = "00b0000000";
 
-/// READ BINARY tells its offset in 15 bits; the bit above means another kind of command.
-constexpr int kOffsetLimit = 0x8000;
 /// An answer of more bytes than this is a full chunk of ReadBinary, which asks for one more.
 constexpr int kShortChunk = 240;
 /// Bytes that ReadBinary reads at most.
@@ -28,11 +26,9 @@ constexpr int kReadBinarySize = 4096;
 /// Length asked for when the card refuses the one before.
 constexpr unsigned char kFallbackLe = 0x70;
 
-/// READ BINARY with the offset in P1-P2.
 void setOffset(Blob& command, int offset)
 {
-    command[2] = static_cast<unsigned char>(offset >> 8);
-    command[3] = static_cast<unsigned char>(offset & 0xFF);
+    putShort(command, kOffsetPosition, static_cast<unsigned short>(offset));
 }
 
 /// What cards answer to the READ BINARY behind the last byte of a file, or to the one that reaches it.
@@ -116,7 +112,7 @@ Blob PCSCSlot::SelectAppl(const Blob& aid)
     Blob answer;
     int sw = Send(PKCS11_hex2blob(kSelectByNameFCP), aid, answer);
     if (sw == SW_INCORRECT_P1P2)
-        sw = Send(PKCS11_hex2blob(kSelectByNameFCI), aid, answer);
+        sw = Send(PKCS11_hex2blob(kSelectByName), aid, answer);
     if (sw != SW_SUCCESS)
         throw PKCS11Exception(CKR_DEVICE_ERROR);
     return answer;
@@ -134,7 +130,7 @@ int PCSCSlot::trySelectEF(const Blob& fid)
 
 void PCSCSlot::SelectEF_IAS(const Blob& fid)
 {
-    if (trySelectEF(fid) != SW_SUCCESS)
+    if (trySelectEF(fid) != SW_SUCCESS) // names the general method, deliberately
         throw PKCS11Exception(CKR_DEVICE_ERROR, "Select File", "PCSCSlot::SelectEF");
 }
 

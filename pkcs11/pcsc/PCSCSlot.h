@@ -82,6 +82,7 @@ public:
     /// command sent once more, unless it carries a PIN and the card may be another one. `resp` must hold 638
     /// bytes; *respLen becomes the length of the data without the status word.
     [[nodiscard]] int SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLen);
+    [[nodiscard]] int SendCmdIntern(const Blob& cmd, Blob& resp);
     /// With the rules: 6Cxx sends once more with the right Le, unless the command carries a PIN and so has
     /// none, and 61xx without data fetches the answer once.
     [[nodiscard]] int SendCmd(const char* cmd, int cmdLen, char* resp, int* respLen);

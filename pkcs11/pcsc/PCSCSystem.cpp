@@ -65,7 +65,7 @@ PCSCSystem::~PCSCSystem()
     Logger::Log(Logger::kTrace, "........~PCSCSystem begin");
     const long result = SCardReleaseContext(m_context);
     traceCall("SCardReleaseContext", result, Logger::kFailure);
-    if (result != SCARD_S_SUCCESS)
+    if (result != SCARD_S_SUCCESS) // once more, and whatever comes of it
         SCardReleaseContext(m_context);
     Logger::Log(Logger::kTrace, "........~PCSCSystem end");
 }

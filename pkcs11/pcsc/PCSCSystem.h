@@ -36,7 +36,7 @@ public:
     virtual PCSCContext GetContext() const { return m_context; }
     /// True in a forked child.
     bool isInherited() const;
-    /// The same, asked in the context of the library.
+    /// What queryReaders() tells in the library's context; none when PC/SC cannot tell.
     virtual std::vector<std::string> listReaders();
     /// The present state of a reader, without a channel to its card. The PC/SC result.
     virtual long readState(const std::string& reader, ReaderState& state);

@@ -46,6 +46,8 @@ public:
     Token* getToken();
     /// The same right after isTokenPresent() gave true, without asking the reader again.
     Token* getTokenOfPresentCard();
+    /// True when a token is held whose card handle still stands. Belongs to the interface; nothing in the
+    /// library calls it.
     bool hasValidTokenHandle();
 
     /// Logs the token that the slot holds out if exactly one session of the slot is in the session list.

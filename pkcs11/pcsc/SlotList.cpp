@@ -48,7 +48,7 @@ void SlotList::getIDList(CK_BBOOL tokenPresent, CK_SLOT_ID* list, CK_ULONG* coun
     const bool isBounded = tokenPresent != CK_FALSE || waitsForReaders();
     const bool tooShort = isBounded && list != nullptr && *count < found.size();
     *count = found.size();
-    if (tooShort)
+    if (tooShort) // "samll" as the trace has always spelled it
         throw PKCS11Exception(CKR_BUFFER_TOO_SMALL, "buffer too samll", "SlotList::getIdList");
     if (list != nullptr)
         std::copy(found.begin(), found.end(), list);

@@ -29,8 +29,8 @@ bool isThisProcess(std::uint64_t thread)
 
 } // namespace
 
-/// A place for one wait. All accesses are in one order for all threads: a wait that is not seen here sees
-/// what was done before the look.
+/// A place for one wait. All accesses are sequentially consistent: a wait that awaitEnd() does not see here
+/// has begun after it, and sees that the library is not initialised any more.
 struct SlotWaits::Entry {
     /// Of the wait's thread; 0 while the place is free.
     std::atomic<std::uint64_t> thread{0};
@@ -137,6 +137,7 @@ void SlotWaits::awaitEnd()
             Sleep(kCancelInterval);
         }
     });
+    // A child that a signal handler forked inside of this call begins with no endings (forgetEndings).
     if (isThisProcess(self))
         --endings;
 }

@@ -27,6 +27,11 @@ constexpr bool hasMoreData(int sw)
 {
     return sw1(sw) == 0x61;
 }
+/// A SELECT or key operation that succeeded, or whose answer waits.
+constexpr bool isAccepted(int sw)
+{
+    return sw == SW_SUCCESS || sw == SW_SUCCESS_9001 || hasMoreData(sw);
+}
 /// 6Cxx: the right Le is xx.
 constexpr bool isWrongLe(int sw)
 {

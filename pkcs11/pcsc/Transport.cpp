@@ -118,10 +118,20 @@ int PCSCSlot::SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLe
             Logger::Log(Logger::kTrace, "maybe the extended APDU is not supported.");
         throw PKCS11Exception(CKR_GENERAL_ERROR, "PCSC driver failed", kWhere);
     }
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(answer.buffer.bytes.data());
+    const char* const bytes = answer.buffer.bytes.data();
     *respLen = static_cast<int>(length) - 2;
-    std::copy_n(bytes, *respLen, reinterpret_cast<unsigned char*>(resp));
-    return bytes[length - 2] << 8 | bytes[length - 1];
+    std::copy_n(bytes, *respLen, resp);
+    const auto at = [bytes](DWORD i) { return static_cast<unsigned char>(bytes[i]); };
+    return at(length - 2) << 8 | at(length - 1);
+}
+
+int PCSCSlot::SendCmdIntern(const Blob& cmd, Blob& resp)
+{
+    WipedBuffer<kAnswerSize> answer;
+    int length = 0;
+    const int sw = SendCmdIntern(chars(cmd), cmd.size(), answer.bytes.data(), &length);
+    resp = Blob(answer.bytes.data(), answer.bytes.data() + length);
+    return sw;
 }
 
 void PCSCSlot::enter()
@@ -225,13 +235,9 @@ int PCSCSlot::Send(const Blob& header, const Blob& data)
 
 Blob PCSCSlot::SendCard(const Blob& header, const Blob& data, int* status)
 {
-    const Blob command = GetShortAPDU(header, data);
-    WipedBuffer<kAnswerSize> answer;
-    int length = 0;
+    Blob result;
     // Without the rule for a wrong Le: the command has none.
-    const int sw = SendCmdIntern(chars(command), command.size(), answer.bytes.data(), &length);
-    Blob result(answer.bytes.data(), answer.bytes.data() + length);
-    const int last = collect(sw, result);
+    const int last = collect(SendCmdIntern(GetShortAPDU(header, data), result), result);
     if (status != nullptr)
         *status = last;
     return result;

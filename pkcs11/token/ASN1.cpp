@@ -8,10 +8,8 @@ namespace PKCS11 {
 
 namespace {
 
-constexpr unsigned int kLongTag = 0x1F;
 constexpr unsigned int kClassBits = 0xE0;
 constexpr int kMaxLongTagBytes = 3;
-constexpr unsigned int kMaxLengthBytes = 4;
 
 constexpr unsigned char kExplicitVersion = constructedTag(0);
 
@@ -125,12 +123,12 @@ int asn1_read_tag(const unsigned char** p, unsigned int len, unsigned int* cls, 
     if (in == end)
         return -1;
     unsigned int size = *in++;
-    if (size >= 0x80) {
-        const unsigned int count = size & 0x7F;
-        if (count > kMaxLengthBytes || count > static_cast<unsigned int>(end - in))
+    if (size >= kLongLength) {
+        const int count = static_cast<int>(size & 0x7F);
+        if (count > kMaxLengthBytes || count > end - in)
             return -1;
         size = 0;
-        for (unsigned int i = 0; i < count; ++i)
+        for (int i = 0; i < count; ++i)
             size = size << 8 | *in++;
     }
     if (size > static_cast<unsigned int>(end - in))

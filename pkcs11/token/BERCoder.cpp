@@ -1,14 +1,13 @@
 #include "pkcs11/token/BERCoder.h"
 
 #include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/token/BERTags.h"
 
 #include <algorithm>
 
 namespace PKCS11 {
 
 namespace {
-
-constexpr unsigned char kLongLength = 0x80;
 
 bool endOfContents(const ByteReader& reader)
 {

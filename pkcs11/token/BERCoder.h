@@ -39,7 +39,7 @@ public:
     /// end.
     const BERCoder& component(int i) const;
     /// Inserts an empty node before component i, or grows up to i; throws CKR_DATA_INVALID for a primitive
-    /// node.
+    /// node. Belongs to the interface, as the next but one does; nothing in the library calls them.
     void insertComponent(int i);
     /// Adds a component at the end; throws CKR_DATA_INVALID for a primitive node.
     void append(const BERCoder& node);
@@ -48,7 +48,7 @@ public:
     /// Number of components; 0 for a primitive node.
     int getSize() const { return static_cast<int>(m_components.size()); }
 
-    /// False after decoding an indefinite length.
+    /// False after decoding an indefinite length. Belongs to the interface; nothing in the library calls it.
     bool IsSizeDefinable() const { return m_sizeDefinable; }
 
     /// Decodes one node that starts at pos and returns the position after it. Throws CKR_DATA_INVALID (0x20)
@@ -65,7 +65,8 @@ public:
     int exportToMem(unsigned char* out) const;
     void Export(Blob& out) const;
 
-    /// Reads the tag at pos and moves pos behind it. Throws CKR_DATA_INVALID for a malformed or cut tag.
+    /// Reads the tag at pos and moves pos after it. Throws CKR_DATA_INVALID for a malformed or cut tag.
+    /// Belongs to the interface; nothing in the library calls it.
     static MultiTag GetMultiTagFromBlob(const Blob& in, int& pos);
     /// The minimal definite length field.
     static Blob encodedLength(int length);

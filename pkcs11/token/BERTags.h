@@ -1,5 +1,5 @@
-/// First tag bytes of BER (X.690): the universal types that cards and certificates use, and context-specific
-/// tags.
+/// First tag bytes of BER (X.690): the universal types that cards and certificates use, context-specific
+/// tags, and the bits of tags and lengths.
 #pragma once
 
 namespace PKCS11 {
@@ -15,6 +15,14 @@ constexpr unsigned char kPrintableString = 0x13;
 constexpr unsigned char kGeneralizedTime = 0x18;
 constexpr unsigned char kSequence = 0x30;
 constexpr unsigned char kSet = 0x31;
+
+/// The low bits of a first tag byte that is followed by others; in those, the bit that says that one more
+/// follows.
+constexpr unsigned char kLongTag = 0x1F;
+constexpr unsigned char kMoreFollows = 0x80;
+/// First length byte of the long form: the low bits count the bytes behind it; 0 is the indefinite form.
+constexpr unsigned char kLongLength = 0x80;
+constexpr int kMaxLengthBytes = 4;
 
 /// [n] of a primitive and of a constructed element; n is below 31.
 constexpr unsigned char contextTag(unsigned char n)

@@ -2,6 +2,7 @@
 
 #include "pkcs11/PKCS11Exception.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace PKCS11 {
@@ -15,6 +16,11 @@ std::uint32_t bigEndian32(const Byte* bytes)
     for (int i = 0; i < 4; ++i)
         value = value << 8 | static_cast<unsigned char>(bytes[i]);
     return value;
+}
+
+bool isSet(unsigned char byte)
+{
+    return byte != 0x00;
 }
 
 } // namespace
@@ -53,6 +59,30 @@ int PKCS11_blob2int(const Blob& bytes)
     default:
         return 0;
     }
+}
+
+void putShort(Blob& bytes, int position, unsigned short value)
+{
+    bytes.at(position) = static_cast<unsigned char>(value >> 8);
+    bytes.at(position + 1) = static_cast<unsigned char>(value & 0xFF);
+}
+
+Blob stripLeadingZeros(const Blob& bytes)
+{
+    return Blob(std::find_if(bytes.begin(), bytes.end(), isSet), bytes.end());
+}
+
+Blob stripSignByte(const Blob& bytes)
+{
+    return !bytes.empty() && bytes.front() == 0x00 ? bytes.slice(1) : bytes;
+}
+
+Blob stripTrailingZeros(const Blob& bytes)
+{
+    Blob stripped = bytes;
+    while (!stripped.empty() && !isSet(stripped.back()))
+        stripped.pop_back();
+    return stripped;
 }
 
 long PKCS11_mem2long(const char* bytes)

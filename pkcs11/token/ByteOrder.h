@@ -14,6 +14,16 @@ unsigned long blob2long(const Blob& bytes);
 Blob PKCS11_short2blob(unsigned short value);
 /// The value of 1, 2 or 4 bytes; 0 for any other size.
 int PKCS11_blob2int(const Blob& bytes);
+/// Puts the two bytes of the value at that position. Throws CKR_BUFFER_TOO_SMALL (0x150) past the end.
+void putShort(Blob& bytes, int position, unsigned short value);
+
+// Numbers of any length.
+
+Blob stripLeadingZeros(const Blob& bytes);
+/// The bytes without one leading zero, as a DER INTEGER has it.
+Blob stripSignByte(const Blob& bytes);
+/// What files of a fixed size are filled up with.
+Blob stripTrailingZeros(const Blob& bytes);
 
 // Belong to the interface; nothing in the library calls them.
 

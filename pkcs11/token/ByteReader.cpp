@@ -1,17 +1,9 @@
 #include "pkcs11/token/ByteReader.h"
 
 #include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/token/BERTags.h"
 
 namespace PKCS11 {
-
-namespace {
-
-constexpr unsigned char kLongTag = 0x1F;
-constexpr unsigned char kMoreFollows = 0x80;
-constexpr unsigned char kLongLength = 0x80;
-constexpr int kMaxLengthBytes = 4;
-
-} // namespace
 
 Blob ByteReader::take(int count)
 {

@@ -1,6 +1,7 @@
 #include "pkcs11/token/MultiTag.h"
 
 #include "pkcs11/PKCS11Exception.h"
+#include "pkcs11/token/BERTags.h"
 
 namespace PKCS11 {
 
@@ -8,8 +9,6 @@ namespace {
 
 constexpr unsigned char kNull = 0x05;
 constexpr unsigned char kConstructed = 0x20;
-constexpr unsigned char kLongForm = 0x1F;
-constexpr unsigned char kMoreFollows = 0x80;
 
 } // namespace
 
@@ -47,7 +46,7 @@ bool MultiTag::operator!=(int tag) const
 
 void MultiTag::ChekTag() const
 {
-    bool valid = !empty() && ((front() & kLongForm) == kLongForm) == (size() > 1);
+    bool valid = !empty() && ((front() & kLongTag) == kLongTag) == (size() > 1);
     for (int i = 1; valid && i < size(); ++i)
         valid = (((*this)[i] & kMoreFollows) != 0) == (i + 1 < size());
     if (!valid)

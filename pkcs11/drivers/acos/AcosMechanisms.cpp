@@ -2,6 +2,7 @@
 
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/drivers/common/Output.h"
+#include "pkcs11/pcsc/Command.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/token/Hex.h"
 
@@ -17,10 +18,6 @@ constexpr int kKeyReferencePosition = 7;
 constexpr char kInternalAuthenticate[] = "00881000";
 constexpr char kPsoDecipher[] = "002a8086";
 constexpr unsigned char kPaddingIndicator = 0x00;
-
-/// Length of every answer to a null output, whatever the key.
-constexpr int kAnnouncedLength = 256;
-constexpr CK_ULONG kMaxShortData = 255;
 
 void setSecurityEnvironment(AcosToken& token, const char* command, const AcosKeyAccess& access)
 {
@@ -60,7 +57,7 @@ void named(const AcosKeyAccess& access, Operation operation)
 
 void AcosMechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
 {
-    if (answersLength(out, outLen, kAnnouncedLength))
+    if (answersLength(out, outLen, kAcosAnnouncedLength))
         return;
     named(m_access, [&] {
         m_token.requireLogin(m_access.where);
@@ -76,7 +73,7 @@ void AcosMechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_U
 
 void AcosMechanismDecrypt::decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
 {
-    if (answersLength(out, outLen, kAnnouncedLength))
+    if (answersLength(out, outLen, kAcosAnnouncedLength))
         return;
     named(m_access, [&] {
         m_token.requireLogin(m_access.where);

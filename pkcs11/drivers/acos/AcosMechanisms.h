@@ -5,6 +5,9 @@
 
 namespace PKCS11 {
 
+/// Length of every answer to a null output, whatever the key.
+constexpr int kAcosAnnouncedLength = 256;
+
 /// How a family of ACOS cards reaches a private key, and what it does differently.
 struct AcosKeyAccess {
     unsigned char reference;    ///< key reference on the card

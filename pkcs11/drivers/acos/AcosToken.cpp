@@ -5,6 +5,11 @@
 
 namespace PKCS11 {
 
+Blob acosPublicExponent()
+{
+    return PKCS11_hex2blob("010001");
+}
+
 AcosToken::AcosToken(PCSCSlot* slot) : CardToken(slot)
 {
     requireChannel();

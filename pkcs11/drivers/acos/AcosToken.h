@@ -4,6 +4,9 @@
 
 namespace PKCS11 {
 
+/// That of all keys of these cards: 010001.
+Blob acosPublicExponent();
+
 /// What the drivers of the ACOS cards share beside their key operations.
 class AcosToken : public CardToken {
 public:

@@ -12,7 +12,6 @@ namespace {
 
 constexpr char kMseSetEncryption[] = "002281b803830188";
 constexpr char kPsoEncipher[] = "002a8680";
-constexpr int kAnnouncedLength = 256;
 
 // Signing reports the decryption's name, deliberately; card failures carry no texts.
 constexpr char kWhere[] = "AcosTRUSTMechanismDecrypt::decrypt";
@@ -45,13 +44,13 @@ void AcosTRUSTMechanismDecrypt::requireKey() const
 
 void ATRUSTMechanismEncrypt::encrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
 {
-    if (answersLength(out, outLen, kAnnouncedLength))
+    if (answersLength(out, outLen, kAcosAnnouncedLength))
         return;
     const Blob input = inputOf(data, dataLen);
     requireRoom(outLen, m_knownLength);
     const Blob answer = m_token.whole([&] {
         m_token.prepareKeyOperation();
-        if (m_fid != EF_PK_CH_EKEY)
+        if (m_fid != EF_PK_CH_EKEY) // names the decryption's class, deliberately
             throw PKCS11Exception(CKR_MECHANISM_INVALID, "", "AcosTRUSTMechanismDecrypt::encrypt");
         requireSuccess(m_token.card().SendCmd(PKCS11_hex2blob(kMseSetEncryption)));
         // Data of more than 255 bytes wrap the Lc: the card decides.

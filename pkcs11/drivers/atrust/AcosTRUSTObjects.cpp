@@ -11,48 +11,32 @@ namespace {
 
 /// Label and ID of keys and certificate.
 constexpr char kName[] = "DF_DEC";
-constexpr unsigned char kPublicExponent[] = {0x01, 0x00, 0x01};
-
-Blob publicExponent()
-{
-    return {std::begin(kPublicExponent), std::end(kPublicExponent)};
-}
 
 } // namespace
 
-AcosTRUSTPublicKey::AcosTRUSTPublicKey(AcosTRUSTToken& token, unsigned short fid) : m_token(token), m_fid(fid)
+template <class Base>
+AcosTRUSTKey<Base>::AcosTRUSTKey(AcosTRUSTToken& token, unsigned short fid) : m_token(token), m_fid(fid)
 {
-    setLabel(Blob(kName));
-    setID(Blob(kName));
-    setPublicExponent(publicExponent());
+    Base::setLabel(Blob(kName));
+    Base::setID(Blob(kName));
+    Base::setPublicExponent(acosPublicExponent());
 }
 
-Blob AcosTRUSTPublicKey::getModulus()
+template <class Base>
+Blob AcosTRUSTKey<Base>::getModulus()
 {
     // What a caller has set stays.
-    const Blob own = CardPublicKey::getModulus();
+    const Blob own = Base::getModulus();
     return own.empty() ? m_token.getModulus() : own;
 }
+
+template class AcosTRUSTKey<CardPublicKey>;
+template class AcosTRUSTKey<CardPrivateKey>;
 
 std::unique_ptr<Mechanism> AcosTRUSTPublicKey::createEncryptMechanism(CK_MECHANISM* /*mechanism*/,
                                                                       MechanismInfo* /*info*/)
 {
     return std::make_unique<ATRUSTMechanismEncrypt>(m_token, m_fid, m_token.knownModulus().size());
-}
-
-AcosTRUSTPrivateKey::AcosTRUSTPrivateKey(AcosTRUSTToken& token, unsigned short fid)
-    : m_token(token), m_fid(fid)
-{
-    setLabel(Blob(kName));
-    setID(Blob(kName));
-    setPublicExponent(publicExponent());
-}
-
-Blob AcosTRUSTPrivateKey::getModulus()
-{
-    // What a caller has set stays.
-    const Blob own = CardPrivateKey::getModulus();
-    return own.empty() ? m_token.getModulus() : own;
 }
 
 std::unique_ptr<Mechanism> AcosTRUSTPrivateKey::createSignMechanism(CK_MECHANISM* /*mechanism*/,

@@ -7,31 +7,33 @@ namespace PKCS11 {
 
 class AcosTRUSTToken;
 
-class AcosTRUSTPublicKey final : public CardPublicKey {
+/// What the private and the public key objects share: names and exponent, and the modulus, which is read on
+/// first use and empty when the key file cannot be read.
+template <class Base>
+class AcosTRUSTKey : public Base {
 public:
-    AcosTRUSTPublicKey(AcosTRUSTToken& token, unsigned short fid);
+    AcosTRUSTKey(AcosTRUSTToken& token, unsigned short fid);
 
-    /// Read on first use; empty when the key file cannot be read.
     Blob getModulus() override;
-    std::unique_ptr<Mechanism> createEncryptMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
 
-private:
+protected:
     AcosTRUSTToken& m_token;
     unsigned short m_fid;
 };
 
-class AcosTRUSTPrivateKey final : public CardPrivateKey {
+class AcosTRUSTPublicKey final : public AcosTRUSTKey<CardPublicKey> {
 public:
-    AcosTRUSTPrivateKey(AcosTRUSTToken& token, unsigned short fid);
+    using AcosTRUSTKey::AcosTRUSTKey;
 
-    /// As the public key has it.
-    Blob getModulus() override;
+    std::unique_ptr<Mechanism> createEncryptMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
+};
+
+class AcosTRUSTPrivateKey final : public AcosTRUSTKey<CardPrivateKey> {
+public:
+    using AcosTRUSTKey::AcosTRUSTKey;
+
     std::unique_ptr<Mechanism> createSignMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
     std::unique_ptr<Mechanism> createDecryptMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
-
-private:
-    AcosTRUSTToken& m_token;
-    unsigned short m_fid;
 };
 
 class AcosTRUSTCertificate final : public CardCertificate {

@@ -1,6 +1,7 @@
 #include "pkcs11/drivers/atrust/AcosTRUSTToken.h"
 
 #include "pkcs11/drivers/atrust/AcosTRUSTObjects.h"
+#include "pkcs11/pcsc/Command.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/token/ByteOrder.h"
 #include "pkcs11/token/Hex.h"
@@ -14,7 +15,6 @@ const char TRUST_DF_SIG_AID[] = "a0000001184543";
 
 namespace {
 
-constexpr char kSelectByName[] = "00a40400";
 constexpr char kSelectFile[] = "00a40000";
 constexpr char kSelectMF[] = "00a40000023f00";
 constexpr char kReadBinary[] = "00b0000000";
@@ -25,7 +25,6 @@ constexpr char kChangeReferenceData[] = "00240081";
 constexpr int kPinLength = 8;
 constexpr int kChunk = 0x70;
 /// READ BINARY reaches offsets below this one.
-constexpr int kMaxOffset = 0x8000;
 constexpr CK_ULONG kKeySize = 1024;
 
 } // namespace
@@ -124,9 +123,8 @@ Blob AcosTRUSTToken::ReadBinary(unsigned short fid, bool& isWhole)
     Blob content;
     if (size < 0)
         sw = card().SendCmd(command, content);
-    while (content.size() < size && content.size() < kMaxOffset) {
-        const Blob offset = PKCS11_short2blob(static_cast<unsigned short>(content.size()));
-        std::copy(offset.begin(), offset.end(), command.begin() + 2);
+    while (content.size() < size && content.size() < kOffsetLimit) {
+        putShort(command, kOffsetPosition, static_cast<unsigned short>(content.size()));
         command.back() = static_cast<unsigned char>(std::min(kChunk, size - content.size()));
         Blob chunk;
         sw = card().SendCmd(command, chunk);
@@ -134,7 +132,7 @@ Blob AcosTRUSTToken::ReadBinary(unsigned short fid, bool& isWhole)
             break;
         content.append(chunk);
     }
-    isWhole = selected == SW_SUCCESS && sw == SW_SUCCESS && content.size() >= std::min(size, kMaxOffset);
+    isWhole = selected == SW_SUCCESS && sw == SW_SUCCESS && content.size() >= std::min(size, kOffsetLimit);
     return content;
 }
 
@@ -153,8 +151,7 @@ Blob AcosTRUSTToken::getModulus()
     if (!m_modulus.empty())
         return m_modulus;
     CardValue file = readFile(EF_PK_CH_EKEY);
-    while (!file.bytes.empty() && file.bytes.back() == 0)
-        file.bytes.pop_back();
+    file.bytes = stripTrailingZeros(file.bytes);
     if (file.isWhole)
         m_modulus = file.bytes;
     return file.bytes;

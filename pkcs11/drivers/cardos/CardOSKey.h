@@ -2,7 +2,7 @@
 
 #include "pkcs11/drivers/cardos/CardOSToken.h"
 #include "pkcs11/drivers/common/LazyRsaKey.h"
-#include "pkcs11/drivers/common/PKCS1.h"
+#include "pkcs11/token/ByteOrder.h"
 
 namespace PKCS11 {
 

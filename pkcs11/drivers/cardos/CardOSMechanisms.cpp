@@ -6,6 +6,7 @@
 #include "pkcs11/drivers/cardos/CardOSToken.h"
 #include "pkcs11/drivers/common/Output.h"
 #include "pkcs11/drivers/common/PKCS1.h"
+#include "pkcs11/token/ByteOrder.h"
 
 #include <algorithm>
 #include <limits>
@@ -54,8 +55,7 @@ CardOSMechanismSign::CardOSMechanismSign(CardOSPrivateKey& key, CK_MECHANISM_TYP
 void CardOSMechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
 {
     const bool isRSA = m_key.getKeyType() == CKK_RSA;
-    const int announced = out != nullptr ? 0 : isRSA ? m_key.keyLength() : kOtherSignatureLength;
-    if (answersLength(out, outLen, announced))
+    if (answersLength(out, outLen, [&] { return isRSA ? m_key.keyLength() : kOtherSignatureLength; }))
         return;
     requireLogin();
     const Blob input = inputOf(data, dataLen, kMaxInput);
@@ -137,7 +137,7 @@ CardOSMechanismEncrypt::CardOSMechanismEncrypt(CardOSPublicKey& key, CK_MECHANIS
 
 void CardOSMechanismEncrypt::encrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
 {
-    if (answersLength(out, outLen, out != nullptr ? 0 : key().keyLength()))
+    if (answersLength(out, outLen, [&] { return key().keyLength(); }))
         return;
     if (loadsKey())
         requireLogin();
@@ -188,6 +188,7 @@ void CardOSMechanismVerify::verify(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* sig
     if (type() == CKM_RSA_X_509)
         expected = stripLeadingZeros(expected);
     // A block that holds nothing proves nothing, not even about empty data.
+    // The where-text names a decryption, deliberately.
     if (found.empty() || found != expected)
         throw PKCS11Exception(CKR_SIGNATURE_INVALID, "", "CardOSMechanismVerify::decrypt");
 }

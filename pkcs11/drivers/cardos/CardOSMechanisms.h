@@ -36,6 +36,7 @@ public:
     void decryptFinal(CK_BYTE* out, CK_ULONG* outLen) override;
 };
 
+// This and the next inherit openly for CreateCCMS, which belongs to the interface.
 class CardOSMechanismEncrypt final : public MechanismEncrypt, public CardOSPublicKeyOperation {
 public:
     CardOSMechanismEncrypt(CardOSPublicKey& key, CK_MECHANISM_TYPE type);

@@ -162,7 +162,7 @@ void CardOSPublicKeyOperation::loadKey(const Blob& modulus, const Blob& exponent
         const bool refuses = failure.value() != CKR_GENERAL_ERROR && card.isUndisturbedSince(before);
         if (isOpen() && (!refuses || Edition::current().closesRefusedLoading()))
             static_cast<void>(bracketLoading());
-        throw PKCS11Exception(failure);
+        throw;
     }
     // A reset closes too: the command that was repeated behind it has opened.
     if (!isOpen())

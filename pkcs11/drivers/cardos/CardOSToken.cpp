@@ -5,8 +5,10 @@
 #include "pkcs11/drivers/cardos/CardOSData.h"
 #include "pkcs11/drivers/cardos/CardOSPrivateKey.h"
 #include "pkcs11/drivers/cardos/CardOSPublicKey.h"
-#include "pkcs11/drivers/common/PKCS1.h"
+#include "pkcs11/pcsc/Command.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
+#include "pkcs11/token/BERTags.h"
+#include "pkcs11/token/ByteOrder.h"
 #include "pkcs11/token/ByteReader.h"
 #include "pkcs11/token/Hex.h"
 
@@ -54,15 +56,13 @@ constexpr char kRSA2048Package[] = "e10901041c02c8068f0101";
 constexpr int kKeyRecordHeader = 3;
 /// A key file without records has two bytes where the tag of a SEQUENCE belongs.
 constexpr int kKeyFileTag = 2;
-constexpr unsigned char kSequence = 0x30;
 constexpr int kModulusTag = 0x81;
 constexpr int kExponentTag = 0x82;
 
 Blob withFileIdentifier(const char* command, unsigned short fid)
 {
     Blob bytes = PKCS11_hex2blob(command);
-    bytes.at(kFileIdentifier) = static_cast<unsigned char>(fid >> 8);
-    bytes.at(kFileIdentifier + 1) = static_cast<unsigned char>(fid & 0xFF);
+    putShort(bytes, kFileIdentifier, fid);
     return bytes;
 }
 

@@ -2,6 +2,7 @@
 
 #include "pkcs11/Edition.h"
 #include "pkcs11/core/Mechanism.h"
+#include "pkcs11/pcsc/Command.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 
 #include <algorithm>
@@ -286,7 +287,7 @@ Blob padPin(const Blob& pin, int width, unsigned char fill)
 
 void requirePlainPin(const Blob& pin)
 {
-    if (pin.empty() || pin.size() > 0xFF)
+    if (pin.empty() || pin.size() > kMaxShortData)
         throw PKCS11Exception(CKR_PIN_LEN_RANGE);
 }
 

@@ -10,9 +10,6 @@
 
 namespace PKCS11 {
 
-/// SELECT of the MF that wants nothing back, as hexadecimal text.
-constexpr char kSelectMFNoResponse[] = "00a4000c023f00";
-
 /// What every card driver shares: the token information from five getters, the mechanism list on demand, and
 /// the refusals of cards that create no objects, make no keys and give no random numbers; and what to do when
 /// another program resets the card, or somebody exchanges it, in the middle of a piece of work.

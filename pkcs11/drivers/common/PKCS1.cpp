@@ -28,15 +28,4 @@ Blob stripPKCS1Block(const Blob& block)
     return Blob(separator == block.end() ? start + 1 : separator + 1, block.end());
 }
 
-Blob stripLeadingZeros(const Blob& bytes)
-{
-    const auto isSet = [](unsigned char byte) { return byte != 0x00; };
-    return Blob(std::find_if(bytes.begin(), bytes.end(), isSet), bytes.end());
-}
-
-Blob stripSignByte(const Blob& bytes)
-{
-    return !bytes.empty() && bytes.front() == 0x00 ? bytes.slice(1) : bytes;
-}
-
 } // namespace PKCS11

@@ -13,9 +13,4 @@ Blob makePKCS1Block(unsigned char blockType, const Blob& data, int size, int min
 /// behind the start byte when there is no such 00.
 Blob stripPKCS1Block(const Blob& block);
 
-/// The bytes without leading zeros.
-Blob stripLeadingZeros(const Blob& bytes);
-/// The bytes without one leading zero, as a DER INTEGER has it.
-Blob stripSignByte(const Blob& bytes);
-
 } // namespace PKCS11

@@ -1,12 +1,12 @@
 #include "pkcs11/drivers/edu/AcosEDUObjects.h"
 
 #include "pkcs11/PKCS11Exception.h"
-#include "pkcs11/drivers/common/PKCS1.h"
 #include "pkcs11/drivers/edu/AcosEDUMechanisms.h"
 #include "pkcs11/drivers/edu/AcosEDUToken.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/token/BERCoder.h"
 #include "pkcs11/token/BERTags.h"
+#include "pkcs11/token/ByteOrder.h"
 #include "pkcs11/token/Hex.h"
 #include "pkcs11/token/InfoRecords.h"
 
@@ -17,7 +17,6 @@ namespace PKCS11 {
 namespace {
 
 constexpr char kReadBinary[] = "00b0000000";
-constexpr unsigned char kPublicExponent[] = {0x01, 0x00, 0x01};
 
 Blob keyName(int number)
 {
@@ -60,16 +59,14 @@ void describe(Key& key, AcosEDUToken& token, int number)
     Blob content;
     if (token.card().SendCmd(PKCS11_hex2blob(kReadBinary), content) == SW_SUCCESS)
         key.setModulus(modulusOfKeyFile(content));
-    key.setPublicExponent(Blob(std::begin(kPublicExponent), std::end(kPublicExponent)));
+    key.setPublicExponent(acosPublicExponent());
 }
 
 } // namespace
 
 Blob modulusOfKeyFile(const Blob& content)
 {
-    Blob raw = content;
-    while (!raw.empty() && raw.back() == 0)
-        raw.pop_back();
+    const Blob raw = stripTrailingZeros(content);
     try {
         BERCoder file;
         const int end = file.import(content, 0);

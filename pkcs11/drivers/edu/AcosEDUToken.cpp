@@ -2,6 +2,7 @@
 
 #include "pkcs11/PKCS11Exception.h"
 #include "pkcs11/drivers/edu/AcosEDUObjects.h"
+#include "pkcs11/pcsc/Command.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/token/ByteOrder.h"
 #include "pkcs11/token/Hex.h"

@@ -1,9 +1,9 @@
 #include "pkcs11/drivers/ias/IASToken.h"
 
 #include "pkcs11/PKCS11Exception.h"
-#include "pkcs11/drivers/common/PKCS1.h"
 #include "pkcs11/drivers/ias/PKCS15Objects.h"
 #include "pkcs11/pcsc/CardIdentification.h"
+#include "pkcs11/pcsc/Command.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/token/ByteOrder.h"
 #include "pkcs11/token/Hex.h"
@@ -29,7 +29,6 @@ constexpr int kKeyNumber = 6;
 
 constexpr unsigned short kMF = 0x3F00;
 constexpr unsigned short kSerialNumberFile = 0xD003;
-constexpr int kMaxLc = 255;
 /// Bytes of a file identifier, and of the directories in a path; a longer path is no honest card's.
 constexpr int kFidSize = 2;
 constexpr int kMaxDirectories = 32;
@@ -348,7 +347,7 @@ void IASToken::VerifyPIN(const Blob& pin, PinReference reference)
 {
     if (!reference)
         throw PKCS11Exception(CKR_USER_PIN_NOT_INITIALIZED);
-    const Blob padded = paddedPin(pin, "IASToken::VerifyPin");
+    const Blob padded = paddedPin(pin, "IASToken::VerifyPin"); // so spelled, deliberately
     makeCurrent();
     requireIASPinAccepted(sendVerify(pinCommand(kVerify, *reference), padded));
     cachePin(pin, reference);
@@ -362,7 +361,7 @@ void IASToken::ChangePIN(const Blob& oldPin, const Blob& newPin, PinReference re
         paddedPin(newPin, kWhere);
     VerifyPIN(oldPin, reference);
     const Blob data = paddedPin(oldPin, kWhere) + paddedPin(newPin, kWhere);
-    if (data.size() > kMaxLc)
+    if (data.size() > kMaxShortData)
         throw PKCS11Exception(CKR_PIN_LEN_RANGE, "", kWhere);
     requireIASPinAccepted(sendNewPin(pinCommand(kChangeReferenceData, *reference), data));
     cachePin(newPin, reference);

@@ -4,6 +4,7 @@
 #include "pkcs11/drivers/common/Output.h"
 #include "pkcs11/drivers/ias/IASToken.h"
 #include "pkcs11/drivers/ias/PKCS15Objects.h"
+#include "pkcs11/pcsc/Command.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/token/Hex.h"
 
@@ -18,8 +19,6 @@ constexpr char kInternalAuthenticate[] = "00880000";
 constexpr char kPsoDecipher[] = "002a8086";
 
 constexpr unsigned char kPaddingIndicator = 0x81;
-constexpr unsigned char kChained = 0x10;
-constexpr int kMaxShortData = 255;
 /// Reported for a decrypted text, whatever the key.
 constexpr int kPlaintextLength = 256;
 
@@ -61,7 +60,7 @@ Blob decipher(PCSCSlot& card, const Blob& field)
 
 void PKCS15MechanismSign::sign(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen)
 {
-    if (answersLength(out, outLen, out != nullptr ? 0 : m_key.signatureLength()))
+    if (answersLength(out, outLen, [&] { return m_key.signatureLength(); }))
         return;
     // The where-text names decrypt.
     m_key.token().requireLogin("PKCS15MechanismSign::decrypt");

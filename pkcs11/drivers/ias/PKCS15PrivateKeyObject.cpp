@@ -10,6 +10,7 @@ constexpr char kUnknownType[] = "PKCS15PrivateKeyObject::Import: Unknown Private
 constexpr char kTooFewElements2[] = "PKCS15PrivateKeyObject::Import: coder.getSize() < 2";
 constexpr char kTooFewElements3[] = "PKCS15PrivateKeyObject::Import: coder.getSize() < 3";
 constexpr char kTooFewElements4[] = "PKCS15PrivateKeyObject::Import: coder.getSize() < 4";
+// The blank and the spelling are the trace's own.
 constexpr char kKeyError[] = " PKCS15PrivateKeyObject::ImportKeyAttributes: codind error";
 
 constexpr int kCommonPrivateKeyAttributes = constructedTag(0);

@@ -26,7 +26,8 @@ public:
 
     /// True when nothing is there to be written.
     bool isEmpty() const { return node().getSize() == 0; }
-    /// Length of the imported record in bytes, header included.
+    /// Length of the imported record in bytes, header included. Belongs to the interface; nothing in the
+    /// library calls it.
     int recordSize() const { return m_recordSize; }
 
 protected:

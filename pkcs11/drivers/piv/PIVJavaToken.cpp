@@ -1,15 +1,16 @@
 #include "pkcs11/drivers/piv/PIVJavaToken.h"
 
 #include "pkcs11/PKCS11Exception.h"
-#include "pkcs11/drivers/common/PKCS1.h"
 #include "pkcs11/drivers/piv/PIVContainers.h"
 #include "pkcs11/drivers/piv/PIVJavaCertificate.h"
 #include "pkcs11/drivers/piv/PIVJavaPrivateKey.h"
 #include "pkcs11/drivers/piv/PIVJavaPublicKey.h"
 #include "pkcs11/frontend/trace/Logger.h"
 #include "pkcs11/pcsc/CardIdentification.h"
+#include "pkcs11/pcsc/Command.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "pkcs11/token/ASN1.h"
+#include "pkcs11/token/ByteOrder.h"
 #include "pkcs11/token/Framing.h"
 #include "pkcs11/token/Hex.h"
 
@@ -21,7 +22,6 @@ namespace PKCS11 {
 namespace {
 
 // Commands: CLA INS P1 P2, where data follow; the whole command otherwise.
-constexpr char kSelectByName[] = "00a40400";
 constexpr char kSelectByNameNoAnswer[] = "00a4040c";
 /// GET DATA of the container 5FC1xx; byte kContainerTag is the container's.
 constexpr char kGetContainer[] = "00cb3fff055c035fc10500";
@@ -36,8 +36,6 @@ constexpr char kResetSecurity[] = "80a3000000";
 
 /// RSA 1024 and 2048, ECC P-256 and P-384 (SP 800-78-5, table 9).
 constexpr unsigned char kAlgorithms[] = {0x06, 0x07, 0x11, 0x14};
-/// What SendCmdIntern wants to have room for.
-constexpr int kAnswerRoom = 638;
 
 constexpr int kPinWidth = 8;
 constexpr unsigned char kPinFill = 0xFF;
@@ -48,13 +46,6 @@ constexpr int kAuthChallenge = 0x81;
 constexpr int kAuthResponse = 0x82;
 /// A longer template goes in pieces of this length and a last one, which may be longer.
 constexpr int kPiece = 249;
-constexpr int kMaxLc = 255;
-constexpr unsigned char kChained = 0x10;
-
-bool isAccepted(int sw)
-{
-    return sw == SW_SUCCESS || sw == SW_SUCCESS_9001 || hasMoreData(sw);
-}
 
 Blob pinBlock(const Blob& pin)
 {
@@ -107,12 +98,9 @@ Blob PIVJavaToken::getID()
 void PIVJavaToken::selectApplication()
 {
     // Its answer is known: one command is enough where the card is content with it.
-    Blob command = GetShortAPDU(PKCS11_hex2blob(kSelectByName), PKCS11_hex2blob(PIV_AID));
-    Blob answer(kAnswerRoom, 0);
-    int length = 0;
-    const int sw = card().SendCmdIntern(reinterpret_cast<const char*>(command.data()), command.size(),
-                                        reinterpret_cast<char*>(answer.data()), &length);
-    if (!isAccepted(sw))
+    Blob answer;
+    const Blob command = GetShortAPDU(PKCS11_hex2blob(kSelectByName), PKCS11_hex2blob(PIV_AID));
+    if (!isAccepted(card().SendCmdIntern(command, answer)))
         SelectApp(PKCS11_hex2blob(PIV_AID));
     noteSelection();
 }
@@ -146,35 +134,28 @@ void PIVJavaToken::addContainer(unsigned char tag, KeyFactory makeKeys)
     if (getPublicKey(info.certificate, modulus, exponent)) {
         modulus = stripSignByte(modulus);
         exponent = stripSignByte(exponent);
-    } else {
-        modulus.clear();
-        exponent.clear();
     }
     const unsigned short word = getKeyRef(tag, 8 * modulus.size());
 
     auto certificate = std::make_unique<PIVJavaCertificate>(*this, word);
     certificate->setValue(info.certificate);
     PIVKeyPair keys = makeKeys(*this, word, info.certificate);
-    if (!info.label.empty()) {
-        certificate->setLabel(info.label);
-        keys.publicKey->setLabel(info.label);
-        keys.privateKey->setLabel(info.label);
-    }
-    if (!info.id.empty()) {
-        certificate->setID(info.id);
-        keys.publicKey->setID(info.id);
-        keys.privateKey->setID(info.id);
-    }
-    if (exponent.empty()) {
-        // No RSA key in the certificate.
-        keys.publicKey->initKeyType(CKK_EC);
-        keys.privateKey->initKeyType(CKK_EC);
-    } else {
-        keys.publicKey->setModulus(modulus);
-        keys.publicKey->setPublicExponent(exponent);
-        keys.privateKey->setModulus(modulus);
-        keys.privateKey->setPublicExponent(exponent);
-    }
+    const auto name = [&](auto& object) {
+        if (!info.label.empty())
+            object.setLabel(info.label);
+        if (!info.id.empty())
+            object.setID(info.id);
+    };
+    const auto describe = [&](auto& key) {
+        name(key);
+        if (exponent.empty()) // no RSA key in the certificate
+            return key.initKeyType(CKK_EC);
+        key.setModulus(modulus);
+        key.setPublicExponent(exponent);
+    };
+    name(*certificate);
+    describe(*keys.publicKey);
+    describe(*keys.privateKey);
     add(std::move(certificate));
     add(std::move(keys.publicKey));
     add(std::move(keys.privateKey));
@@ -228,7 +209,7 @@ Blob PIVJavaToken::GeneralAuth(unsigned short word, const Blob& data)
         return answer;
     }
 
-    if (field.size() > kPiece + kMaxLc && !takesLongChains())
+    if (field.size() > kPiece + kMaxShortData && !takesLongChains())
         throw PKCS11Exception(CKR_DATA_LEN_RANGE, "", "PIVJavaToken::GeneralAuth");
     header.at(0) = kChained;
     int sent = 0;
@@ -237,7 +218,7 @@ Blob PIVJavaToken::GeneralAuth(unsigned short word, const Blob& data)
             throw PKCS11Exception(CKR_DEVICE_ERROR, "GENERAL AUTHENTICATE first command failed",
                                   "PIVJavaToken::GeneralAuth");
         sent += kPiece;
-    } while (field.size() - sent > kMaxLc);
+    } while (field.size() - sent > kMaxShortData);
     header.at(0) = 0x00;
     if (!isAccepted(card().SendCmdChained(GetShortAPDU(header, field.slice(sent)), answer)))
         throw PKCS11Exception(CKR_DEVICE_ERROR, "GENERAL AUTHENTICATE last command failed",
