@@ -263,7 +263,7 @@ threads_sign_between_resets() {
     threads_sign &
     local signer=$! resets=0
     while kill -0 $signer 2>/dev/null; do
-        # The service may refuse a program that comes right behind another one's reset.
+        # The service may refuse a program that comes right after another one's reset.
         if opensc-tool --reset=warm; then resets=$((resets + 1)); fi
     done
     wait $signer

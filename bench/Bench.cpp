@@ -29,7 +29,7 @@ public:
 
 private:
     vcard::PivCard m_card;
-    Bytes m_exchange; // a command and the GET RESPONSEs behind it
+    Bytes m_exchange; // a command and the GET RESPONSEs after it
     std::map<Bytes, Bytes> m_answers;
 };
 

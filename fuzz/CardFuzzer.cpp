@@ -1,5 +1,5 @@
 // A life of an application, from C_Initialize to C_Finalize, on a card of one family (QUARVEL_FAMILY) whose
-// answers are cut from the input: each command takes the next record. Behind the input the card is honest.
+// answers are cut from the input: each command takes the next record. After the input the card is honest.
 #include "fuzz/CardInput.h"
 #include "pkcs11/pcsc/PCSCSlot.h"
 #include "tests/support/Application.h"

@@ -13,7 +13,7 @@ namespace fuzz {
 
 using vcard::Bytes;
 
-/// Zeros behind the end.
+/// Zeros after the end.
 class Reader {
 public:
     Reader(const unsigned char* data, std::size_t size) : m_at(data), m_end(data + size) {}

@@ -4,13 +4,13 @@
     scripts/run-pages.py PLACE|PAGE|PAGE#SECTION...     PLACE: tests, fuzz, card, service, package or android
     scripts/run-pages.py --check [FOLDER]               links (of the pages in FOLDER, if one is named), marks and places
 
-A block marked "sh" is run; a block without a mark right behind it is what it prints: each of its lines must come, in that
+A block marked "sh" is run; a block without a mark right after it is what it prints: each of its lines must come, in that
 order, "..." standing for any text or any lines, and a date for any date. The next block waits a while for lines that
 programs in the background have still to print. Other blocks have another mark.
 
 Each page has a shell of its own, which stops at the first command that fails. Its sections start in the clone; those of
-docs/applications/ start where the section before ended, behind the first block of docs/applications/pkcs11-tool.md, and
-their files stay for the pages behind. Prints PASS or FAIL for each section; the status is 1 when one failed.
+docs/applications/ start where the section before ended, after the first block of docs/applications/pkcs11-tool.md, and
+their files stay for the pages after that. Prints PASS or FAIL for each section; the status is 1 when one failed.
 """
 import glob
 import os
@@ -151,7 +151,7 @@ def run(page, sections):
             blocks += section.commands()
         for number, block in enumerate(blocks):
             block.output = os.path.join(folder, f"{number}.out")
-            # It stops behind each block, until it is told to go on.
+            # It stops after each block, until it is told to go on.
             script += [f"exec >{block.output} 2>&1\n", *block.lines, "kill -STOP $$\n"]
         status, done = follow("".join(script), blocks)
         failures = 0
@@ -190,7 +190,7 @@ def end_group(shell):
 
 
 def follow(script, blocks):
-    """Runs a script that stops behind each block; its status, and the number of blocks that it came through."""
+    """Runs a script that stops after each block; its status, and the number of blocks that it came through."""
     shell = subprocess.Popen(["bash", "-c", script], stdin=subprocess.DEVNULL, start_new_session=True)
     limit = threading.Timer(SECONDS_PER_PAGE, os.killpg, (shell.pid, signal.SIGKILL))
     limit.start()

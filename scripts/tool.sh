@@ -1,4 +1,4 @@
-# What the scripts that use a card do with pkcs11-tool and openssl (source it behind lib.sh). Uses QUARVEL_PIN, and slot and key:
+# What the scripts that use a card do with pkcs11-tool and openssl (source it after lib.sh). Uses QUARVEL_PIN, and slot and key:
 # the slot ID and the key ID (hexadecimal) that are spoken of; files stand in WORK.
 
 tool() {

@@ -46,7 +46,7 @@ void end()
         PKCS11::Sleep(1);
 }
 
-/// libcrypto's own end is registered first, so that it comes behind this one. Asked for nothing, libcrypto
+/// libcrypto's own end is registered first, so that it comes after this one. Asked for nothing, libcrypto
 /// does not start.
 bool registerEnd()
 {

@@ -5,7 +5,7 @@
 /// for long, and nobody gets one afterwards.
 class CryptoUse {
 public:
-    /// Throws CKR_CRYPTOKI_NOT_INITIALIZED (0x190) behind libcrypto's end.
+    /// Throws CKR_CRYPTOKI_NOT_INITIALIZED (0x190) after libcrypto's end.
     CryptoUse();
     CryptoUse(const CryptoUse&) = delete;
     CryptoUse& operator=(const CryptoUse&) = delete;

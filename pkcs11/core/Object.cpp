@@ -30,7 +30,7 @@ void forEachRow(const AttributeTable& leaf, const CK_ATTRIBUTE* attributes, CK_U
 }
 
 /// Whether the template's value equals the object's. Plain types compare by their own length, whatever stands
-/// behind it.
+/// after it.
 bool matches(Object& object, const AttributeRow& row, const CK_ATTRIBUTE& entry)
 {
     if (entry.ulValueLen < row.valueLength || (entry.pValue == nullptr && entry.ulValueLen != 0))

@@ -34,7 +34,7 @@ void ObjectList::findObjectsFinal()
 void ObjectList::continueSearch(ObjectSearch& search, CK_OBJECT_HANDLE* phObject, CK_ULONG max,
                                 CK_ULONG* pulCount, bool canAccessPrivate)
 {
-    // Only a reported object moves the cursor, so that objects added behind it are found by the next call.
+    // Only a reported object moves the cursor, so that objects added after it are found by the next call.
     for (unsigned long handle = search.next(); handle <= highWater() && *pulCount < max; ++handle) {
         Object* object = at(handle);
         if (object != nullptr && isVisible(*object, canAccessPrivate) && search.matches(*object)) {

@@ -20,7 +20,7 @@ public:
     void findObjects(CK_OBJECT_HANDLE* phObject, CK_ULONG max, CK_ULONG* pulCount, bool canAccessPrivate);
     void findObjectsFinal();
 
-    /// Adds up to max handles, in ascending order, behind the *pulCount that stand there. Objects are tested
+    /// Adds up to max handles, in ascending order, after the *pulCount that stand there. Objects are tested
     /// when the search reaches them; one whose attributes cannot be read is passed over.
     void continueSearch(ObjectSearch& search, CK_OBJECT_HANDLE* phObject, CK_ULONG max, CK_ULONG* pulCount,
                         bool canAccessPrivate);

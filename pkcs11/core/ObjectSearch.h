@@ -23,7 +23,7 @@ public:
     /// False for an object whose attributes cannot be read.
     bool matches(Object& object) const;
     unsigned long next() const { return m_next; }
-    /// The search goes on behind the handle.
+    /// The search goes on after the handle.
     void passed(unsigned long handle) { m_next = handle + 1; }
 
 private:

@@ -22,10 +22,10 @@ struct OperationStep;
 /// One PKCS#11 session: its flags and at most one operation. Login state and objects belong to the slot's
 /// token.
 ///
-/// Every method throws PKCS11Exception. Each fetches the token first (CKR_TOKEN_NOT_PRESENT,
-/// CKR_TOKEN_NOT_RECOGNIZED, CKR_DEVICE_REMOVED), because a fetch may find another card and drop the
-/// operation and every object; then it tests the operation and looks up objects. SessionList::getSession
-/// starts a call, and the token is fetched once in it.
+/// The methods that a Cryptoki call runs throw PKCS11Exception. Each fetches the token first
+/// (CKR_TOKEN_NOT_PRESENT, CKR_TOKEN_NOT_RECOGNIZED, CKR_DEVICE_REMOVED), because a fetch may find another
+/// card and drop the operation and every object; then it tests the operation and looks up objects.
+/// SessionList::getSession starts a call, and the token is fetched once in it.
 class Session {
 public:
     Session();
@@ -38,6 +38,7 @@ public:
     void closeSession();
     /// Fetches the token for a paused session.
     void reopenSession();
+    /// Drops the operation, active or not.
     void cleanMechanism();
 
     bool isPaused() const { return m_paused; }

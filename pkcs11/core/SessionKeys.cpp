@@ -156,7 +156,7 @@ void Session::deriveKey(CK_MECHANISM* pMechanism, CK_OBJECT_HANDLE hBaseKey, CK_
     Key* base = getKey(hBaseKey);
     if (base->getDerive() == CK_FALSE)
         throw PKCS11Exception(CKR_KEY_FUNCTION_NOT_PERMITTED, "", kWhere);
-    // The operation stays active behind a derivation, deliberately.
+    // The operation stays active after a derivation, deliberately.
     attachActive(base->createDeriveMechanism(pMechanism, info), base, kWhere);
     Key* derived = nullptr;
     m_operation->deriveKey(pMechanism, attributes, count, &derived);

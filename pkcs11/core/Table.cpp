@@ -74,7 +74,7 @@ unsigned long Table::delEntry(Table* other)
         try {
             delEntry(other->find(handle));
         } catch (const PKCS11Exception&) {
-            // One that cannot be taken out keeps no other one in.
+            // An entry that cannot be removed does not stop the rest.
         }
     }
     return 0;

@@ -23,7 +23,8 @@ public:
 
 private:
     PCSCSlot* m_slot = nullptr;
-    /// Of a transaction that PC/SC failed to end; 0 for none. Nobody would come in behind it.
+    /// The handle whose transaction PC/SC failed to end, 0 for none. No other program gets that card until
+    /// begin() has ended it.
     PCSCHandle m_stuck = 0;
 };
 

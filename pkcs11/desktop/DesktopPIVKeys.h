@@ -24,8 +24,8 @@ private:
     PIVAlgorithm m_algorithm;
 };
 
-/// An EC key tells its curve and signs with CKM_ECDSA; RSA keys sign raw blocks too. Names, and CKA_ID with
-/// them, stay those of the word; the card is told the algorithm that it is.
+/// An EC key tells its curve and signs with CKM_ECDSA; RSA keys sign raw blocks too. Label and CKA_ID
+/// are those of the key reference word, as in the product; the commands carry the key's real algorithm.
 class DesktopPIVPrivateKey final : public PIVJavaPrivateKey {
 public:
     DesktopPIVPrivateKey(PIVJavaToken& token, unsigned short word, PIVAlgorithm algorithm);

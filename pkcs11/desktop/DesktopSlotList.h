@@ -29,7 +29,7 @@ protected:
 
 private:
     PKCS11Wrapper* m_wrapper;
-    /// Lives as long as the library object, which makes a new one with a new list.
+    /// The library object's, which replaces it together with this list.
     PCSCSystem* m_system;
     bool m_hasBegun = false;
     /// The readers without a slot that a wait has reported.

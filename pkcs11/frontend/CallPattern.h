@@ -67,7 +67,7 @@ Argument handles(const char* name, const CK_OBJECT_HANDLE* first, CK_ULONG count
 Argument mechanismName(CK_MECHANISM_TYPE type);
 Argument mechanism(const CK_MECHANISM* mechanism);
 Argument attributes(const CK_ATTRIBUTE* first, CK_ULONG count);
-/// "name :\t 6", then the names of the set flags, each behind a tab in a line of its own.
+/// "name :\t 6", then the names of the set flags, each after a tab in a line of its own.
 Argument sessionFlags(const char* name, CK_FLAGS flags);
 Argument slotFlags(const char* name, CK_FLAGS flags);
 Argument tokenFlags(const char* name, CK_FLAGS flags);

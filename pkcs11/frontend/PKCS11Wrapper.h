@@ -29,8 +29,9 @@ public:
     PKCS11Wrapper();
     ~PKCS11Wrapper() override;
 
+    /// Makes the slots of the readers that are there; called by Initialize.
     virtual CK_RV InitSlotList() = 0;
-    /// For a slot list that Initialize does not build once for all.
+    /// Called before slots are counted, for a wrapper that looks for new readers itself.
     virtual CK_RV UpdateSlotList() { return CKR_OK; }
     virtual CK_RV GetInfo(CK_INFO* pInfo) = 0;
     /// Called after a slot-addressed call failed: pauses the slot's sessions when its card is gone or
@@ -38,8 +39,11 @@ public:
     virtual void catchTokenException(CK_SLOT_ID slotID, PKCS11Exception ex);
     /// The same for a session-addressed call.
     virtual void catchSessionException(CK_SESSION_HANDLE hSession, PKCS11Exception ex);
+    /// Makes the PC/SC system before the slots; may throw CKR_DEVICE_ERROR (0x30) where there is no service.
     virtual CK_RV InitializeSystem() { return CKR_OK; }
+    /// Gives it up after the slots.
     virtual void FinalizeSystem() {}
+    /// Opens the trace, if one can be had; called at the first use of the library.
     virtual void InitLogger() {}
 
     /// Pauses every session of the slot; called by the slot when its card was exchanged.
@@ -173,7 +177,7 @@ private:
     using Arguments = std::initializer_list<Argument>;
 
     CK_RV Init(CK_C_INITIALIZE_ARGS* args);
-    /// In a forked child: forgets what it inherited. The trace goes on behind the parent's lines.
+    /// In a forked child: forgets what it inherited. The trace goes on after the parent's lines.
     void startAnew();
     void tearDown();
     bool pausesSessions(const PKCS11Exception& ex) const;

@@ -145,7 +145,7 @@ CK_RV PKCS11Wrapper::InitToken(CK_SLOT_ID slotID, CK_UTF8CHAR_PTR pPin, CK_ULONG
 CK_RV PKCS11Wrapper::InitPIN(CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pPin, CK_ULONG ulPinLen)
 {
     return run("C_InitPIN", {pointer("pPin", pPin)}, Hook::session, hSession, [&] {
-        // The one argument that is logged behind the initialised check.
+        // The one argument that is logged after the initialised check.
         logArguments({number("hSession", hSession)});
         Session* session = m_sessions->getSession(hSession);
         session->initPIN(Blob::fromMemory(pPin, ulPinLen));

@@ -31,7 +31,7 @@ void setOffset(Blob& command, int offset)
     putShort(command, kOffsetPosition, static_cast<unsigned short>(offset));
 }
 
-/// What cards answer to the READ BINARY behind the last byte of a file, or to the one that reaches it.
+/// What cards answer to the READ BINARY after the last byte of a file, or to the one that reaches it.
 bool endsFile(int sw)
 {
     return sw == SW_SUCCESS || sw == SW_EOF_REACHED || sw == SW_OFFSET_OUTSIDE_EF ||

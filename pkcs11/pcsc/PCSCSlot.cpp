@@ -56,7 +56,7 @@ PCSCSlot::~PCSCSlot()
 {
     Logger::Log(Logger::kTrace, "........~PCSCSlot begin");
     Logger::Log(Logger::kTrace, "........~PCSCSlot end");
-    // The token closes the channel, which must still exist, and has always told of it behind the slot's end.
+    // The token closes the channel, which must still exist, and has always told of it after the slot's end.
     deleteToken();
     m_system->release();
 }

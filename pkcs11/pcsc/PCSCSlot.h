@@ -42,7 +42,7 @@ public:
     bool CloseChannel();
     /// Warm reset of the card: every selection and login on it is lost. Throws CKR_GENERAL_ERROR (5).
     void ResetChannel();
-    /// The same behind a failure: what was selected and verified counts as gone.
+    /// The same after a failure: what was selected and verified counts as gone.
     void startOver();
     /// Reconnects to a card that another program has reset, leaving it as it is unless it was switched off;
     /// tries again while the service has no protocol for the card. The PC/SC result; SCARD_W_REMOVED_CARD for

@@ -31,7 +31,7 @@ CK_SLOT_INFO Slot::getInfo()
 
 std::string Slot::getSlotDescription() const
 {
-    // The 64th character is always left out, and a text with nothing behind its first character is not cut.
+    // The 64th character is always left out, and a text with nothing after its first character is not cut.
     std::string text(std::begin(m_info.slotDescription), std::prev(std::end(m_info.slotDescription)));
     const std::size_t last = text.find_last_not_of(' ');
     if (last != std::string::npos && last > 0)

@@ -131,7 +131,7 @@ CK_SLOT_ID SlotList::findChanged(ReaderStates& states) const
         if (!has(states.eventState(id), SCARD_STATE_IGNORE | SCARD_STATE_CHANGED))
             continue;
         const bool event = isEvent(states.currentState(id), states.eventState(id));
-        // Of all readers, also when this one had no event: the states of later ones count as seen.
+        // Those of all readers, also when this one had no event: a later one's change counts as seen.
         states.makeCurrent();
         if (event)
             return id;

@@ -35,7 +35,7 @@ public:
 protected:
     /// True when a wait is for new readers and for the PC/SC service too.
     virtual bool waitsForReaders() const { return false; }
-    /// Of the readers of all slots.
+    /// What a new wait watches: the readers of all slots.
     virtual std::unique_ptr<ReaderStates> readerStates();
     /// Whether there is an event between the two states of a reader; logs it.
     virtual bool isEvent(PCSCWord before, PCSCWord now) const;

@@ -54,7 +54,7 @@ bool carriesPin(const char* cmd, int cmdLen)
     return cmdLen > 1 && (cmd[1] == 0x20 || cmd[1] == 0x24 || cmd[1] == 0x2C);
 }
 
-/// One exchange under a known protocol. T=0 knows no Le behind data: a reader that refuses it gets the
+/// One exchange under a known protocol. T=0 knows no Le after data: a reader that refuses it gets the
 /// command without.
 long transmit(SCARDHANDLE card, DWORD protocol, const char* cmd, int cmdLen, Answer& answer)
 {

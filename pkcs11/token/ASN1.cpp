@@ -19,8 +19,8 @@ struct View {
     unsigned int length = 0;
 
     explicit operator bool() const { return data != nullptr; }
-    /// What stands behind a part of this view.
-    View behind(const View& part) const
+    /// What stands after a part of this view.
+    View after(const View& part) const
     {
         const unsigned char* next = part.data + part.length;
         return {next, static_cast<unsigned int>(data + length - next)};
@@ -45,7 +45,7 @@ View first(const View& in, unsigned int wanted)
     return content;
 }
 
-/// The subjectPublicKey bits of a certificate (RFC 5280, 4.1) behind their count of unused bits.
+/// The subjectPublicKey bits of a certificate (RFC 5280, 4.1) after their count of unused bits.
 View subjectPublicKey(const View& cert)
 {
     const View certificate = first(cert, kSequence);
@@ -53,14 +53,14 @@ View subjectPublicKey(const View& cert)
     if (!rest)
         return {};
     if (const View version = first(rest, kExplicitVersion))
-        rest = rest.behind(version);
+        rest = rest.after(version);
     // Signature algorithm, issuer, validity, subject, subjectPublicKeyInfo; the serial number is no SEQUENCE.
     View keyInfo;
     for (int i = 0; i < 5; ++i) {
         keyInfo = find(rest, kSequence);
         if (!keyInfo)
             return {};
-        rest = rest.behind(keyInfo);
+        rest = rest.after(keyInfo);
     }
     const View bits = find(keyInfo, kBitString);
     if (!bits || bits.length == 0 || bits.data[0] != 0)
@@ -76,9 +76,9 @@ bool findPublicKey(const View& cert, View& modulus, View& exponent)
     modulus = key ? first(key, kInteger) : View{};
     if (!modulus || modulus.length == 0)
         return false;
-    const View rest = key.behind(modulus);
+    const View rest = key.after(modulus);
     exponent = first(rest, kInteger);
-    return exponent && exponent.length != 0 && rest.behind(exponent).length == 0;
+    return exponent && exponent.length != 0 && rest.after(exponent).length == 0;
 }
 
 bool copyOut(const View& from, unsigned char* out, unsigned int* room)

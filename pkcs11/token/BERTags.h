@@ -20,7 +20,7 @@ constexpr unsigned char kSet = 0x31;
 /// follows.
 constexpr unsigned char kLongTag = 0x1F;
 constexpr unsigned char kMoreFollows = 0x80;
-/// First length byte of the long form: the low bits count the bytes behind it; 0 is the indefinite form.
+/// First length byte of the long form: the low bits count the bytes after it; 0 is the indefinite form.
 constexpr unsigned char kLongLength = 0x80;
 constexpr int kMaxLengthBytes = 4;
 

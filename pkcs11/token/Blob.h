@@ -55,7 +55,7 @@ public:
     using const_reverse_iterator = Bytes::const_reverse_iterator;
 
     Blob() = default;
-    /// Throws CKR_BUFFER_TOO_SMALL (0x150) for a negative count, as assign() and resize() do.
+    /// Throws CKR_BUFFER_TOO_SMALL (0x150) for a negative count, as all functions here that take one.
     Blob(int count, unsigned char fill);
     /// The bytes of the text without its terminator; not hexadecimal (see PKCS11_hex2blob).
     explicit Blob(const char* text);

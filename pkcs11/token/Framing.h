@@ -22,7 +22,7 @@ struct TagLen {
 /// The TLV in one piece: tag, minimal definite length, value (X.690).
 Blob MakeBERCoded(int tag, const Blob& value);
 
-/// The whole TLV objects (tags 30 and A0 to AF) at the start of the input, without the padding behind them.
+/// The whole TLV objects (tags 30 and A0 to AF) at the start of the input, without the padding after them.
 /// An indefinite length makes the result the input unchanged. Never throws.
 Blob MakeTLVCoded(const Blob& in);
 

@@ -31,7 +31,10 @@ public:
     virtual void Logout();
 
     virtual CK_TOKEN_INFO getInfo() = 0;
+    /// The token's own.
     virtual MechanismList* getMechanismList() = 0;
+    /// Sets the user PIN, the SO being logged in. As the changes below it throws CKR_FUNCTION_NOT_SUPPORTED
+    /// (0x54) where the card has none of that, and the codes of the card's PINs.
     virtual void InitPIN(const Blob& pin) = 0;
     virtual void SetPIN(const Blob& oldPin, const Blob& newPin) = 0;
     virtual void SetSOPIN(const Blob& oldPin, const Blob& newPin) = 0;

@@ -158,10 +158,10 @@ protected:
             {"refused with 63C2", refuse("63C2")},
             {"refused with 6983", refuse("6983")},
             {"refused with 6C08", refuse("6C08")}, // no modulus ends with an even byte
-            {"refused with 63C2 behind a reset", [&](int nth) { before(nth, reset), refuse("63C2")(nth); }},
-            {"refused with 6A82 behind a reset of the first",
+            {"refused with 63C2 after a reset", [&](int nth) { before(nth, reset), refuse("63C2")(nth); }},
+            {"refused with 6A82 after a reset of the first",
              [&](int nth) { before(1, reset), refuse("6A82")(nth); }},
-            {"refused with 63C2 at last, reset before and behind",
+            {"refused with 63C2 at last, reset before and after",
              [&](int nth) { before(nth, reset), before(nth + 1, reset), refuse("63C2")(nth + 1); }},
             {"unresponsive",
              [](int nth) { fakepcsc::failCall("SCardTransmit", SCARD_W_UNRESPONSIVE_CARD, nth); }},
@@ -210,7 +210,7 @@ protected:
                             C_Encrypt(m_session, in, 8, out, &(length = 1)),
                             encrypt(theirs, CKM_RSA_PKCS, {1}).rv,
                             verify(theirs, CKM_RSA_PKCS, {1}, {1})});
-        text += "PIN change refused with 6A80, and a signature behind a reset:";
+        text += "PIN change refused with 6A80, and a signature after a reset:";
         CK_RV changed = CKR_CANCEL;
         for (int nth = 1; changed != CKR_OK && nth < 10; ++nth) {
             reopen();
@@ -240,13 +240,13 @@ protected:
         text += "begin, refused with 6A82:";
         for (int nth = 1; begins(nth, refuse("6A82")); ++nth)
             ;
-        text += ", lost behind a reset:";
+        text += ", lost after a reset:";
         const auto lose = [&](int nth) {
             before(nth, reset), fakepcsc::failCall("SCardReconnect", SCARD_F_COMM_ERROR);
         };
         for (int nth = 1; begins(nth, lose); ++nth)
             ;
-        text += ", reset behind each connection:";
+        text += ", reset after each connection:";
         begins(1, [&](int) {
             for (int nth = 1; nth < 9; ++nth)
                 fakepcsc::beforeCall("SCardConnect", nth, [&] { before(1, reset); });
@@ -443,7 +443,7 @@ TEST_F(ProductCallsTest, TheTraceShowsEachCallWithItsArgumentsAndResults)
         if (name.size() > 1)
             blocks[name] += std::regex_replace(line, kVaries, "#") + " | ";
         if (line.rfind(name + " return: ", 0) == 0)
-            name = "."; // behind the end
+            name = "."; // after the end
     }
     blocks.erase("C_Initialize"); // what goes on beneath depends on what was before
     std::string shown;

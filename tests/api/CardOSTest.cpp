@@ -129,7 +129,7 @@ TEST_P(CardOSTest, FailuresOfTheCardAreNotTakenForMore)
     C_CloseAllSessions(1);
     fakepcsc::insertCard(m_reader, m_card);
     ASSERT_EQ(open() | login("123456"), CKR_OK);
-    for (const int nth : {3, 4, 5, 6}) // behind the selections
+    for (const int nth : {3, 4, 5, 6}) // after the selections
         answer("9000", nth);
     const Outcome nothing = encrypt(theirs, CKM_RSA_PKCS, m_data);
     EXPECT_EQ(std::tuple(nothing.rv, nothing.length), std::tuple(CKR_OK, 0U));

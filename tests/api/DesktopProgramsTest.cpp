@@ -156,7 +156,7 @@ TEST_F(DesktopProgramsTest, ACardThatAnotherProgramHasResetIsLeftToIt)
     EXPECT_EQ(SCardBeginTransaction(handle), 0); // else SCARD_W_RESET_CARD
     EXPECT_EQ(SCardEndTransaction(handle, SCARD_LEAVE_CARD), 0);
     fakepcsc::unpowerCard(m_reader);
-    for (const int nth : {2, 3}) // behind the reconnection
+    for (const int nth : {2, 3}) // after the reconnection
         fakepcsc::beforeCall("SCardStatus", nth, [this] { fakepcsc::unpowerCard(m_reader); });
     EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_OK);
     for (const int failures : {2, 100}) { // as may a session on a card that has just come

@@ -95,7 +95,7 @@ protected:
             EVP_PKEY_CTX_set_signature_md(context.get(), way.hash.digest);
             EVP_PKEY_CTX_set_rsa_mgf1_md(context.get(), way.mask.digest);
             EVP_PKEY_CTX_set_rsa_pss_saltlen(context.get(), static_cast<int>(way.salt));
-        } else if (way.type == CKM_RSA_X_509) { // behind zeros
+        } else if (way.type == CKM_RSA_X_509) { // after zeros
             EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_NO_PADDING);
             data.insert(data.begin(), signature.size() - data.size(), 0x00);
         }
@@ -344,7 +344,7 @@ TEST_F(DesktopSigningTest, NumbersOfACurveAreTakenFromTheAnswer)
         {"7C(82(3006 020101)) 9000", ""},
     };
     for (const auto& [numbers, signature] : rows) {
-        answer(numbers, 3); // behind SELECT and VERIFY
+        answer(numbers, 3); // after SELECT and VERIFY
         const Outcome outcome = sign(find(CKO_PRIVATE_KEY), CKM_ECDSA, Bytes(32));
         EXPECT_EQ(outcome.rv, signature.empty() ? CKR_DEVICE_ERROR : CKR_OK) << numbers;
         EXPECT_EQ(vcard::toHex(outcome.bytes), signature);

@@ -29,7 +29,7 @@ CK_RV callWithZeros(CK_RV (*function)(First, Others...), CK_ULONG first)
         return function(First{}, Others{}...);
 }
 
-/// What every function answers to zeros, those of a slot or session behind `first` and `prepare`: the names
+/// What every function answers to zeros, those of a slot or session after `first` and `prepare`: the names
 /// with codes other than the usual one.
 std::string answers(
     CK_RV usual, CK_ULONG first = 0, const std::function<void()>& prepare = [] {})
@@ -275,7 +275,7 @@ TEST_F(LifeCycleTest, WhatNeedsLibcryptoIsRefusedBehindItsEnd)
 TEST_F(LifeCycleTest, CallsAreTracedWithoutPins)
 {
     TraceFile trace;
-    C_InitPIN(1, nullptr, 0); // its session is told behind the test for the initialisation
+    C_InitPIN(1, nullptr, 0); // its session is told after the test for the initialisation
     for (const std::string& line : trace.news())
         EXPECT_EQ(line.find("hSession"), std::string::npos);
     start(std::make_shared<vcard::PivCard>());

@@ -17,7 +17,7 @@ namespace {
 using vcard::Bytes;
 using vcard::IasCard;
 
-/// A row of the file: "family step at: content", and behind it what is not as usual.
+/// A row of the file: "family step at: content", and after it what is not as usual.
 struct Odd {
     std::string family, step; ///< where the card answers so; a file without one
     int at;                   ///< the file, or the number of the first of the answers

@@ -253,7 +253,7 @@ protected:
     Held m_present;
     Life m_life;
     int m_refusedPins = 0;
-    int m_made = 0;  ///< the first call behind the making of the token
+    int m_made = 0;  ///< the first call after the making of the token
     int m_leaks = 0; ///< handles whose disconnection failed
     CK_ULONG m_objects = 0;
     std::vector<KnownKey> m_keys;

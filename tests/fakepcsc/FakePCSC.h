@@ -35,7 +35,7 @@ void removeCard(int reader);
 void resetCard(int reader);
 /// The same, and the card is off until somebody resets it or connects to it anew.
 void unpowerCard(int reader);
-/// As behind such a reset for some milliseconds: no command goes to the card until somebody connects to it.
+/// As after such a reset for some milliseconds: no command goes to the card until somebody connects to it.
 void loseProtocol(int reader);
 
 /// One call of the library; `command` is that of SCardTransmit.
@@ -52,7 +52,7 @@ std::vector<std::string> sentAPDUs();
 /// How often the function was called since the last clearCalls().
 int callCount(const std::string& name);
 
-/// Makes the call of that function number `nth` from now (1 is the next) and the `times - 1` calls behind it
+/// Makes the call of that function number `nth` from now (1 is the next) and the `times - 1` calls after it
 /// return this result; calls of any function when the name is empty.
 void failCall(const std::string& name, long result, int nth = 1, int times = 1);
 /// Makes the answer of SCardTransmit number `nth` from now come out as these bytes, the card not being asked.

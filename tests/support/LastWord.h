@@ -1,4 +1,4 @@
-/// The last thing that runs in a process, behind the library's own end.
+/// The last thing that runs in a process, after the library's own end.
 #pragma once
 
 #include <functional>

@@ -14,7 +14,7 @@ namespace scripted {
 
 using vcard::Bytes;
 
-/// Commands with their answers behind a colon, 9000 where there is none.
+/// Commands with their answers after a colon, 9000 where there is none.
 class Card final : public vcard::Card {
 public:
     explicit Card(const std::string& script, const std::string& historical = "")

@@ -38,7 +38,7 @@ Bytes padForEncryption(const Bytes& data, size_t size)
     return block;
 }
 
-/// The digits packed two a byte, F for what is missing of a pair, FF behind them.
+/// The digits packed two a byte, F for what is missing of a pair, FF after them.
 Bytes packDigits(const std::string& pin)
 {
     Bytes block(kBlock, 0xFF);

@@ -14,7 +14,7 @@ Bytes fromHex(const std::string& text);
 /// Upper case.
 std::string toHex(const Bytes& bytes);
 Bytes fromText(const std::string& text);
-/// The parts one behind the other.
+/// The parts one after the other.
 Bytes join(std::initializer_list<Bytes> parts);
 /// Big endian, two bytes.
 Bytes twoBytes(unsigned value);

@@ -123,7 +123,7 @@ void IasCard::addFiles(const IasOptions& options)
     const Bytes names = join({tlv(0x0C, fromText("Virtual Cards")), tlv(0x80, fromText("IAS Card"))});
     put(kTokenInfo,
         {tlv(0x30, join({tlv(0x02, {0x01}), tlv(0x04, fromHex("0A0B")), names, tlv(0x03, {0x04, 0x10})}))});
-    // Directories under the application, one with its path from the MF, and one in a DF; padding behind.
+    // Directories under the application, one with its path from the MF, and one in a DF; then padding.
     put(kOdf, {tlv(0xA8, path("4401")), tlv(0xA0, path("4403")), tlv(0xA1, path("4404")),
                tlv(0xA4, path("3F0050154402")), tlv(0xA7, path("3F00501550164405")), Bytes(16)});
     put(kAuthentication,

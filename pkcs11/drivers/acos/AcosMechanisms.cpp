@@ -10,7 +10,7 @@ namespace PKCS11 {
 
 namespace {
 
-// The byte behind 84 01 is the key reference.
+// The byte after 84 01 is the key reference.
 constexpr char kMseSetSignature[] = "002241a406840100800101";
 constexpr char kMseSetDecryption[] = "002281b803840100";
 constexpr int kKeyReferencePosition = 7;

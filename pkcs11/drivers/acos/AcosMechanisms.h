@@ -50,7 +50,7 @@ public:
     void decrypt(CK_BYTE* data, CK_ULONG dataLen, CK_BYTE* out, CK_ULONG* outLen) override;
 
 protected:
-    /// Behind the PIN replay: throws where the key is none to decrypt with.
+    /// After the PIN replay: throws where the key is none to decrypt with.
     virtual void requireKey() const {}
 
 private:

@@ -19,7 +19,7 @@ constexpr unsigned char kSignatureBlock = 0x01;
 constexpr unsigned char kEncryptionBlock = 0x02;
 /// RFC 8017 wants so many bytes of filler, even where the block grows beyond the modulus.
 constexpr int kMinFiller = 8;
-/// Where the filler of a signature block begins, at the latest: 00 01, behind a byte of the card's own.
+/// Where the filler of a signature block begins, at the latest: 00 01, after a byte of the card's own.
 constexpr int kFillerPosition = 3;
 
 /// Reported for a signature with a key other than RSA.

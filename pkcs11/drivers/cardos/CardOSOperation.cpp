@@ -164,7 +164,7 @@ void CardOSPublicKeyOperation::loadKey(const Blob& modulus, const Blob& exponent
             static_cast<void>(bracketLoading());
         throw;
     }
-    // A reset closes too: the command that was repeated behind it has opened.
+    // A reset closes too; then the command that was repeated after the reset has opened.
     if (!isOpen())
         static_cast<void>(bracketLoading());
 }

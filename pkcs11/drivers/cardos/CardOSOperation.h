@@ -63,8 +63,7 @@ protected:
 class CardOSPublicKeyOperation : public CardOSOperation {
 public:
     /// A number as the key-loading command takes it: one length byte, and a leading 00 unless the number
-    /// begins with one. The length byte wraps modulo 256; an intended behaviour, whatever the card makes of
-    /// it.
+    /// begins with one. The length byte wraps modulo 256, deliberately: the card refuses what it cannot take.
     static Blob CreateCCMS(const Blob& value);
 
 protected:

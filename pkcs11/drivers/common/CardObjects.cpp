@@ -41,7 +41,7 @@ Blob valueOf(Base& object, Read read)
     return value.bytes;
 }
 
-/// A certificate tells its length: behind its last byte a card may answer what it likes.
+/// A certificate tells its length: after its last byte a card may answer what it likes.
 bool beginsWithCertificate(const Blob& bytes)
 {
     try {

@@ -220,7 +220,7 @@ int CardToken::sendVerify(const Blob& header, const Blob& data)
 {
     requireApplication();
     PCSCSlot::CardMark mark = card().cardMark();
-    m_pinShownAt = kNever; // a refusal takes it back from the card
+    m_pinShownAt = kNever; // a refused PIN ends the verified state on the card
     int sw = card().Send(header, data);
     if (!card().isUndisturbedSince(mark) && !isPinRefused(sw)) {
         makeCurrent();

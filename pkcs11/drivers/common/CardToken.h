@@ -93,7 +93,7 @@ protected:
     [[nodiscard]] int sendVerify(const Blob& header, const Blob& data);
     /// CHANGE REFERENCE DATA or RESET RETRY COUNTER; the status of the card. Throws CKR_DEVICE_ERROR when the
     /// card was reset meanwhile and refuses without having compared the PIN. When the exchange fails, or the
-    /// card refuses the PIN behind a reset, nobody knows which PIN holds: the login ends.
+    /// card refuses the PIN after a reset, nobody knows which PIN holds: the login ends.
     [[nodiscard]] int sendNewPin(const Blob& header, const Blob& data);
     /// Throws CKR_DEVICE_ERROR (0x30) without a slot, CKR_GENERAL_ERROR (5) when no channel to a card opens.
     void requireChannel();
@@ -112,7 +112,8 @@ private:
     int m_pinShownAt;
     /// With which code the card refused the cached user PIN when it saw it last.
     CK_RV m_pinRefusal = CKR_OK;
-    /// Of the last VERIFY; 0 while the cached user PIN is to be shown again and was not.
+    /// Status word of the last VERIFY. Showing the cached user PIN again sets 0 first, so that a failure
+    /// before VERIFY was sent is not taken for a refusal.
     int m_verifyStatus = 0;
 };
 

@@ -9,8 +9,8 @@ namespace PKCS11 {
 /// `minFiller` bytes of filler.
 Blob makePKCS1Block(unsigned char blockType, const Blob& data, int size, int minFiller = 0);
 
-/// What follows the first 00 byte behind the block's start, where a leading 00 is passed over; everything
-/// behind the start byte when there is no such 00.
+/// What follows the first 00 byte after the block's start, where a leading 00 is passed over; everything
+/// after the start byte when there is no such 00.
 Blob stripPKCS1Block(const Blob& block);
 
 } // namespace PKCS11

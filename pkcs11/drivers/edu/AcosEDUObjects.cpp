@@ -70,7 +70,7 @@ Blob modulusOfKeyFile(const Blob& content)
     try {
         BERCoder file;
         const int end = file.import(content, 0);
-        // Zeros behind the TLV are padding.
+        // Zeros after the TLV are padding.
         if (std::all_of(content.begin() + end, content.end(), [](unsigned char byte) { return byte == 0; })) {
             Blob number = stripSignByte(firstNumber(file));
             if (!number.empty())

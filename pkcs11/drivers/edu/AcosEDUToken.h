@@ -28,7 +28,7 @@ public:
     /// Selects the data file and reads it whole. Throws CKR_DEVICE_ERROR when it cannot be selected.
     Blob readDataFile();
 
-    /// The PIN block of 8 bytes: the digits packed two a byte from the first byte on, FF behind them. The
+    /// The PIN block of 8 bytes: the digits packed two a byte from the first byte on, FF after them. The
     /// control byte of a format-2 block is overwritten by the first pair. Throws CKR_PIN_LEN_RANGE for more
     /// than 16 digits, CKR_PIN_INVALID for anything but digits.
     static Blob PinToHex(const Blob& pin);

@@ -209,16 +209,17 @@ std::optional<CardValue> IASToken::readFile(const Blob& path)
     const Blob fid = path.slice(path.size() - kFidSize);
     if (directories.size() > kMaxDirectories)
         return std::nullopt;
-    // How many of the directories lead to the application itself is not known: from the MF at least one
-    // behind it, otherwise perhaps none. The MF comes last, because selecting it gives up the PIN. A card
-    // that refuses for another reason than that nothing is there may have the file: no other one is taken for
-    // it.
+    // The path may begin with directories that lead to the application, which is selected already. How many
+    // is not known, so fewer and fewer of them are walked: of a path from the MF at least the MF and one more
+    // are left out at first. All of them, MF included, come last, because selecting it gives up the PIN.
+    // A card that refuses for another reason than that nothing is there may have the file: no other one is
+    // taken for it.
     const bool isAbsolute = directories.slice(0, kFidSize) == PKCS11_short2blob(kMF);
     std::optional<CardValue> content;
     int sw = SW_INCORRECT_P1P2;
-    int above = isAbsolute ? std::min(2 * kFidSize, directories.size()) : 0;
-    for (; isNotThere(sw) && above <= directories.size(); above += kFidSize)
-        content = readFile(directories.slice(above), fid, sw);
+    int leftOut = isAbsolute ? std::min(2 * kFidSize, directories.size()) : 0;
+    for (; isNotThere(sw) && leftOut <= directories.size(); leftOut += kFidSize)
+        content = readFile(directories.slice(leftOut), fid, sw);
     if (isNotThere(sw) && isAbsolute)
         content = readFile(directories, fid, sw);
     return content;

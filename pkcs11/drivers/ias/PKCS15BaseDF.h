@@ -1,4 +1,4 @@
-/// The object directory files of a PKCS#15 file structure: records one behind the other, without anything
+/// The object directory files of a PKCS#15 file structure: records one after the other, without anything
 /// around them.
 #pragma once
 
@@ -25,7 +25,7 @@ public:
     /// Appends the records of a file. Bad ones are passed over; a file that breaks off gives those before the
     /// break.
     void Import(const Blob& content);
-    /// The records one behind the other. Belongs to the interface, as DeleteEntry does; nothing in the
+    /// The records one after the other. Belongs to the interface, as DeleteEntry does; nothing in the
     /// library calls them.
     Blob Export() const;
 

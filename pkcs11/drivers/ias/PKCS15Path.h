@@ -14,7 +14,7 @@ public:
 
     /// True when something was imported, whatever it was.
     bool isPresent = false;
-    /// File identifiers one behind the other.
+    /// File identifiers one after the other.
     Blob path;
     /// First byte and number of bytes in the file.
     Blob index;

@@ -70,7 +70,7 @@ BERCoder elementOf(unsigned char tag, unsigned char inner, const Blob& value);
 /// Throws the text for a node that is no SEQUENCE.
 void requireSequence(const BERCoder& node, const char* text);
 
-/// Fills the empty members from the components, the one at `first` and those behind it. False when an element
+/// Fills the empty members from the components, the one at `first` and those after it. False when an element
 /// with another tag ended the walk.
 template <class Record, int N>
 bool readElements(const BERCoder& sequence, Record& record, const PKCS15Element<Record> (&elements)[N],
@@ -105,7 +105,7 @@ BERCoder sequenceOf(const Record& record, const PKCS15Element<Record> (&elements
     return sequence;
 }
 
-/// The TLV elements that follow one another in a file. Padding between and behind them (00 and FF bytes) is
+/// The TLV elements that follow one another in a file. Padding between and after them (00 and FF bytes) is
 /// left out; the first element that is not whole ends the list.
 std::vector<Blob> splitElements(const Blob& content);
 

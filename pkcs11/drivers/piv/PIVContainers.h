@@ -23,7 +23,8 @@ constexpr PIVContainer kPIVContainers[] = {
 };
 
 /// A key reference word: the key reference in the high byte, the algorithm identifier in the low one.
-/// RSA 1024 gives 06, any other modulus length, none too, 07; an unknown container tag gives the word 0.
+/// RSA 1024 gives 06, any other modulus length 07, as does 0 for a key that is not RSA; an unknown container
+/// tag gives the word 0.
 unsigned short getKeyRef(unsigned char tag, int modulusBits);
 /// The two bytes of the word.
 Blob getKeyID(unsigned short word);

@@ -15,7 +15,7 @@ public:
     std::unique_ptr<Mechanism> createDecryptMechanism(CK_MECHANISM* mechanism, MechanismInfo* info) override;
 
     PIVJavaToken& token() const { return m_token; }
-    /// GENERAL AUTHENTICATE behind the cached PIN; the response in the card's answer. An error of the card
+    /// GENERAL AUTHENTICATE after the cached PIN; the response in the card's answer. An error of the card
     /// can end as an empty one; throws what PIVJavaToken::GeneralAuth throws.
     Blob authenticate(const Blob& data);
 

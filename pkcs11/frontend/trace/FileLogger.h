@@ -16,14 +16,14 @@ public:
     enum Option : unsigned char {
         kAppend = 1,       ///< keep what the file holds
         kTimePrefix = 2,   ///< begin each line with the time stamp and "|"
-        kUTC = 4,          ///< time stamps in UTC, with " UTC" behind them
-        kMilliseconds = 8, ///< ",ddd" behind the seconds
+        kUTC = 4,          ///< time stamps in UTC, with " UTC" after them
+        kMilliseconds = 8, ///< ",ddd" after the seconds
         kFlush = 32,       ///< flush after each line
         kBanner = 64,      ///< begin and end banners
     };
 
-    /// Opens the file and sets the threshold to 30. The path is not copied. Throws CKR_GENERAL_ERROR (5) when
-    /// the file cannot be opened.
+    /// Opens the file and sets the threshold to 30. The path is not needed afterwards. Throws
+    /// CKR_GENERAL_ERROR (5) when the file cannot be opened.
     FileLogger(const char* path, unsigned char options);
     ~FileLogger() override;
 

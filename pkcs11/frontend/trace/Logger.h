@@ -24,7 +24,9 @@ public:
     static bool LogInit() noexcept { return logger() != nullptr; }
     /// Deletes the installed logger and installs this one, which it then owns.
     static void SetLogger(Logger* logger);
+    /// Deletes the installed logger.
     static void FreeLogger();
+    /// The installed logger passes over lines of a higher level.
     static void SetLoglevel(short level);
 
     static void Log(short level, const char* text);

@@ -145,7 +145,7 @@ TEST(ObjectListTest, SearchesInTheOrderOfHandlesWhatCanBeRead)
     EXPECT_EQ(find(2), Handles({1, 2}));
     list.destroy(1);
     list.destroy(5);
-    EXPECT_EQ(list.put(std::make_unique<FakePrivateKey>()), 1U); // behind the cursor
+    EXPECT_EQ(list.put(std::make_unique<FakePrivateKey>()), 1U); // after the cursor
     EXPECT_EQ(list.put(std::make_unique<FakePrivateKey>()), 5U);
     EXPECT_EQ(find(9, false), Handles({3, 4}));
     EXPECT_EQ(find(9), Handles({5})); // what was passed over is looked at again

@@ -83,7 +83,7 @@ TEST(PKCS15Test, FieldsAreReadAndChanged)
     EXPECT_EQ(pin.pin->minLength + pin.pin->storedLength + pin.pin->maxLength, hex("04 08 0C")); // no fourth
     pin.Import(hex("30(" + kCommon + "30(040101))")); // nothing of the former record is left
     EXPECT_TRUE(pin.pin->isEmpty());
-    PKCS15TokenInfo info; // breaks off; nothing counts behind the SEQUENCE
+    PKCS15TokenInfo info; // breaks off; nothing counts after the SEQUENCE
     info.Import(hex("3040 020100 800141 3000 0C0142"));
     EXPECT_EQ(info.label + info.manufacturerID, Blob("A"));
 }

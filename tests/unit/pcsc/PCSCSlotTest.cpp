@@ -250,7 +250,7 @@ TEST_F(PCSCSlotTest, TracesCodesAndNeverCommands)
                "unknown card", "model: 5049565F43415244", "rc :\t 0x8010001d"}));
 }
 
-/// Historical bytes of some ATRs (behind interface bytes, or cut short), and what the card is.
+/// Historical bytes of some ATRs (after interface bytes, or cut short), and what the card is.
 TEST_F(PCSCSlotTest, KnowsCardsByTheirHistoricalBytes)
 {
     expectLines("unit/pcsc/PCSCSlotTest.txt", [&](const std::string& atr) {
