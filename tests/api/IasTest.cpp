@@ -98,6 +98,7 @@ TEST_F(IasTest, PinsAreChangedBlockedAndUnblocked)
     EXPECT_EQ(setPin("87654321", "11112222"), CKR_PIN_LOCKED);
     EXPECT_EQ(setPin("87654321", "11112222"), CKR_OK); // the administrator's own
     EXPECT_EQ(setPin("11112222", "33334444"), CKR_OK);
+    EXPECT_EQ(initPin("2468"), CKR_OK); // shows the new one
     EXPECT_EQ(C_Logout(m_session), CKR_OK);
     EXPECT_EQ(login("2468"), CKR_OK);
     answer("6984", 3); // refuses that PIN as 6983 does

@@ -40,10 +40,10 @@ protected:
 /// Of data, room and PINs; of a family only what is not as in one before.
 TEST_F(ProductLimitsTest, EachUseHasItsLimits)
 {
-    const std::vector<int> lengths = {0,   1,   2,   115,   116,   117,   118,   119,   120,  121,
-                                      122, 123, 124, 125,   126,   127,   128,   129,   247,  248,
-                                      249, 250, 251, 252,   253,   254,   255,   256,   257,  258,
-                                      493, 494, 495, 65518, 65519, 65520, 65521, 65535, 65536};
+    const std::vector<int> lengths = {0,   1,   2,     115,   116,   117,   118,   119,  120, 121, 122,
+                                      123, 124, 125,   126,   127,   128,   129,   241,  242, 247, 248,
+                                      249, 250, 251,   252,   253,   254,   255,   256,  257, 258, 493,
+                                      494, 495, 65518, 65519, 65520, 65521, 65535, 65536};
     const std::vector<int> rooms = {1, 19, 20, 21, 127, 128, 129};
     const std::vector<int> pins = {0, 1, 3, 4, 7, 8, 9, 10, 11, 16, 17, 247, 248, 255, 256};
     TraceFile trace;

@@ -121,7 +121,8 @@ TEST_F(PivTest, PinsAreChangedByTheirOwners)
     EXPECT_EQ(setPin("123456", "654321"), CKR_OK);
     ASSERT_EQ(login("654321"), CKR_OK);
     EXPECT_EQ(setPin("654321", "77777777"), CKR_OK);
-    EXPECT_EQ(sign(find(CKO_PRIVATE_KEY, 1), CKM_RSA_PKCS, Bytes(20)).length, 128U); // the new one is shown
+    const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY, 1);
+    EXPECT_EQ(sign(key, CKM_RSA_PKCS, Bytes(20)).length, 128U); // the new one is shown
     const auto disturb = [&](int nth) {
         fakepcsc::beforeCall("SCardTransmit", nth, [&] { fakepcsc::resetCard(m_reader); });
         answer("63C2", nth);
@@ -138,5 +139,6 @@ TEST_F(PivTest, PinsAreChangedByTheirOwners)
     EXPECT_EQ(C_Logout(m_session), CKR_USER_NOT_LOGGED_IN);
     ASSERT_EQ(login("12345678", CKU_SO), CKR_OK);
     EXPECT_EQ(setPin("12345678", "87654321"), CKR_OK);
+    EXPECT_EQ(sign(key, CKM_RSA_PKCS, Bytes(20)).rv, CKR_USER_NOT_LOGGED_IN);
     EXPECT_EQ(C_Logout(m_session) | login("87654321", CKU_SO), CKR_OK);
 }

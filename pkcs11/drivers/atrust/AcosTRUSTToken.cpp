@@ -24,7 +24,6 @@ constexpr char kChangeReferenceData[] = "00240081";
 
 constexpr int kPinLength = 8;
 constexpr int kChunk = 0x70;
-/// READ BINARY reaches offsets below this one.
 constexpr CK_ULONG kKeySize = 1024;
 
 } // namespace

@@ -72,6 +72,10 @@ TEST(InfoRecordsTest, FieldsAndAttributesComeBack)
     EXPECT_EQ(PrivateKeyInfo(record).Export(), record);
     EXPECT_EQ(PrivateKeyInfo(record).getID(), Blob("id"));
     EXPECT_EQ(TokenInfo().Export(), hex("30110400040004010A04010604010F04023100"));
+    EXPECT_EQ(PublicKeyInfo().Export() + CertificateInfo().Export() + DataInfo().Export() +
+                  ContainerInfo().Export(),
+              hex("300A 040004000400 04023100 300C 0400040004000400 04023100 3008 04000400 04023100 3010 "
+                  "040004000400040004000400 04023100"));
     TokenInfo token(hex("302004014C040153040101040201020400040F310D300B0604000000030403414243"));
     EXPECT_EQ(token.getLabel() + token.getSerialNumber(), Blob("ABCS"));
     EXPECT_EQ(token.field(3) + token.field(4), hex("010F"));

@@ -40,6 +40,7 @@ TEST(BytesTest, ComeFromTextAndNumbersAndGoBack)
     EXPECT_EQ(PKCS11_blob2int(hex("FE")), 0xFE);
     EXPECT_EQ(PKCS11_blob2int(hex("FE01")), 0xFE01);
     EXPECT_EQ(PKCS11_blob2int(hex("FE0100")), 0);
+    EXPECT_EQ(PKCS11_blob2int(hex("01FE0203")), 0x01FE0203);
     EXPECT_EQ(PKCS11_memLI2long(hex("89ABCDEF55")), 0xEFCDAB89UL);
     char memory[4];
     PKCS11_long2mem(-2, memory);
