@@ -394,6 +394,8 @@ TEST_F(ProductCallsTest, TheTraceShowsEachCallWithItsArgumentsAndResults)
     CK_MECHANISM_TYPE types[20] = {};
     CK_ULONG count = 20;
     CK_SLOT_ID id = 0;
+    CK_FUNCTION_LIST* functions = nullptr;
+    EXPECT_EQ(C_GetFunctionList(&functions), CKR_OK);
     EXPECT_EQ(C_GetInfo(&info), CKR_OK);
     EXPECT_EQ(C_GetSlotList(CK_TRUE, &id, &count), CKR_OK);
     EXPECT_EQ(C_GetSlotInfo(1, &slot), CKR_OK);
@@ -432,8 +434,8 @@ TEST_F(ProductCallsTest, TheTraceShowsEachCallWithItsArgumentsAndResults)
     std::string name;
     for (const std::string& line : trace.lines()) {
         EXPECT_TRUE(name != "." || line.empty());
-        if (line == "C_Finalize")
-            blocks.erase(line); // the last one has something to end
+        if (line == "C_Finalize" || line == "C_GetObjectSize")
+            blocks.erase(line); // the last one has something to end, or an answer
         if (line == std::string(40, '-'))
             name = "?";
         else if (name == ".")

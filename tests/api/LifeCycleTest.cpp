@@ -275,18 +275,29 @@ TEST_F(LifeCycleTest, WhatNeedsLibcryptoIsRefusedBehindItsEnd)
 TEST_F(LifeCycleTest, CallsAreTracedWithoutPins)
 {
     TraceFile trace;
+    const auto told = [&](const std::string& wanted) {
+        const std::vector<std::string> lines = trace.news();
+        return std::count(lines.begin(), lines.end(), wanted);
+    };
     C_InitPIN(1, nullptr, 0); // its session is told after the test for the initialisation
-    for (const std::string& line : trace.news())
-        EXPECT_EQ(line.find("hSession"), std::string::npos);
+    EXPECT_EQ(told("hSession :\t 1"), 0);
+    C_Logout(1);
+    EXPECT_EQ(told("hSession :\t 1"), 1);
     start(std::make_shared<vcard::PivCard>());
-    const std::vector<std::string> lines = trace.news();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(), "CInitArg :\t 0"), 1);
+    EXPECT_EQ(told("CInitArg :\t 0"), 1);
     EXPECT_EQ(login("987654"), CKR_PIN_INCORRECT);
     EXPECT_EQ(setPin("987654", "987655"), CKR_PIN_INCORRECT);
     for (const std::string& line : trace.news()) {
         EXPECT_EQ(line.find("98765"), std::string::npos) << line;
         EXPECT_EQ(line.find("3938373635"), std::string::npos) << line;
     }
+    C_Finalize(nullptr);
+    fakepcsc::failCall("SCardIsValidContext", 0x8010ABCD); // no code of PC/SC's
+    CK_C_INITIALIZE_ARGS arguments{};
+    C_Initialize(&arguments);
+    const std::vector<std::string> lines = trace.news();
+    for (const char* line : {"*iargs :\t 0", "=> SCardIsValidContext return: 0x8010abcd"})
+        EXPECT_EQ(std::count(lines.begin(), lines.end(), line), 1) << line;
 }
 
 TEST_F(LifeCycleTest, FailuresBelowBecomeCodesAndPauseSessions)
@@ -327,13 +338,25 @@ TEST_F(LifeCycleTest, EscapedExceptionDropsTheOperation)
     ASSERT_EQ(login("123456"), CKR_OK);
     const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
     CK_MECHANISM mechanism{CKM_RSA_PKCS, nullptr, 0};
-    ASSERT_EQ(C_SignInit(m_session, &mechanism, key), CKR_OK);
-    PKCS11::Logger::SetLogger(new FailingLogger("C_GenerateRandom"));
-    EXPECT_EQ(C_GenerateRandom(m_session, nullptr, 0), CKR_GENERAL_ERROR);
-    EXPECT_EQ(C_SignInit(m_session, &mechanism, key), CKR_OPERATION_ACTIVE);
-    PKCS11::Logger::SetLogger(new FailingLogger("C_SignUpdate"));
-    EXPECT_EQ(C_SignUpdate(m_session, nullptr, 0), CKR_GENERAL_ERROR);
-    EXPECT_EQ(C_SignInit(m_session, &mechanism, key), CKR_OK);
+    CK_FUNCTION_LIST* list = nullptr;
+    C_GetFunctionList(&list);
+    list->C_Initialize = list->C_Finalize = nullptr;
+    std::string dropping;
+#define NOTE_WHETHER_IT_DROPS(name)                                                                          \
+    C_SignInit(m_session, &mechanism, key);                                                                  \
+    PKCS11::Logger::SetLogger(new FailingLogger("C_" #name));                                                \
+    EXPECT_EQ(list->C_##name != nullptr ? callWithZeros(list->C_##name, m_session) : CKR_GENERAL_ERROR,      \
+              CKR_GENERAL_ERROR)                                                                             \
+        << #name;                                                                                            \
+    PKCS11::Logger::SetLogger(new FailingLogger("none"));                                                    \
+    dropping += C_SignInit(m_session, &mechanism, key) == CKR_OK ? " " #name : "";
+    QUARVEL_CRYPTOKI_FUNCTIONS(NOTE_WHETHER_IT_DROPS)
+    EXPECT_EQ(dropping,
+              " EncryptInit Encrypt EncryptUpdate EncryptFinal DecryptInit Decrypt DecryptUpdate DecryptFinal"
+              " DigestInit Digest DigestUpdate DigestKey DigestFinal SignInit Sign SignUpdate SignFinal"
+              " SignRecoverInit SignRecover VerifyInit Verify VerifyUpdate VerifyFinal VerifyRecoverInit"
+              " VerifyRecover DigestEncryptUpdate DecryptDigestUpdate SignEncryptUpdate DecryptVerifyUpdate"
+              " GenerateKey GenerateKeyPair WrapKey UnwrapKey DeriveKey");
     PKCS11::Logger::SetLogger(new PKCS11::FileLogger(SystemWrapper::s_logPath, 98));
     PKCS11::Logger::SetLoglevel(99);
 }

@@ -131,6 +131,16 @@ TEST_F(WaitTest, WaitsDoNotHoldUpEachOtherNorAnythingElse)
     EXPECT_EQ(fakepcsc::open().contexts, 1);
 }
 
+TEST_F(WaitTest, ABlockedWaitTellsWhichReader)
+{
+    for (const char* name : {"A reader", "B reader"})
+        fakepcsc::addReader(name);
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    Waits waits = blockedWaits(1);
+    fakepcsc::insertCard(1, std::make_shared<vcard::PivCard>());
+    expectAll("2", std::move(waits));
+}
+
 TEST_F(WaitTest, WaitsCrossTheLibrarysEnds)
 {
     SystemWrapper::s_logPath = "/dev/null"; // with a trace, unless this process has one

@@ -458,7 +458,7 @@ LONG SCardGetStatusChange(SCARDCONTEXT context, DWORD timeout, SCARD_READERSTATE
         const DWORD readers = s.attached();
         if (refresh(states, count, readers))
             return;
-        refuse(timeout == 0, SCARD_E_TIMEOUT);
+        refuse(timeout != INFINITE, SCARD_E_TIMEOUT); // time passes at once
         // A cancel that came before this is lost, as in the real service.
         Context& own = s.contexts[context] = {true, false, false, eventfd(0, EFD_CLOEXEC)};
         wakeAll();

@@ -418,7 +418,8 @@ TEST(SessionListTest, HandlesOutliveTheCard)
     EXPECT_FALSE(list.peekSession(3)->isPaused());
     script.cardPresent = [] { return false; };
     for (const CK_SESSION_HANDLE invalid : {0, 1, 9})
-        EXPECT_EQ(codeOf([&] { list.getSession(invalid); }), CKR_SESSION_HANDLE_INVALID);
+        EXPECT_EQ(thrownBy([&] { list.getSession(invalid); }),
+                  "B3|CKR_SESSION_HANDLE_INVALID|SessionList::getSession");
     script = Script();
     EXPECT_FALSE(list.getSession(1)->isPaused());
     list.closeSession(2); // a paused one

@@ -120,6 +120,7 @@ TEST_F(PCSCSlotTest, SendsReadsSelectsAndProbes)
     } rows[] = {
         {command("00B0000000"), "00B0000000:6C08 00B0000008:6120 00C0000020:BB6105", "6105BB"},
         {command("00B0000000"), "00B0000000:CC6120", "6120CC"},
+        {command("00B0000000"), "00B0000000:" + repeated("DD", 638) + "9000", "9000" + repeated("DD", 638)},
         {command("00B0000000"), "00B0000000:6C08 00B0000008:6C09", "6C09"},
         {[&] {
              char data[640];
