@@ -1,16 +1,10 @@
-#include "pkcs11/drivers/edu/AcosEDUObjects.h"
-#include "pkcs11/drivers/edu/AcosEDUToken.h"
 #include "tests/support/CryptokiFixture.h"
-#include "tests/support/Failure.h"
 #include "tests/support/Families.h"
 #include "tools/vcard/AcosCard.h"
 
-using PKCS11::AcosEDUToken;
-using PKCS11::Blob;
-
 using AcosTest = CryptokiFixture;
 
-TEST_F(AcosTest, TrustFilesArePaddedAndPinsHaveEightBytes)
+TEST_F(AcosTest, TrustSelectsAgainAfterItsMemoryWasAskedForAndTakesANewPin)
 {
     start(std::make_shared<vcard::AcosTrustCard>("12345"));
     EXPECT_EQ(tokenInfo().ulFreePrivateMemory, 0x1234U);
@@ -24,7 +18,7 @@ TEST_F(AcosTest, TrustFilesArePaddedAndPinsHaveEightBytes)
     EXPECT_EQ(decrypt(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, message).bytes, vcard::fromText("a secret"));
 }
 
-TEST_F(AcosTest, EducationCardsMayLackAFile)
+TEST_F(AcosTest, EducationCardsDoWithoutAModulusAndReadARecord)
 {
     m_reader = fakepcsc::addReader("Reader 0");
     ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
@@ -32,26 +26,7 @@ TEST_F(AcosTest, EducationCardsMayLackAFile)
     fakepcsc::insertCard(m_reader, std::make_shared<vcard::AcosEduCard>("1234"));
     answer("C1C2 6A82", 5);                        // the public key is refused
     answer("300B04014C0402415004023100 9000", 17); // the certificate: a record of label and ID
-    ASSERT_EQ(open() | login("1234"), CKR_OK);
+    ASSERT_EQ(all({open(), login("1234")}), CKR_OK);
     EXPECT_EQ(text(find(CKO_CERTIFICATE), CKA_ID), "AP");
     EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS).bytes, Bytes());
-}
-
-TEST(AcosEDUTest, KeyFilesAreATlvOrAModulus)
-{
-    const char* const files[][2] = {
-        {"C1C20000", "C1C2"},          {"3008020300C1C3020103 0000", "C1C3"}, {"3004 0302 00C1 00", "C1"},
-        {"30040402C1C2", "C1C2"},      {"30030201C1 01", "30030201C101"},     {"3000", "30"},
-        {"30070601AA0202C1C2", "C1C2"}};
-    for (const auto& [file, modulus] : files)
-        EXPECT_EQ(PKCS11::modulusOfKeyFile(hex(file)), hex(modulus)) << file;
-}
-
-TEST(AcosEDUTest, PinBlocksTakeSixteenDigits)
-{
-    EXPECT_EQ(AcosEDUToken::PinToHex(Blob("1234567890123456")), hex("1234567890123456"));
-    EXPECT_EQ(AcosEDUToken::PinToHex(Blob("7")), hex("7FFFFFFFFFFFFFFF"));
-    EXPECT_EQ(thrownBy([] { AcosEDUToken::PinToHex(Blob("1234567890123456x")); }), "A2||");
-    for (const char* pin : {"12a4", "12?", " 1", "1/2", "1:2"})
-        EXPECT_EQ(thrownBy([&] { AcosEDUToken::PinToHex(Blob(pin)); }), "A1||") << pin;
 }

@@ -61,7 +61,7 @@ TEST_P(CardOSTest, ResultsStandUpToLibcrypto)
               !GetParam());
 }
 
-TEST_P(CardOSTest, OwnersAndAccess)
+TEST_P(CardOSTest, WhatACallerSetStaysAndAccessIsAskedFor)
 {
     start(m_card);
     CK_BYTE three = 3; // what was set before the card was read stays
@@ -77,7 +77,7 @@ TEST_P(CardOSTest, OwnersAndAccess)
     EXPECT_EQ(C_DestroyObject(m_session, find(CKO_PUBLIC_KEY)), CKR_USER_NOT_LOGGED_IN);
     EXPECT_EQ(C_EncryptInit(m_session, &rsa, find(CKO_PUBLIC_KEY)), CKR_OPERATION_ACTIVE);
     // The administrator's new PIN is shown from then on.
-    ASSERT_EQ(login("12345678", CKU_SO) | setPin("12345678", "87654321"), CKR_OK);
+    ASSERT_EQ(all({login("12345678", CKU_SO), setPin("12345678", "87654321")}), CKR_OK);
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(initPin("7777"), CKR_OK);
 }
@@ -128,7 +128,7 @@ TEST_P(CardOSTest, FailuresOfTheCardAreNotTakenForMore)
     // A modulus without bytes has nothing to encrypt with, which is no error.
     C_CloseAllSessions(1);
     fakepcsc::insertCard(m_reader, m_card);
-    ASSERT_EQ(open() | login("123456"), CKR_OK);
+    ASSERT_EQ(all({open(), login("123456")}), CKR_OK);
     for (const int nth : {3, 4, 5, 6}) // after the selections
         answer("9000", nth);
     const Outcome nothing = encrypt(theirs, CKM_RSA_PKCS, m_data);

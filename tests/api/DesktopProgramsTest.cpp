@@ -41,7 +41,7 @@ TEST_F(DesktopProgramsTest, ThreadsSearchSignLogInAndWaitBesideEachOther)
     EXPECT_EQ(C_Finalize(nullptr), CKR_OK);
     first.join();
     const int other = fakepcsc::addReader("Reader 1");
-    ASSERT_EQ(C_Initialize(nullptr) | open() | login("123456"), CKR_OK);
+    ASSERT_EQ(all({C_Initialize(nullptr), open(), login("123456")}), CKR_OK);
     const auto owner = publicKeyOf(m_card->certificate(0x9A));
     std::atomic<int> good{0};
     std::atomic<bool> failed{false};
@@ -180,9 +180,9 @@ TEST_F(DesktopProgramsTest, ALoginEndsWhenTheCardRefusesItsPin)
     m_card->transmit(bytes("0024008010 '123456' FFFF '654321' FFFF")); // by another program
     EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_PIN_INCORRECT);
     EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_USER_NOT_LOGGED_IN);
-    EXPECT_EQ(login("654321") | sign(key, CKM_RSA_PKCS, m_data).rv, CKR_OK);
-    fakepcsc::insertCard(m_reader, kFamilies[4].make()); // whose driver selects before it shows the PIN
-    ASSERT_EQ(open() | login("123456"), CKR_OK);
+    EXPECT_EQ(all({login("654321"), sign(key, CKM_RSA_PKCS, m_data).rv}), CKR_OK);
+    fakepcsc::insertCard(m_reader, familyNamed("atrust").make()); // selects before it shows the PIN
+    ASSERT_EQ(all({open(), login("123456")}), CKR_OK);
     EXPECT_EQ(setPin("000000", "123456"), CKR_PIN_INCORRECT);
     answer("6A82", 1);
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_ERROR);
@@ -226,7 +226,7 @@ TEST_F(DesktopProgramsTest, ACallThatDoesNotGetTheCardSaysWhy)
                          [&] { fakepcsc::insertCard(m_reader, std::make_shared<vcard::PivCard>(options)); });
     EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_DEVICE_REMOVED);
     EXPECT_EQ(login("654321"), CKR_SESSION_HANDLE_INVALID);
-    EXPECT_EQ(open() | login("654321"), CKR_OK);
+    EXPECT_EQ(all({open(), login("654321")}), CKR_OK);
 }
 
 TEST_F(DesktopProgramsTest, ExitLeavesTheCallsOfOtherThreadsWhatTheyUse)

@@ -117,7 +117,7 @@ TEST_F(DesktopReadersTest, AReaderThatIsGoneIsEmptyAndKeepsItsSlot)
     insert(m_reader);
     EXPECT_EQ(poll(), "1");
     EXPECT_EQ(slots(true), IDs({1, 2}));
-    EXPECT_EQ(open() | login("123456"), CKR_OK);
+    EXPECT_EQ(all({open(), login("123456")}), CKR_OK);
     EXPECT_TRUE(signs());
 }
 
@@ -125,7 +125,7 @@ TEST_F(DesktopReadersTest, SessionsEndWithTheirCard)
 {
     start(std::make_shared<vcard::PivCard>());
     const CK_SESSION_HANDLE first = m_session;
-    ASSERT_EQ(open() | login("123456"), CKR_OK);
+    ASSERT_EQ(all({open(), login("123456")}), CKR_OK);
     const CK_SESSION_HANDLE second = m_session;
     insert(m_reader); // another card, while nobody looks
     CK_SESSION_INFO info{};
@@ -133,10 +133,10 @@ TEST_F(DesktopReadersTest, SessionsEndWithTheirCard)
     EXPECT_EQ(C_GetSessionInfo(first, &info), CKR_DEVICE_REMOVED);
     EXPECT_EQ(C_GetTokenInfo(1, &token), CKR_OK);
     EXPECT_EQ(token.ulSessionCount, 0U);
-    EXPECT_EQ(open() | login("123456"), CKR_OK);
+    EXPECT_EQ(all({open(), login("123456")}), CKR_OK);
     EXPECT_EQ(m_session, 3U); // those of the first card stay refused until their owners know
     EXPECT_EQ(C_GetSessionInfo(first, &info), CKR_SESSION_HANDLE_INVALID);
-    EXPECT_EQ(C_CloseSession(m_session) | open(), CKR_OK);
+    EXPECT_EQ(all({C_CloseSession(m_session), open()}), CKR_OK);
     EXPECT_EQ(m_session, first);
     EXPECT_EQ(C_GetSessionInfo(m_session, &info), CKR_OK);
     EXPECT_EQ(info.state, CK_STATE{CKS_RW_PUBLIC_SESSION}); // nor do they keep a login

@@ -69,7 +69,7 @@ TEST_F(IasTest, AReadCostsOneTryWhereAnotherProgramHasChangedThePin)
     EXPECT_EQ(C_Logout(m_session), then(CKR_OK));
     EXPECT_EQ(login("87654321", CKU_SO), CKR_OK);
     EXPECT_EQ(initPin("7777"), CKR_OK);
-    EXPECT_EQ(C_Logout(m_session) | login("7777"), CKR_OK);
+    EXPECT_EQ(all({C_Logout(m_session), login("7777")}), CKR_OK);
     m_card->reset(); // that PIN was not refused
     EXPECT_EQ(text(secret, CKA_VALUE), "Only with the PIN.");
 }

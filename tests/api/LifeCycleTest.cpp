@@ -54,7 +54,7 @@ TEST_F(LifeCycleTest, EveryFunctionAnswersWithoutAndWithInitialisation)
     for (const char letter : {'A', 'B', 'C', 'D', 'E', 'F', 'G', 'H'}) // names that take some room
         fakepcsc::addReader(std::string(60, letter));
     CK_ULONG slots = 0;
-    ASSERT_EQ(C_Initialize(nullptr) | C_GetSlotList(CK_FALSE, nullptr, &slots), CKR_OK);
+    ASSERT_EQ(all({C_Initialize(nullptr), C_GetSlotList(CK_FALSE, nullptr, &slots)}), CKR_OK);
     EXPECT_EQ(slots, 8U);
     EXPECT_EQ(answers(CKR_SESSION_HANDLE_INVALID),
               always + " GetSlotInfo 3 GetTokenInfo 7 GetMechanismList 3 GetMechanismInfo 3 InitToken 3"
@@ -169,7 +169,7 @@ TEST_F(LifeCycleTest, SlotsFollowTheirReaders)
     // A list of names of almost 4 KiB.
     while (fakepcsc::addReader(std::string(60, 'n')) < 65)
         continue;
-    EXPECT_EQ(C_Finalize(nullptr) | C_Initialize(nullptr), CKR_OK);
+    EXPECT_EQ(all({C_Finalize(nullptr), C_Initialize(nullptr)}), CKR_OK);
     EXPECT_EQ(slots(CK_FALSE, 0, true), Codes({0, 66, 0, 0}));
 }
 
@@ -357,7 +357,7 @@ TEST_F(LifeCycleTest, EscapedExceptionDropsTheOperation)
               " SignRecoverInit SignRecover VerifyInit Verify VerifyUpdate VerifyFinal VerifyRecoverInit"
               " VerifyRecover DigestEncryptUpdate DecryptDigestUpdate SignEncryptUpdate DecryptVerifyUpdate"
               " GenerateKey GenerateKeyPair WrapKey UnwrapKey DeriveKey");
-    PKCS11::Logger::SetLogger(new PKCS11::FileLogger(SystemWrapper::s_logPath, 98));
+    PKCS11::Logger::SetLogger(new PKCS11::FileLogger(SystemWrapper::s_logPath, kTraceOptions));
     PKCS11::Logger::SetLoglevel(99);
 }
 

@@ -198,7 +198,7 @@ protected:
         for (CK_OBJECT_HANDLE object = 1; object <= m_objects; ++object) {
             const CK_ULONG kind = number(object, CKA_CLASS);
             const Bytes modulus = attribute(object, CKA_MODULUS).bytes;
-            for (const int number : {0, 1, 2, 0x9A, 0x9C, 0x9D}) {
+            for (const int number : kKeyPairs) {
                 const vcard::RsaKey& pair = vcard::RsaKey::get(1024, number);
                 if (modulus != pair.modulus() || (kind != CKO_PRIVATE_KEY && kind != CKO_PUBLIC_KEY))
                     continue;
@@ -267,8 +267,8 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
 {
     const auto own = std::make_shared<HeldCard>(GetParam(), "123456");
     const auto another = std::make_shared<HeldCard>(GetParam(), "654321");
-    const auto stranger =
-        std::make_shared<HeldCard>(kFamilies[GetParam().name == std::string("piv") ? 3 : 0], "654321");
+    const auto stranger = std::make_shared<HeldCard>(
+        familyNamed(GetParam().name == std::string("piv") ? "ias" : "piv"), "654321");
     insert(own);
     ASSERT_NO_FATAL_FAILURE(learn());
     m_peace = {{stranger, inPeace(stranger)}, {another, inPeace(another)}, {own, inPeace(own)}};

@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 #include <winscard.h>
 
 namespace {
@@ -143,7 +144,7 @@ TEST_F(WaitTest, ABlockedWaitTellsWhichReader)
 
 TEST_F(WaitTest, WaitsCrossTheLibrarysEnds)
 {
-    SystemWrapper::s_logPath = "/dev/null"; // with a trace, unless this process has one
+    const char* const path = std::exchange(SystemWrapper::s_logPath, "/dev/null"); // unless it has a trace
     fakepcsc::addReader("Reader 0");
     for (const int waiters : {1, 3}) { // in a loop; some are refused, some cancelled
         std::atomic<bool> done{false};
@@ -167,6 +168,7 @@ TEST_F(WaitTest, WaitsCrossTheLibrarysEnds)
         threads.clear();
         EXPECT_EQ(fakepcsc::open().contexts, 1); // the library's own
     }
+    SystemWrapper::s_logPath = path;
 }
 
 TEST_F(WaitTest, ExitEndsWhoeverWaits)

@@ -1,3 +1,4 @@
+// All functions share one state and one lock, so they stand in one file.
 #include "tests/fakepcsc/FakePCSC.h"
 
 #include "tools/vcard/Bytes.h"

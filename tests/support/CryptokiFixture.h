@@ -6,13 +6,22 @@
 #include "tests/support/Application.h"
 #include "tests/support/ByteText.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <initializer_list>
 
 class CryptokiFixture : public ::testing::Test, protected Application {
 protected:
     using Application::Bytes;
     /// True while the tests run on the edition for desktop programs.
     static bool isDesktop() { return &PKCS11::Edition::current() == &PKCS11::DesktopEdition::instance(); }
+
+    /// The first that is not CKR_OK, of calls that come in this order.
+    static CK_RV all(std::initializer_list<CK_RV> codes)
+    {
+        const auto* failure = std::find_if(codes.begin(), codes.end(), [](CK_RV rv) { return rv != CKR_OK; });
+        return failure != codes.end() ? *failure : CKR_OK;
+    }
 
     /// The card's answer to command number `nth` from now, in the notation of ByteText.h.
     static void answer(const std::string& text, int nth) { fakepcsc::replaceAnswer(bytes(text), nth); }

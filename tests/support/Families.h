@@ -6,6 +6,9 @@
 #include "tools/vcard/Families.h"
 #include "tools/vcard/Keys.h"
 
+#include <algorithm>
+#include <string_view>
+
 struct Family {
     const char* name;
     const char* soPin;
@@ -22,6 +25,16 @@ constexpr Family kFamilies[] = {{"piv", "12345678", 0x9A},    {"cardos", "123456
                                 {"cardos-v5", "12345678", 0}, {"ias", "87654321", 0},
                                 {"atrust", "12345678", 0},    {"edu", "12345678", 1, 1},
                                 {"edu", "12345678", 0},       {"edu", "12345678", 2, 2}};
+
+/// Numbers of their RSA key pairs.
+constexpr int kKeyPairs[] = {0, 1, 2, 0x9A, 0x9C, 0x9D};
+
+/// The first of that name.
+inline const Family& familyNamed(std::string_view name)
+{
+    return *std::find_if(std::begin(kFamilies), std::end(kFamilies),
+                         [name](const Family& family) { return family.name == name; });
+}
 
 /// Which kind of these cards a token made from now on takes the one in the first slot for.
 inline void setEduVariant(int variant)

@@ -1,4 +1,4 @@
-/// The library's trace in memory of this test process, read from where the object was made.
+/// The library's trace in tests.
 #pragma once
 
 #include "pkcs11/frontend/SystemWrapper.h"
@@ -10,6 +10,11 @@
 #include <utility>
 #include <vector>
 
+/// As the library opens it.
+constexpr unsigned char kTraceOptions =
+    PKCS11::FileLogger::kTimePrefix | PKCS11::FileLogger::kFlush | PKCS11::FileLogger::kBanner;
+
+/// The trace in memory of this test process, read from where the object was made.
 class TraceFile {
 public:
     TraceFile()
@@ -18,9 +23,7 @@ public:
         SystemWrapper::s_logPath = path.c_str();
         C_GetFunctionList(nullptr); // the library has its trace and opens none later
         PKCS11::Logger::FreeLogger();
-        PKCS11::Logger::SetLogger(new PKCS11::FileLogger(path.c_str(), PKCS11::FileLogger::kTimePrefix |
-                                                                           PKCS11::FileLogger::kFlush |
-                                                                           PKCS11::FileLogger::kBanner));
+        PKCS11::Logger::SetLogger(new PKCS11::FileLogger(path.c_str(), kTraceOptions));
         PKCS11::Logger::SetLoglevel(99);
         m_seen = m_begin = std::ifstream(path, std::ios::ate).tellg();
     }

@@ -11,7 +11,6 @@ namespace vcard {
 namespace {
 
 constexpr size_t kBlock = 8;
-constexpr size_t kMinPadding = 11; ///< 00, block type, eight bytes, 00
 
 /// PKCS#1 type 1.
 Bytes padForSignature(const Bytes& data, size_t size)
@@ -208,13 +207,8 @@ Response AcosCard::decipher(const Command& command)
         return sw::wrongLength;
     if (command.data.front() != 0x00)
         return sw::wrongData;
-    const Bytes block = key->privateOperation(Bytes(command.data.begin() + 1, command.data.end()));
-    if (block.size() != key->size() || block.at(0) != 0x00 || block.at(1) != 0x02)
-        return sw::wrongData;
-    const auto end = std::find(block.begin() + 2, block.end(), 0x00);
-    if (end == block.end() || end - block.begin() < static_cast<std::ptrdiff_t>(kMinPadding) - 1)
-        return sw::wrongData;
-    return Bytes(end + 1, block.end());
+    const std::optional<Bytes> plain = key->decrypt({command.data.begin() + 1, command.data.end()});
+    return plain ? Response(*plain) : Response(sw::wrongData);
 }
 
 Response AcosCard::encipher(const Command& command)

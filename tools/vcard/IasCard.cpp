@@ -15,7 +15,6 @@ constexpr unsigned char kPukReference = 0x82;
 constexpr unsigned char kFirstKey = 0x81;
 constexpr unsigned char kUseAuthentication = 0xA4;
 constexpr unsigned char kUseConfidentiality = 0xB8;
-constexpr size_t kShortestPadding = 11;
 
 constexpr unsigned short kOdf = 0x5031;
 constexpr unsigned short kTokenInfo = 0x5032;
@@ -293,7 +292,7 @@ Response IasCard::internalAuthenticate(const Command& command) const
     if (const unsigned short status = mayUseKey(kUseAuthentication); status != sw::ok)
         return status;
     const RsaKey& key = *m_keys.at(m_environment->key - kFirstKey);
-    if (command.data.size() + kShortestPadding > key.size() || !isDigestInfo(command.data))
+    if (command.data.size() + kMinPadding > key.size() || !isDigestInfo(command.data))
         return sw::wrongData;
     const Bytes filler(key.size() - command.data.size() - 3, 0xFF);
     return key.privateOperation(join({{0x00, 0x01}, filler, {0x00}, command.data}));
@@ -308,13 +307,8 @@ Response IasCard::decipher(const Command& command) const
     const RsaKey& key = *m_keys.at(m_environment->key - kFirstKey);
     if (command.data.size() != key.size() + 1 || command.data[0] != 0x81)
         return sw::wrongData;
-    const Bytes block = key.privateOperation({command.data.begin() + 1, command.data.end()});
-    if (block.empty() || block[0] != 0x00 || block[1] != 0x02)
-        return sw::wrongData;
-    const auto end = std::find(block.begin() + 2, block.end(), 0x00);
-    if (end - block.begin() < static_cast<std::ptrdiff_t>(kShortestPadding) - 1 || end == block.end())
-        return sw::wrongData;
-    return Bytes(end + 1, block.end());
+    const std::optional<Bytes> plain = key.decrypt({command.data.begin() + 1, command.data.end()});
+    return plain ? Response(*plain) : Response(sw::wrongData);
 }
 
 } // namespace vcard

@@ -7,6 +7,7 @@
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
+#include <algorithm>
 #include <map>
 #include <stdexcept>
 #include <utility>
@@ -130,6 +131,17 @@ Bytes RsaKey::privateOperation(const Bytes& block) const
     require(EVP_PKEY_decrypt_init(context.get()) == 1 &&
             EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_NO_PADDING) == 1);
     return output(EVP_PKEY_decrypt, context.get(), block);
+}
+
+std::optional<Bytes> RsaKey::decrypt(const Bytes& block) const
+{
+    const Bytes plain = privateOperation(block);
+    if (plain.empty() || plain.at(0) != 0x00 || plain.at(1) != 0x02)
+        return std::nullopt;
+    const auto end = std::find(plain.begin() + 2, plain.end(), 0x00);
+    if (end == plain.end() || end - plain.begin() < static_cast<std::ptrdiff_t>(kMinPadding) - 1)
+        return std::nullopt;
+    return Bytes(end + 1, plain.end());
 }
 
 Bytes RsaKey::publicOperation(const Bytes& modulus, const Bytes& exponent, const Bytes& block)

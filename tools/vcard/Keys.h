@@ -3,11 +3,15 @@
 #include "tools/vcard/Card.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 
 struct evp_pkey_st;
 
 namespace vcard {
+
+/// 00, block type, eight bytes, 00 (PKCS#1 v1.5).
+constexpr size_t kMinPadding = 11;
 
 struct FreeKey {
     void operator()(evp_pkey_st* key) const;
@@ -28,7 +32,10 @@ public:
     /// block ^ d mod n, no padding added or checked. Empty unless the block has size() bytes and is below the
     /// modulus.
     Bytes privateOperation(const Bytes& block) const;
-    /// The same with any public key: block ^ e mod n. Empty on the same conditions.
+    /// What a PKCS#1 v1.5 encryption block (00 02, at least eight bytes of padding, 00) holds, decrypted;
+    /// none for any other block.
+    std::optional<Bytes> decrypt(const Bytes& block) const;
+    /// privateOperation() with any public key: block ^ e mod n. Empty on the same conditions.
     static Bytes publicOperation(const Bytes& modulus, const Bytes& exponent, const Bytes& block);
     /// A self-signed X.509 certificate (SHA-256), DER.
     Bytes certificate(const std::string& commonName) const;

@@ -1,6 +1,7 @@
 #include "pkcs11/frontend/trace/FileLogger.h"
 
 #include "pkcs11/PKCS11Exception.h"
+#include "tests/support/TraceFile.h"
 
 #include <algorithm>
 #include <fcntl.h>
@@ -31,7 +32,7 @@ TEST(FileLoggerTest, FileHasBannersAndStampedLinesUpToTheThreshold)
     {
         const int descriptor = dup(0);
         close(descriptor);
-        FileLogger logger(kPath.c_str(), 98);
+        FileLogger logger(kPath.c_str(), kTraceOptions);
         EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC); // no program that is started gets the file
         logger.doLog(31, "above the threshold");
         logger.doLog(30, "first");
@@ -42,10 +43,12 @@ TEST(FileLoggerTest, FileHasBannersAndStampedLinesUpToTheThreshold)
     }
     EXPECT_NE(content().find("|\n*** End logging at " + stamp + "\n" + stars + "\n\n"), std::string::npos);
     FileLogger(kPath.c_str(), 0).doLog(0, "truncated");
-    FileLogger(kPath.c_str(), 1 | 2 | 4 | 8).doLog(0, "appended");
+    FileLogger(kPath.c_str(),
+               FileLogger::kAppend | FileLogger::kTimePrefix | FileLogger::kUTC | FileLogger::kMilliseconds)
+        .doLog(0, "appended");
     EXPECT_EQ(content(), "truncated\n" + stamp + ",ddd UTC|appended\n");
-    EXPECT_NO_THROW(FileLogger("/dev/null", 98)); // which cannot be cut
-    EXPECT_THROW(FileLogger("/nowhere/log.txt", 98), PKCS11Exception);
+    EXPECT_NO_THROW(FileLogger("/dev/null", kTraceOptions)); // which cannot be cut
+    EXPECT_THROW(FileLogger("/nowhere/log.txt", kTraceOptions), PKCS11Exception);
 }
 
 TEST(FileLoggerTest, AForkedChildKeepsItsOwnFiles)

@@ -22,7 +22,7 @@ TEST(ASN1Test, SiblingsAreFoundWithinTheirMemory)
     EXPECT_EQ(find(in, 0x9F818203), hex("55"));
     EXPECT_EQ(find(in, 0x02), hex("77"));
     EXPECT_EQ(find(in, 0x04), Blob("none"));
-    EXPECT_EQ(find(hex("FF000401AA"), 0x04), Blob("none"));
+    EXPECT_EQ(find(hex("FF01000401AA"), 0x04), Blob("none"));
     EXPECT_EQ(find(hex("9F81828301AA"), 0x9F818283), Blob("none")); // a number of more than three bytes
     for (const char* bad : {"04", "0402AA", "048200", "048401000000", "04850000000000"})
         EXPECT_EQ(find(hex(bad), hex(bad)[0]), Blob("none")) << bad;
