@@ -1,5 +1,7 @@
 #include "tools/vcard/Keys.h"
 
+#include "tools/vcard/Bytes.h"
+
 #include <openssl/bn.h>
 #include <openssl/core_names.h>
 #include <openssl/ec.h>
@@ -8,8 +10,13 @@
 #include <openssl/x509.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
 #include <map>
+#include <sstream>
 #include <stdexcept>
+#include <unistd.h>
 #include <utility>
 
 namespace vcard {
@@ -99,6 +106,35 @@ Bytes selfSigned(EVP_PKEY* key, const std::string& commonName)
     return bytes;
 }
 
+KeyHandle newKey(int bits)
+{
+    KeyHandle key(EVP_RSA_gen(static_cast<unsigned>(bits)));
+    require(key != nullptr);
+    return key;
+}
+
+/// The key in the file, or a new one that is left there.
+KeyHandle keptKey(const std::string& path, int bits)
+{
+    std::ostringstream content;
+    content << std::ifstream(path).rdbuf();
+    const Bytes kept = fromText(content.str());
+    const unsigned char* at = kept.data();
+    if (!kept.empty())
+        return KeyHandle(d2i_PrivateKey(EVP_PKEY_RSA, nullptr, &at, static_cast<long>(kept.size())));
+
+    KeyHandle key = newKey(bits);
+    unsigned char* der = nullptr;
+    const int length = i2d_PrivateKey(key.get(), &der);
+    require(length > 0);
+    // In one step, as other processes do the same.
+    const std::string own = path + "." + std::to_string(getpid());
+    std::ofstream(own).write(reinterpret_cast<const char*>(der), length);
+    OPENSSL_free(der);
+    require(std::rename(own.c_str(), path.c_str()) == 0);
+    return key;
+}
+
 } // namespace
 
 void FreeKey::operator()(evp_pkey_st* key) const
@@ -111,12 +147,16 @@ const RsaKey& RsaKey::get(int bits, int number)
     // Never destroyed: libcrypto may have cleaned up before a static object's destructor runs.
     static auto& keys = *new std::map<std::pair<int, int>, std::unique_ptr<const RsaKey>>;
     auto& key = keys[{bits, number}];
+    const char* const folder = std::getenv("QUARVEL_VCARD_KEYS");
+    if (!key && folder == nullptr)
+        key.reset(new RsaKey(newKey(bits)));
     if (!key)
-        key.reset(new RsaKey(bits));
+        key.reset(new RsaKey(keptKey(
+            std::string(folder) + "/rsa-" + std::to_string(bits) + "-" + std::to_string(number), bits)));
     return *key;
 }
 
-RsaKey::RsaKey(int bits) : m_key(EVP_RSA_gen(static_cast<unsigned>(bits)))
+RsaKey::RsaKey(KeyHandle key) : m_key(std::move(key))
 {
     require(m_key != nullptr);
     m_modulus = component(m_key.get(), OSSL_PKEY_PARAM_RSA_N);

@@ -19,7 +19,8 @@ struct FreeKey {
 using KeyHandle = std::unique_ptr<evp_pkey_st, FreeKey>;
 
 /// An RSA key pair of libcrypto. Making one is slow, so each size and number is made once in a process, when
-/// it is first asked for, and lives until the end of it.
+/// it is first asked for, and lives until the end of it. Where the environment variable QUARVEL_VCARD_KEYS
+/// names a folder, later processes take it from there: they are keys for tests, no secrets.
 class RsaKey {
 public:
     static const RsaKey& get(int bits, int number = 0);
@@ -41,7 +42,7 @@ public:
     Bytes certificate(const std::string& commonName) const;
 
 private:
-    explicit RsaKey(int bits);
+    explicit RsaKey(KeyHandle key);
 
     KeyHandle m_key;
     Bytes m_modulus;
