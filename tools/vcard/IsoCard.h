@@ -9,6 +9,7 @@
 namespace vcard {
 
 /// Status words of ISO 7816-4 that the cards here answer with.
+// NOLINTBEGIN(readability-identifier-naming): the namespace says what they are
 namespace sw {
 constexpr unsigned short ok = 0x9000;
 constexpr unsigned short moreData = 0x6100; ///< low byte: how many bytes wait, 00 for 256 and more
@@ -34,6 +35,7 @@ constexpr unsigned short exactLength = 0x6C00; ///< low byte: the Le to use
 constexpr unsigned short insNotSupported = 0x6D00;
 constexpr unsigned short claNotSupported = 0x6E00;
 } // namespace sw
+// NOLINTEND(readability-identifier-naming)
 
 /// A command as the card's application sees it: parsed, and put together when it came in a chain (then with
 /// the class byte of the last piece, so `cla` never carries the chaining bit).
