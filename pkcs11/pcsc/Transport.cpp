@@ -19,8 +19,6 @@ constexpr char kWhere[] = "PCSCSlot::SendCmdIntern";
 constexpr char kGetResponse[] = "00c0000000";
 /// Bytes offered for one answer.
 constexpr DWORD kReceiveSize = 640;
-/// Bytes kept for one answer by the forms that return a Blob.
-constexpr std::size_t kAnswerSize = 1024;
 /// Bytes of an answer that a card may spread over GET RESPONSE commands.
 constexpr int kChainLimit = 0x10000;
 /// Invalid parameter in the words of the operating system; some reader drivers pass it through.
@@ -28,18 +26,17 @@ constexpr long kInvalidParameter = 0x57;
 /// Reader drivers that know no extended APDUs fail with this code.
 constexpr long kDriverRefused = 1;
 
-template <std::size_t Size>
 struct WipedBuffer {
     WipedBuffer() = default;
     WipedBuffer(const WipedBuffer&) = delete;
     WipedBuffer& operator=(const WipedBuffer&) = delete;
     ~WipedBuffer() { cleanse(bytes.data(), bytes.size()); }
 
-    std::array<char, Size> bytes;
+    std::array<char, kReceiveSize> bytes;
 };
 
 struct Answer {
-    WipedBuffer<kReceiveSize> buffer;
+    WipedBuffer buffer;
     DWORD length = 0;
 };
 
@@ -85,6 +82,17 @@ const char* chars(const Blob& bytes)
     return reinterpret_cast<const char*>(bytes.data());
 }
 
+/// Puts into `resp` what the exchange writes, and returns its status word.
+template <class Exchange>
+int received(Blob& resp, Exchange exchange)
+{
+    WipedBuffer answer;
+    int length = 0;
+    const int sw = exchange(answer.bytes.data(), &length);
+    resp = Blob(answer.bytes.data(), answer.bytes.data() + length);
+    return sw;
+}
+
 } // namespace
 
 int PCSCSlot::SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLen)
@@ -127,11 +135,9 @@ int PCSCSlot::SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLe
 
 int PCSCSlot::SendCmdIntern(const Blob& cmd, Blob& resp)
 {
-    WipedBuffer<kAnswerSize> answer;
-    int length = 0;
-    const int sw = SendCmdIntern(chars(cmd), cmd.size(), answer.bytes.data(), &length);
-    resp = Blob(answer.bytes.data(), answer.bytes.data() + length);
-    return sw;
+    return received(resp, [&](char* answer, int* length) {
+        return SendCmdIntern(chars(cmd), cmd.size(), answer, length);
+    });
 }
 
 void PCSCSlot::enter()
@@ -185,11 +191,8 @@ int PCSCSlot::SendCmd(const std::string& hex, char* resp, int* respLen)
 
 int PCSCSlot::SendCmd(const Blob& cmd, Blob& resp)
 {
-    WipedBuffer<kAnswerSize> answer;
-    int length = 0;
-    const int sw = SendCmd(chars(cmd), cmd.size(), answer.bytes.data(), &length);
-    resp = Blob(answer.bytes.data(), answer.bytes.data() + length);
-    return sw;
+    return received(
+        resp, [&](char* answer, int* length) { return SendCmd(chars(cmd), cmd.size(), answer, length); });
 }
 
 int PCSCSlot::SendCmd(const Blob& cmd)
@@ -201,12 +204,11 @@ int PCSCSlot::SendCmd(const Blob& cmd)
 int PCSCSlot::collect(int sw, Blob& data)
 {
     for (int round = 0; hasMoreData(sw) && data.size() < kChainLimit && round < kMostRounds; ++round) {
-        WipedBuffer<kAnswerSize> answer;
-        int length = 0;
-        sw = fetchAnswer(sw2(sw), answer.bytes.data(), &length);
-        if (length == 0)
+        Blob more;
+        sw = received(more, [&](char* answer, int* length) { return fetchAnswer(sw2(sw), answer, length); });
+        if (more.empty())
             break;
-        data.insert(data.end(), answer.bytes.data(), answer.bytes.data() + length);
+        data.append(more);
     }
     return sw;
 }
