@@ -66,7 +66,7 @@ void describe(Key& key, AcosEDUToken& token, int number)
 
 Blob modulusOfKeyFile(const Blob& content)
 {
-    const Blob raw = stripTrailingZeros(content);
+    Blob raw = stripTrailingZeros(content);
     try {
         BERCoder file;
         const int end = file.import(content, 0);
