@@ -118,16 +118,12 @@ void startAnew()
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size)
 {
     fuzz::Reader input(data, size);
-    fuzz::Reader honest(nullptr, 0);
     const auto families = static_cast<int>(vcard::familiesEnd() - vcard::familiesBegin());
     const vcard::Family& family = vcard::familiesBegin()[input.byte() % families];
     fakepcsc::reset();
     SystemWrapper::s_logPath = "/dev/null"; // what the trace shows is looked at too
-    fakepcsc::insertCard(fakepcsc::addReader("Reader"),
-                         std::make_shared<fuzz::LyingCard>(family.name, honest));
-    C_Initialize(nullptr);
     Application application;
-    application.open();
+    application.start(family.make({"123456", 1024, ""}));
     application.login("123456");
     for (int calls = 0; calls < 64 && !input.atEnd(); ++calls)
         kCallers[static_cast<std::size_t>(input.byte()) % kCallerCount](input);

@@ -1,8 +1,8 @@
 // A life of an application, from C_Initialize to C_Finalize, on a card of one family (QUARVEL_FAMILY) whose
 // answers are cut from the input: each command takes the next record. After the input the card is honest.
 #include "fuzz/CardInput.h"
-#include "pkcs11/pcsc/PCSCSlot.h"
 #include "tests/support/Application.h"
+#include "tests/support/Families.h"
 
 #include <array>
 
@@ -60,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
                          std::make_shared<fuzz::LyingCard>(QUARVEL_FAMILY, input));
     Application application;
     Application::require(C_Initialize(nullptr) == CKR_OK);
-    dynamic_cast<PKCS11::PCSCSlot&>(*wrapper.slots()->getSlot(1)).setEduVariant(variant);
+    setEduVariant(variant);
     live(application);
     Application::require(C_Finalize(nullptr) == CKR_OK && fakepcsc::open().handles == 0);
     return 0;
