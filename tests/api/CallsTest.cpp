@@ -329,16 +329,7 @@ TEST_F(ProductCallsTest, EachFamilyShowsItsTokenAndObjects)
               << static_cast<long>(info.ulTotalPrivateMemory) << " "
               << static_cast<long>(info.ulFreePrivateMemory) << " " << int{info.hardwareVersion.major} << " "
               << int{info.firmwareVersion.major} << "\n";
-        CK_MECHANISM_TYPE types[20] = {};
-        CK_ULONG count = 20;
-        EXPECT_EQ(C_GetMechanismList(1, types, &count), CKR_OK);
-        for (CK_ULONG i = 0; i < count; ++i) {
-            CK_MECHANISM_INFO mechanism{};
-            EXPECT_EQ(C_GetMechanismInfo(1, types[i], &mechanism), CKR_OK);
-            token << std::hex << types[i] << ": " << std::dec << mechanism.ulMinKeySize << "-"
-                  << mechanism.ulMaxKeySize << " " << std::hex << mechanism.flags << "; ";
-        }
-        shown += token.str() + "\n";
+        shown += token.str() + mechanisms() + "\n";
         for (const CK_OBJECT_HANDLE object : findAll()) {
             std::map<CK_ATTRIBUTE_TYPE, CK_BYTE> changes;
             for (CK_ATTRIBUTE_TYPE type = 0; type < 0x200; ++type) {

@@ -215,24 +215,12 @@ TEST_F(DesktopSigningTest, KeysOfEachKindTellWhatTheyAreAndSign)
 
 TEST_F(DesktopSigningTest, TokensListWhatTheyDoWithTheirKeySizes)
 {
-    const std::string digests = " 220:0-0:400 255:0-0:400 250:0-0:400 260:0-0:400 270:0-0:400";
-    const std::pair<std::shared_ptr<vcard::Card>, std::string> rows[] = {
-        {familyNamed("cardos").make(), "1:512-2048:2b01 3:512-2048:2b01 d:512-2048:801" + digests},
-        {pivWith({}), "1:1024-4096:a01 3:1024-4096:a01 d:1024-4096:801 1041:256-384:1900801" + digests}};
-    for (const auto& [card, mechanisms] : rows) {
-        begin(card);
-        std::ostringstream text;
-        CK_MECHANISM_TYPE types[20];
-        CK_ULONG count = std::size(types);
-        EXPECT_EQ(C_GetMechanismList(1, types, &count), CKR_OK);
-        for (CK_ULONG i = 0; i < count; ++i) {
-            CK_MECHANISM_INFO info{};
-            EXPECT_EQ(C_GetMechanismInfo(1, types[i], &info), CKR_OK);
-            text << (i != 0 ? " " : "") << std::hex << types[i] << ":" << std::dec << info.ulMinKeySize << "-"
-                 << info.ulMaxKeySize << ":" << std::hex << info.flags;
-        }
-        EXPECT_EQ(text.str(), mechanisms);
-    }
+    const std::string digests = "220: 0-0 400; 255: 0-0 400; 250: 0-0 400; 260: 0-0 400; 270: 0-0 400; ";
+    begin(familyNamed("cardos").make());
+    EXPECT_EQ(mechanisms(), "1: 512-2048 2b01; 3: 512-2048 2b01; d: 512-2048 801; " + digests);
+    begin(pivWith({}));
+    EXPECT_EQ(mechanisms(),
+              "1: 1024-4096 a01; 3: 1024-4096 a01; d: 1024-4096 801; 1041: 256-384 1900801; " + digests);
 }
 
 TEST_F(DesktopSigningTest, OperationsRefuseWhatTheyCannotUse)

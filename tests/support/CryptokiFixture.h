@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <initializer_list>
+#include <sstream>
 
 class CryptokiFixture : public ::testing::Test, protected Application {
 protected:
@@ -25,6 +26,22 @@ protected:
 
     /// The card's answer to command number `nth` from now, in the notation of ByteText.h.
     static void answer(const std::string& text, int nth) { fakepcsc::replaceAnswer(bytes(text), nth); }
+
+    /// "type: least-most flags; " of each, the sizes of keys in decimal.
+    static std::string mechanisms()
+    {
+        std::ostringstream text;
+        CK_MECHANISM_TYPE types[20] = {};
+        CK_ULONG count = std::size(types);
+        EXPECT_EQ(C_GetMechanismList(1, types, &count), CKR_OK);
+        for (CK_ULONG i = 0; i < count; ++i) {
+            CK_MECHANISM_INFO info{};
+            EXPECT_EQ(C_GetMechanismInfo(1, types[i], &info), CKR_OK);
+            text << std::hex << types[i] << ": " << std::dec << info.ulMinKeySize << "-" << info.ulMaxKeySize
+                 << " " << std::hex << info.flags << "; ";
+        }
+        return text.str();
+    }
 
     // What a wait says that has no slot to report.
     static constexpr char kNone[] = "CKR_NO_EVENT", kEnded[] = "CKR_CRYPTOKI_NOT_INITIALIZED";
