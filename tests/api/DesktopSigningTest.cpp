@@ -1,13 +1,11 @@
 #include "tests/support/Certificates.h"
-#include "tests/support/CryptokiFixture.h"
-#include "tests/support/Families.h"
+#include "tests/support/FamilyFixture.h"
 #include "tests/support/TraceFile.h"
 #include "tools/vcard/PivCard.h"
 
 #include <numeric>
 #include <openssl/ecdsa.h>
 #include <openssl/err.h>
-#include <sstream>
 
 namespace {
 
@@ -34,15 +32,8 @@ struct Way {
     CK_ULONG salt = 32;
 };
 
-std::string hexadecimal(CK_ULONG number)
-{
-    std::ostringstream text;
-    text << std::hex << number;
-    return text.str();
-}
-
 /// What the edition for desktop programs signs with, in the families that it adds to.
-class DesktopSigningTest : public CryptokiFixture {
+class DesktopSigningTest : public FamilyFixture {
 protected:
     /// Starts anew with the user logged in.
     void begin(const std::shared_ptr<vcard::Card>& card)
@@ -121,7 +112,7 @@ protected:
         EXPECT_TRUE(outcome.rv != CKR_BUFFER_TOO_SMALL || outcome.length == size);
         if (outcome.rv == CKR_OK)
             return isGood(owner, way, data, outcome.bytes) ? " ok" : " bad";
-        return " " + hexadecimal(outcome.rv) + (fakepcsc::callCount("SCardTransmit") != 0 ? "!" : "");
+        return hex(outcome.rv) + (fakepcsc::callCount("SCardTransmit") != 0 ? "!" : "");
     }
 };
 
@@ -168,8 +159,8 @@ TEST_F(DesktopSigningTest, KeysOfEachKindTellWhatTheyAreAndSign)
         attribute(mine, CKA_MODULUS); // not with the first signature
         const Outcome curve = attribute(theirs, CKA_EC_PARAMS);
         tokens += " " + vcard::toHex(attribute(mine, CKA_ID).bytes) + ":" +
-                  std::to_string(this->number(mine, CKA_KEY_TYPE)) + ":" +
-                  (curve.rv == CKR_OK ? vcard::toHex(curve.bytes) : hexadecimal(curve.rv));
+                  std::to_string(this->number(mine, CKA_KEY_TYPE)) +
+                  (curve.rv == CKR_OK ? ":" + vcard::toHex(curve.bytes) : hex(curve.rv));
         if (this->number(mine, CKA_DECRYPT) != CK_FALSE) {
             const Bytes secret(16, 0x5A);
             Bytes block = encryptFor(owner, secret);
@@ -209,8 +200,8 @@ TEST_F(DesktopSigningTest, KeysOfEachKindTellWhatTheyAreAndSign)
     for (size_t i = 0; i < std::size(rows); ++i)
         EXPECT_EQ(std::tie(whole[i], inParts[i]), std::tie(rows[i].outcomes, rows[i].outcomes)) << i;
     EXPECT_EQ(tokens,
-              " 45:0:12:256 45:0:12:256 44465F444543:0:12:256 9A07:0:12:512 9C07:0:12:384 9D07:0:12:256"
-              " 9E06:0:12:256 9A07:3:06082A8648CE3D030107 9C07:3:06052B81040022 9D07:3:06052B81040023");
+              " 45:0 12:256 45:0 12:256 44465F444543:0 12:256 9A07:0 12:512 9C07:0 12:384 9D07:0 12:256"
+              " 9E06:0 12:256 9A07:3:06082A8648CE3D030107 9C07:3:06052B81040022 9D07:3:06052B81040023");
 }
 
 TEST_F(DesktopSigningTest, TokensListWhatTheyDoWithTheirKeySizes)

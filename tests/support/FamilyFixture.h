@@ -1,4 +1,4 @@
-/// Tests of what the product answers on each family, for files of expectations.
+/// Tests of what an edition answers on the families of cards.
 #pragma once
 
 #include "tests/support/CryptokiFixture.h"
@@ -26,6 +26,7 @@ protected:
         EXPECT_EQ(open(), CKR_OK);
         login("123456");
     }
+    /// After a blank.
     static std::string hex(CK_RV rv)
     {
         char code[20];
