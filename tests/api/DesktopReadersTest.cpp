@@ -208,6 +208,8 @@ TEST_F(DesktopReadersTest, WhatHappensBetweenTwoWaitsIsToldByTheNext)
     EXPECT_EQ(reportedWhen([] { insert(0); }), "1"); // told once
     fakepcsc::detachReader(3, true);
     EXPECT_EQ(reportedWhen([] { fakepcsc::attachReader(3); }), "4");
+    fakepcsc::beforeCall("SCardGetStatusChange", 1, [] { fakepcsc::addReader("Reader 4"); });
+    EXPECT_EQ(wait(), "5");     // it came when the readers had been listed
     EXPECT_EQ(reportedWhen([] { // a quick restart that has lost a reader
                   fakepcsc::stopService();
                   fakepcsc::detachReader(0, true);

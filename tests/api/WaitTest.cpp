@@ -142,6 +142,29 @@ TEST_F(WaitTest, ABlockedWaitTellsWhichReader)
     expectAll("2", std::move(waits));
 }
 
+TEST_F(WaitTest, UseByAnotherProgramIsNoEvent)
+{
+    for (const char* name : {"A reader", "B reader"})
+        fakepcsc::addReader(name);
+    fakepcsc::insertCard(0, std::make_shared<vcard::PivCard>());
+    ASSERT_EQ(C_Initialize(nullptr), CKR_OK);
+    while (poll() != kNone)
+        continue;
+    SCARDCONTEXT other = 0;
+    SCARDHANDLE handle = 0;
+    DWORD protocol = 0;
+    SCardEstablishContext(SCARD_SCOPE_SYSTEM, nullptr, nullptr, &other);
+    ASSERT_EQ(SCardConnect(other, "A reader", SCARD_SHARE_SHARED, SCARD_PROTOCOL_T1, &handle, &protocol), 0);
+    EXPECT_EQ(poll(), kNone);
+    Waits waits = blockedWaits(1);
+    EXPECT_EQ(SCardDisconnect(handle, SCARD_LEAVE_CARD), 0);
+    EXPECT_EQ(poll(), kNone);
+    fakepcsc::awaitBlockedWaits(1);
+    fakepcsc::insertCard(1, std::make_shared<vcard::PivCard>());
+    expectAll("2", std::move(waits));
+    SCardReleaseContext(other);
+}
+
 TEST_F(WaitTest, WaitsCrossTheLibrarysEnds)
 {
     const char* const path = std::exchange(SystemWrapper::s_logPath, "/dev/null"); // unless it has a trace

@@ -27,6 +27,7 @@ struct Reader {
     int changes = 0;
     LONG lastChange = 0;         ///< all that a handle of before tells, as with the real service
     SCARDHANDLE transaction = 0; ///< the handle that has the reader to itself
+    int begun = 0;               ///< how often it has begun the transaction, which ends as often
 
     DWORD protocol() const { return t0 ? SCARD_PROTOCOL_T0 : SCARD_PROTOCOL_T1; }
     DWORD state() const
@@ -213,8 +214,13 @@ Reader* findReader(const char* name)
 /// Fills the event states; true when the call has something to report. The call began with so many readers.
 bool refresh(SCARD_READERSTATE* states, DWORD count, DWORD readers)
 {
-    bool report = false;
+    bool report = std::all_of(states, states + count, // nothing to wait for
+                              [](auto& one) { return (one.dwCurrentState & SCARD_STATE_IGNORE) != 0; });
     for (SCARD_READERSTATE* state = states; state != states + count; ++state) {
+        if ((state->dwCurrentState & SCARD_STATE_IGNORE) != 0) {
+            state->dwEventState = 0;
+            continue;
+        }
         const Reader* found = findReader(state->szReader);
         if (found == nullptr) { // the notification; the caller may say how many readers it knows
             const DWORD known = state->dwCurrentState >> 16;
@@ -225,11 +231,17 @@ bool refresh(SCARD_READERSTATE* states, DWORD count, DWORD readers)
         const Reader& reader = *found;
         const Bytes atr = reader.card ? reader.card->atr() : Bytes();
         const DWORD before = state->dwCurrentState;
+        // That somebody begins to use the card is no news, that nobody does any more is.
+        const bool inUse = reader.card && std::any_of(s.handles.begin(), s.handles.end(), [&](auto& one) {
+                               return one.second.reader == found && s.contexts.count(one.second.context) != 0;
+                           });
         // A reader that came back is no news, nor is one that had no card then.
         const bool news = (before & (reader.state() | SCARD_STATE_UNKNOWN)) == 0 ||
                           (!reader.attached && (before & SCARD_STATE_UNKNOWN) == 0) ||
+                          ((before & SCARD_STATE_INUSE) != 0 && !inUse) ||
                           (before >> 16 != 0 && before >> 16 != reader.events);
-        state->dwEventState = reader.events << 16 | reader.state() | (news ? SCARD_STATE_CHANGED : 0);
+        state->dwEventState = reader.events << 16 | reader.state() | (inUse ? SCARD_STATE_INUSE : 0) |
+                              (news ? SCARD_STATE_CHANGED : 0);
         state->cbAtr = std::min<DWORD>(atr.size(), MAX_ATR_SIZE);
         std::copy_n(atr.begin(), state->cbAtr, state->rgbAtr);
         report = report || news;
@@ -368,6 +380,11 @@ LONG SCardReleaseContext(SCARDCONTEXT context)
     // Handles of the context stay on the list, so that a leak shows.
     return call("SCardReleaseContext", [&] {
         refuse(find(s.contexts, context).waiting, SCARD_F_INTERNAL_ERROR);
+        for (auto& [number, handle] : s.handles) {
+            const bool isHeld = handle.context == context && handle.reader->transaction == number;
+            if (isHeld && handle.reader->card)
+                handle.reader->resetCard(); // the service does so where one was in the middle of something
+        }
         endTransactions(context);
         s.contexts.erase(context);
     });
@@ -406,6 +423,7 @@ LONG SCardReconnect(SCARDHANDLE number, DWORD mode, DWORD protocols, DWORD actio
     *active = SCARD_PROTOCOL_UNDEFINED; // what the real service says when it fails
     return call("SCardReconnect", [&] {
         Handle& handle = findHandle(number);
+        refuse(s.contexts[handle.context].lost, SCARD_E_NO_SERVICE);
         if (action == SCARD_RESET_CARD && handle.reader->card)
             handle.reader->resetCard();
         connect(handle, mode, protocols, *active);
@@ -414,10 +432,12 @@ LONG SCardReconnect(SCARDHANDLE number, DWORD mode, DWORD protocols, DWORD actio
 LONG SCardDisconnect(SCARDHANDLE number, DWORD disposition)
 {
     return call("SCardDisconnect", [&] {
-        SCARDHANDLE& owner = find(s.handles, number).reader->transaction;
+        const Handle handle = find(s.handles, number);
+        SCARDHANDLE& owner = handle.reader->transaction;
         refuse(disposition != SCARD_LEAVE_CARD, SCARD_E_INVALID_VALUE); // others share the card
         owner = owner == number ? 0 : owner;
         s.handles.erase(number);
+        refuse(find(s.contexts, handle.context).lost, SCARD_E_NO_SERVICE);
     });
 }
 LONG SCardBeginTransaction(SCARDHANDLE number)
@@ -427,23 +447,36 @@ LONG SCardBeginTransaction(SCARDHANDLE number)
         std::unique_lock<std::mutex> lock(mutex, std::adopt_lock);
         changed.wait(lock, [&] { return owner == 0 || owner == number; });
         lock.release();
-        findUnchanged(number);
+        Reader& reader = *findUnchanged(number).reader;
+        reader.begun = owner == number ? reader.begun + 1 : 1;
         owner = number;
     });
 }
 LONG SCardEndTransaction(SCARDHANDLE number, DWORD disposition)
 {
     return call("SCardEndTransaction", [&] {
-        SCARDHANDLE& owner = findHandle(number).reader->transaction;
+        const Handle handle = find(s.handles, number);
+        SCARDHANDLE& owner = handle.reader->transaction;
         refuse(disposition != SCARD_LEAVE_CARD, SCARD_E_INVALID_VALUE);
         refuse(owner != number, SCARD_E_NOT_TRANSACTED);
-        owner = 0;
+        if (--findHandle(number).reader->begun == 0)
+            owner = 0;
     });
 }
-LONG SCardStatus(SCARDHANDLE number, LPSTR, LPDWORD, LPDWORD state, LPDWORD, LPBYTE, LPDWORD)
+LONG SCardStatus(SCARDHANDLE number, LPSTR name, LPDWORD nameLength, LPDWORD state, LPDWORD protocol,
+                 LPBYTE atr, LPDWORD atrLength)
 {
     return call("SCardStatus", [&] {
-        *state = SCARD_PRESENT | (findUnchanged(number).reader->powered ? SCARD_POWERED : 0);
+        const Reader& reader = *findUnchanged(number).reader;
+        const Bytes bytes = reader.card->atr();
+        const DWORD nameRoom = std::exchange(*nameLength, reader.name.size() + 1);
+        const DWORD atrRoom = std::exchange(*atrLength, bytes.size());
+        *state =
+            SCARD_PRESENT | (reader.powered ? SCARD_POWERED | SCARD_NEGOTIABLE : 0) | reader.events << 16;
+        *protocol = reader.protocol();
+        refuse(nameRoom < *nameLength || atrRoom < *atrLength, SCARD_E_INSUFFICIENT_BUFFER);
+        std::memcpy(name, reader.name.c_str(), *nameLength);
+        std::copy(bytes.begin(), bytes.end(), atr);
     });
 }
 LONG SCardGetStatusChange(SCARDCONTEXT context, DWORD timeout, SCARD_READERSTATE* states, DWORD count)

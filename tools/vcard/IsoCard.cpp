@@ -168,7 +168,7 @@ Bytes IsoCard::getResponse(const Command& command)
     if (m_waiting.empty())
         return answer({}, sw::conditionsNotSatisfied);
     const size_t most = command.extended ? command.le : std::min(command.le, m_manners.chunk);
-    if (command.le > m_waiting.size() && !command.leIsMaximum)
+    if (command.le > m_waiting.size() && (m_manners.t0 || !command.leIsMaximum))
         return answer({}, static_cast<unsigned short>(sw::exactLength | lengthByte(m_waiting.size())));
     return handOut(most);
 }
@@ -179,7 +179,9 @@ Bytes IsoCard::deal(const Command& command, Response response)
         return answer({}, response.sw);
     const size_t length = response.data.size();
     const bool correctLe = m_manners.t0 ? command.data.empty() : m_manners.exactLe;
-    if (command.hasLe && correctLe && response.sw == sw::ok && !command.leIsMaximum && command.le > length)
+    // T=0 moves Le bytes or none: there even "all there is" must be all of 256.
+    if (command.hasLe && correctLe && command.le > length &&
+        (m_manners.t0 || (response.sw == sw::ok && !command.leIsMaximum)))
         return answer({}, static_cast<unsigned short>(sw::exactLength | lengthByte(length)));
     m_waiting = std::move(response.data);
     m_waitingStatus = response.sw;
