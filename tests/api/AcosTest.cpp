@@ -29,4 +29,5 @@ TEST_F(AcosTest, EducationCardsDoWithoutAModulusAndReadARecord)
     ASSERT_EQ(all({open(), login("1234")}), CKR_OK);
     EXPECT_EQ(text(find(CKO_CERTIFICATE), CKA_ID), "AP");
     EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS).bytes, Bytes());
+    EXPECT_EQ(attribute(find(CKO_PUBLIC_KEY), CKA_PUBLIC_EXPONENT).bytes, Bytes({1, 0, 1}));
 }

@@ -43,10 +43,11 @@ struct World {
         return dynamic_cast<Kind&>(*objects().getObject(handle, true));
     }
     SecretKey& secret() { return object<SecretKey>(kSecret); }
-    void permit(CK_BBOOL value)
+    void permit(CK_BBOOL value,
+                std::initializer_list<CK_ATTRIBUTE_TYPE> uses = {CKA_SIGN, CKA_DECRYPT, CKA_VERIFY,
+                                                                 CKA_VERIFY_RECOVER, CKA_ENCRYPT, CKA_DERIVE})
     {
-        for (const CK_ATTRIBUTE_TYPE use :
-             {CKA_SIGN, CKA_DECRYPT, CKA_VERIFY, CKA_VERIFY_RECOVER, CKA_ENCRYPT, CKA_DERIVE})
+        for (const CK_ATTRIBUTE_TYPE use : uses)
             for (const CK_OBJECT_HANDLE key : {kPrivate, kPublic, kSecret}) {
                 const CK_ATTRIBUTE attribute = {use, &value, sizeof value};
                 object<Storage>(key).setAttribute(&attribute, 1);
@@ -190,6 +191,14 @@ const struct {
     {"the card fails", [](W&) { script.fail = CKR_DEVICE_ERROR; }},
     {"the card fails in the step", [](W&) { script.fail = CKR_DEVICE_ERROR, script.failsInside = true; }},
     {"no use of a key is permitted", [](W& w) { w.permit(CK_FALSE); }},
+    {"to sign and to verify is not permitted",
+     [](W& w) {
+         w.permit(CK_FALSE, {CKA_SIGN, CKA_VERIFY});
+     }},
+    {"to decrypt and to recover is not permitted",
+     [](W& w) {
+         w.permit(CK_FALSE, {CKA_DECRYPT, CKA_VERIFY_RECOVER});
+     }},
     {"keys may not be changed", [](W& w) { w.object<Storage>(kPrivate).setModifiable(CK_FALSE); }},
     {"with a mechanism that does nothing", [](W& w) { w.mechanism.mechanism = CKM_RSA_X9_31; }},
     {"with a mechanism that RSA keys do not know", [](W& w) { w.mechanism.mechanism = CKM_SHA256_RSA_PKCS; }},
@@ -198,6 +207,11 @@ const struct {
     {"with secret keys", [](W& w) { w.useHandle(kSecret); }},
     {"with secret keys, not permitted", [](W& w) { w.permit(CK_FALSE), w.useHandle(kSecret); }},
     {"with the other keys", [](W& w) { w.useHandle(kPublic), w.theirs = w.data = kPrivate; }},
+    {"with the other keys, not to be changed",
+     [](W& w) {
+         w.useHandle(kPublic), w.theirs = w.data = kPrivate,
+                               w.object<Storage>(kPublic).setModifiable(CK_FALSE);
+     }},
     {"with data", [](W& w) { w.useHandle(kData); }},
     {"with data, of no list", [](W& w) { w.useHandle(kBare); }},
     {"with unknown handles", [](W& w) { w.useHandle(kNone); }},
