@@ -437,7 +437,8 @@ LONG SCardDisconnect(SCARDHANDLE number, DWORD disposition)
         refuse(disposition != SCARD_LEAVE_CARD, SCARD_E_INVALID_VALUE); // others share the card
         owner = owner == number ? 0 : owner;
         s.handles.erase(number);
-        refuse(find(s.contexts, handle.context).lost, SCARD_E_NO_SERVICE);
+        const auto context = s.contexts.find(handle.context); // after its release nothing is left to end
+        refuse(context != s.contexts.end() && context->second.lost, SCARD_E_NO_SERVICE);
     });
 }
 LONG SCardBeginTransaction(SCARDHANDLE number)
