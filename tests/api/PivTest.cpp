@@ -13,7 +13,7 @@ protected:
     void startPiv(const vcard::PivOptions& options = {})
     {
         m_card = std::make_shared<vcard::PivCard>(options);
-        start(m_card, options.manners.t0);
+        start(m_card);
     }
     std::shared_ptr<vcard::PivCard> m_card;
 };
@@ -51,7 +51,7 @@ TEST_F(PivTest, SignaturesStandUpAndMessagesAreRead)
     for (const bool t0 : {false, true}) {
         fakepcsc::reset();
         vcard::PivOptions options;
-        options.manners.t0 = t0;
+        options.t0 = t0;
         startPiv(options);
         ASSERT_EQ(login("123456"), CKR_OK);
         TraceFile trace;

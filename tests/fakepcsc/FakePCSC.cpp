@@ -2,6 +2,7 @@
 #include "tests/fakepcsc/FakePCSC.h"
 
 #include "tools/vcard/Bytes.h"
+#include "tools/vcard/IsoCard.h"
 
 #include <algorithm>
 #include <condition_variable>
@@ -22,22 +23,22 @@ namespace {
 struct Reader {
     std::string name;
     std::shared_ptr<vcard::Card> card;
-    bool t0 = false, attached = true, forgotten = false, hasProtocol = true, powered = true;
+    bool attached = true, forgotten = false, hasProtocol = true, powered = true;
     DWORD events = 0;
     int changes = 0;
     LONG lastChange = 0;         ///< all that a handle of before tells, as with the real service
     SCARDHANDLE transaction = 0; ///< the handle that has the reader to itself
     int begun = 0;               ///< how often it has begun the transaction, which ends as often
 
-    DWORD protocol() const { return t0 ? SCARD_PROTOCOL_T0 : SCARD_PROTOCOL_T1; }
+    DWORD protocol() const { return vcard::isT0(card->atr()) ? SCARD_PROTOCOL_T0 : SCARD_PROTOCOL_T1; }
     DWORD state() const
     {
         return !attached ? SCARD_STATE_UNKNOWN : card ? SCARD_STATE_PRESENT : SCARD_STATE_EMPTY;
     }
-    void take(std::shared_ptr<vcard::Card> fresh, bool isT0 = false)
+    void take(std::shared_ptr<vcard::Card> fresh)
     {
-        card = std::move(fresh), t0 = isT0, powered = true, ++events, ++changes,
-        lastChange = SCARD_W_REMOVED_CARD;
+        card = std::move(fresh), powered = true, ++events, ++changes, lastChange = SCARD_W_REMOVED_CARD,
+        transaction = 0;
     }
     void resetCard(bool isOn = true)
     {
@@ -284,10 +285,10 @@ void startService()
 {
     locked([] { s.runs = true; });
 }
-void insertCard(int reader, std::shared_ptr<vcard::Card> card, bool t0)
+void insertCard(int reader, std::shared_ptr<vcard::Card> card)
 {
     card->reset();
-    change(reader, [&](Reader& r) { r.take(std::move(card), t0); });
+    change(reader, [&](Reader& r) { r.take(std::move(card)); });
 }
 void removeCard(int reader)
 {

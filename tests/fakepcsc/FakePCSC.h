@@ -27,9 +27,9 @@ void attachReader(int reader);
 void stopService();
 void startService();
 
-/// Puts a card in, T=1 unless told; replaces the card that is there. Open handles of the old card see
+/// Puts a card in; replaces the card that is there. Open handles of the old card see
 /// SCARD_W_REMOVED_CARD.
-void insertCard(int reader, std::shared_ptr<vcard::Card> card, bool t0 = false);
+void insertCard(int reader, std::shared_ptr<vcard::Card> card);
 void removeCard(int reader);
 /// Another application resets the card: open handles see SCARD_W_RESET_CARD until they reconnect.
 void resetCard(int reader);

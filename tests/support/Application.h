@@ -25,10 +25,10 @@ public:
     static constexpr CK_ULONG kRoom = 1024;
 
     /// Initialises the library with one reader that holds the card, and opens a read/write session.
-    void start(const std::shared_ptr<vcard::Card>& card, bool t0 = false)
+    void start(const std::shared_ptr<vcard::Card>& card)
     {
         m_reader = fakepcsc::addReader("Reader 0");
-        fakepcsc::insertCard(m_reader, card, t0);
+        fakepcsc::insertCard(m_reader, card);
         require(C_Initialize(nullptr) == CKR_OK && open() == CKR_OK);
     }
     static void require(bool condition)

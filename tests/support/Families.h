@@ -24,7 +24,7 @@ struct Family {
 constexpr Family kFamilies[] = {{"piv", "12345678", 0x9A},    {"cardos", "12345678", 0},
                                 {"cardos-v5", "12345678", 0}, {"ias", "87654321", 0},
                                 {"atrust", "12345678", 0},    {"edu", "12345678", 1, 1},
-                                {"edu", "12345678", 0},       {"edu", "12345678", 2, 2}};
+                                {"edu", "87654321", 0},       {"edu", "87654321", 2, 2}};
 
 /// Numbers of their RSA key pairs.
 constexpr int kKeyPairs[] = {0, 1, 2, 0x9A, 0x9C, 0x9D};

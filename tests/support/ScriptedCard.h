@@ -17,8 +17,8 @@ using vcard::Bytes;
 /// Commands with their answers after a colon, 9000 where there is none.
 class Card final : public vcard::Card {
 public:
-    explicit Card(const std::string& script, const std::string& historical = "")
-        : m_script(script), m_atr(vcard::makeAtr(bytes(historical)))
+    explicit Card(const std::string& script, const std::string& historical = "", bool t0 = false)
+        : m_script(script), m_atr(vcard::makeAtr(bytes(historical), t0))
     {
     }
     ~Card() override

@@ -10,19 +10,6 @@ namespace vcard {
 
 namespace {
 
-constexpr size_t kBlock = 8;
-
-/// PKCS#1 type 1.
-Bytes padForSignature(const Bytes& data, size_t size)
-{
-    Bytes block(size - data.size(), 0xFF);
-    block.front() = 0x00;
-    block.at(1) = 0x01;
-    block.back() = 0x00;
-    block.insert(block.end(), data.begin(), data.end());
-    return block;
-}
-
 /// PKCS#1 type 2.
 Bytes padForEncryption(const Bytes& data, size_t size)
 {
@@ -40,16 +27,9 @@ Bytes padForEncryption(const Bytes& data, size_t size)
 /// The digits packed two a byte, F for what is missing of a pair, FF after them.
 Bytes packDigits(const std::string& pin)
 {
-    Bytes block(kBlock, 0xFF);
+    Bytes block(kPinBlock, 0xFF);
     const Bytes packed = fromHex(pin.size() % 2 == 0 ? pin : pin + "F");
-    std::copy_n(packed.begin(), std::min(packed.size(), kBlock), block.begin());
-    return block;
-}
-
-Bytes padWithZeros(const std::string& pin)
-{
-    Bytes block = fromText(pin);
-    block.resize(kBlock, 0x00);
+    std::copy_n(packed.begin(), std::min(packed.size(), kPinBlock), block.begin());
     return block;
 }
 
@@ -122,7 +102,7 @@ Response AcosCard::verify(const Command& command)
         return sw::wrongP1P2;
     if (!isInApplication())
         return sw::conditionsNotSatisfied;
-    if (!command.data.empty() && command.data.size() != kBlock)
+    if (!command.data.empty() && command.data.size() != kPinBlock)
         return sw::wrongLength;
     return found->second.pin.verify(command.data);
 }
@@ -138,10 +118,13 @@ Response AcosCard::change(const Command& command)
         return sw::wrongP1P2;
     if (!isInApplication())
         return sw::conditionsNotSatisfied;
-    if (command.data.size() != 2 * kBlock)
+    if (command.data.size() != 2 * kPinBlock)
         return sw::wrongLength;
-    const auto middle = command.data.begin() + kBlock;
-    return found->second.pin.change(Bytes(command.data.begin(), middle), Bytes(middle, command.data.end()));
+    const auto middle = command.data.begin() + kPinBlock;
+    const Bytes fresh(middle, command.data.end());
+    if (!isNewPin(fresh))
+        return sw::wrongData;
+    return found->second.pin.change(Bytes(command.data.begin(), middle), fresh);
 }
 
 Response AcosCard::setEnvironment(const Command& command)
@@ -194,7 +177,7 @@ Response AcosCard::internalAuthenticate(const Command& command)
         return allowed;
     if (command.data.empty() || command.data.size() > key->size() - kMinPadding)
         return sw::wrongLength;
-    return key->privateOperation(padForSignature(command.data, key->size()));
+    return key->sign(command.data);
 }
 
 Response AcosCard::decipher(const Command& command)
@@ -238,9 +221,16 @@ AcosTrustCard::AcosTrustCard(const std::string& pin, bool withCertificate)
     }
     FileSystem::addEF(*m_application, 0xD001, fromHex("0123456789ABCDEF"));
     FileSystem::addEF(*m_application, 0xC003, Bytes(300, 0x2A));
-    addPin(0x81, 0x00, padWithZeros(pin));
+    addPin(0x81, 0x00, pinBlock(pin, 0x00));
     addKey(0x88, key, 0x81);
     onReset();
+}
+
+/// Characters, then zeros.
+bool AcosTrustCard::isNewPin(const Bytes& block) const
+{
+    const auto end = std::find(block.begin(), block.end(), 0x00);
+    return end != block.begin() && std::count(end, block.end(), 0x00) == block.end() - end;
 }
 
 Response AcosTrustCard::process(const Command& command)
@@ -271,9 +261,17 @@ AcosEduCard::AcosEduCard(const std::string& pin)
         FileSystem::addEF(*m_application, id, record);
     for (const unsigned char reference : {0x83, 0x84})
         addPin(reference, 0x20, packDigits(pin));
-    for (const unsigned char reference : {0x85, 0x86})
-        addPin(reference, 0x20, packDigits("12345678"));
+    addPin(0x85, 0x20, packDigits("12345678"));
+    addPin(0x86, 0x20, packDigits("87654321"));
     onReset();
+}
+
+/// Digits, then F.
+bool AcosEduCard::isNewPin(const Bytes& block) const
+{
+    const std::string text = toHex(block);
+    const size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+    return digits != 0 && text.find_first_not_of('F', digits) == text.npos;
 }
 
 } // namespace vcard

@@ -20,6 +20,8 @@ protected:
 
     Response process(const Command& command) override;
     void onReset() override;
+    /// Whether a PIN may become this block.
+    virtual bool isNewPin(const Bytes& block) const = 0;
 
     /// A PIN under its reference; `p1` is what VERIFY and CHANGE REFERENCE DATA must carry for it.
     void addPin(unsigned char reference, unsigned char p1, Bytes block);
@@ -70,6 +72,7 @@ public:
     explicit AcosTrustCard(const std::string& pin, bool withCertificate = true);
 
 private:
+    bool isNewPin(const Bytes& block) const override;
     Response process(const Command& command) override;
 };
 
@@ -78,6 +81,9 @@ private:
 class AcosEduCard final : public AcosCard {
 public:
     explicit AcosEduCard(const std::string& pin);
+
+private:
+    bool isNewPin(const Bytes& block) const override;
 };
 
 } // namespace vcard

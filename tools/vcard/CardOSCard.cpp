@@ -13,6 +13,8 @@ constexpr unsigned short kKeyDF = 0x4B01;
 constexpr size_t kDirectorySize = 480; ///< 80 entries of six bytes
 /// Bytes of the longest modulus whose number fits into a record.
 constexpr size_t kLongestInRecord = 248;
+constexpr size_t kFewestCharacters = 4; ///< of a PIN
+constexpr size_t kMostCharacters = 10;
 constexpr unsigned char kPrivateKeyV43 = 0x01;
 constexpr unsigned char kPrivateKeyV50 = 0x02;
 
@@ -76,6 +78,7 @@ CardOSCard::CardOSCard(const CardOSOptions& options)
                         : options.isV50      ? 2048
                                              : 1024)),
       m_certificate(m_key.certificate("CardOS Card Holder")),
+      m_files(true), // a DF is found by its identifier on the way up too
       m_application(FileSystem::addDF(m_files.mf(), 0x5015, fromHex("D276000098C00000"))),
       m_driverDF(FileSystem::addDF(m_application, kDriverDF)),
       m_keyDF(FileSystem::addDF(m_driverDF, kKeyDF)),
@@ -183,12 +186,6 @@ Response CardOSCard::select(const Command& command)
 {
     const File* before = &m_files.currentDF();
     Response response = m_files.selectCommand(command);
-    // A DF is found by its identifier on the way up too.
-    if (response.sw == sw::fileNotFound && command.p1 == 0x01 && isInside(m_driverDF) &&
-        command.data == twoBytes(kDriverDF)) {
-        m_files.select(m_driverDF);
-        response = sw::ok;
-    }
     if (&m_files.currentDF() != before)
         m_environment = {};
     if (!isInside(m_application)) {
@@ -222,7 +219,7 @@ Response CardOSCard::verifyOrChange(const Command& command)
     Pin& pin = command.p2 == 0x81 ? m_userPin : m_soPin;
     if (!changes)
         return pin.verify(command.data);
-    if (command.data.empty())
+    if (command.data.size() < kFewestCharacters || command.data.size() > kMostCharacters)
         return sw::wrongLength;
     if (command.p2 == 0x82 || !m_soPin.verified())
         return pin.changeVerified(command.data);
@@ -247,9 +244,11 @@ Response CardOSCard::readPublicPart(const Command& command) const
 Response CardOSCard::manageEnvironment(const Command& command)
 {
     if (command.p1p2() == 0x0340 && !m_isV50) {
+        if (!command.data.empty())
+            return sw::wrongLength;
         m_environment = {};
         m_environment.restored = true;
-        return command.data.empty() ? sw::ok : sw::wrongLength;
+        return sw::ok;
     }
     // V4.3b changes a restored environment; V5.0 sets one.
     const bool known = m_isV50 ? command.p1 == 0x41 : command.p1 == 0xF1 || command.p1 == 0x01;

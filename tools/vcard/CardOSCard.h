@@ -22,8 +22,9 @@ struct CardOSOptions {
 /// has a DF. There is a private key, its public key, its certificate and a data object, with a gap before the
 /// last. The PINs belong to the application: 81 the user's, 82 the administrator's.
 ///
-/// The private key wants the user PIN and a security environment that was set since its DF was selected.
-/// V4.3b computes with public keys only after they were put into its key store, in the administration phase.
+/// The private key wants the user PIN and a security environment that was set since its DF became the current
+/// one. V4.3b computes with public keys only after they were put into its key store, in the administration
+/// phase.
 class CardOSCard final : public IsoCard {
 public:
     explicit CardOSCard(const CardOSOptions& options = {});

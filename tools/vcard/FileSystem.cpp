@@ -81,7 +81,7 @@ Bytes controlInformation(const File& file)
 
 } // namespace
 
-FileSystem::FileSystem(ShortRead shortRead) : m_shortRead(shortRead), m_mf(std::make_unique<File>())
+FileSystem::FileSystem(bool findsAbove) : m_findsAbove(findsAbove), m_mf(std::make_unique<File>())
 {
     m_mf->id = kMfId;
     reset();
@@ -162,9 +162,14 @@ File* FileSystem::find(const Command& command)
     case 0x01:
     case 0x02: {
         const bool wantsDF = command.p1 == 0x01;
-        return child(*m_currentDF, [&](const File& file) {
-            return file.id == identifier(command.data, 0) && (file.kind == File::Kind::DF) == wantsDF;
+        const unsigned short id = identifier(command.data, 0);
+        File* above = wantsDF && m_findsAbove ? m_currentDF->parent : nullptr;
+        while (above != nullptr && above->id != id)
+            above = above->parent;
+        File* below = child(*m_currentDF, [&](const File& file) {
+            return file.id == id && (file.kind == File::Kind::DF) == wantsDF;
         });
+        return below != nullptr ? below : above;
     }
     case 0x03:
         return m_currentDF->parent;
@@ -220,15 +225,11 @@ Response FileSystem::target(unsigned shortId, File::Kind kind, const File*& file
     return {};
 }
 
-Response FileSystem::cut(Bytes data, const Command& command) const
+Response FileSystem::cut(Bytes data, const Command& command)
 {
-    if (data.size() >= command.le) {
-        data.resize(command.le);
-    } else if (!command.leIsMaximum && m_shortRead == ShortRead::Warn) {
+    if (data.size() < command.le && !command.leIsMaximum)
         return {std::move(data), sw::endOfFile};
-    } else if (!command.leIsMaximum && m_shortRead == ShortRead::Correct) {
-        return static_cast<unsigned short>(sw::exactLength | (data.size() & 0xFF));
-    }
+    data.resize(std::min(data.size(), command.le));
     return data;
 }
 

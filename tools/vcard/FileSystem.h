@@ -28,10 +28,8 @@ struct File {
 /// on.
 class FileSystem {
 public:
-    /// How reads that reach the end of the file or record before Le bytes came are answered.
-    enum class ShortRead { Warn /* data and 6282 */, Correct /* 6Cxx */, Accept /* data and 9000 */ };
-
-    explicit FileSystem(ShortRead shortRead = ShortRead::Warn);
+    /// Some cards look for the child DF of SELECT (P1 01) among the DFs above the current one too.
+    explicit FileSystem(bool findsAbove = false);
 
     /// The MF, 3F00.
     File& mf() { return *m_mf; }
@@ -62,9 +60,10 @@ private:
     File* findByName(const Bytes& name, unsigned occurrence);
     /// The EF to read, or the reason why not.
     Response target(unsigned shortId, File::Kind kind, const File*& file);
-    Response cut(Bytes data, const Command& command) const;
+    /// Reads that reach the end before Le bytes came are answered with the data and 6282.
+    static Response cut(Bytes data, const Command& command);
 
-    ShortRead m_shortRead;
+    bool m_findsAbove;
     std::unique_ptr<File> m_mf;
     File* m_currentDF = nullptr;
     File* m_currentEF = nullptr;

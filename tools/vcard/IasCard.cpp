@@ -9,7 +9,7 @@ namespace vcard {
 
 namespace {
 
-constexpr size_t kPinWidth = 8;
+constexpr std::ptrdiff_t kFewestDigits = 4;
 constexpr unsigned char kPinReference = 0x81;
 constexpr unsigned char kPukReference = 0x82;
 constexpr unsigned char kFirstKey = 0x81;
@@ -29,21 +29,6 @@ constexpr unsigned short kFirstCertificate = 0xB001;
 constexpr unsigned short kPublicData = 0xDA01;
 constexpr unsigned short kPrivateData = 0xDA02;
 
-Bytes padded(const std::string& pin)
-{
-    Bytes block = fromText(pin);
-    block.resize(kPinWidth, 0xFF);
-    return block;
-}
-
-bool isPinBlock(const Bytes& block)
-{
-    const auto end = std::find(block.begin(), block.end(), 0xFF);
-    return block.size() == kPinWidth && end - block.begin() >= 4 &&
-           std::all_of(block.begin(), end, [](unsigned char c) { return c >= '0' && c <= '9'; }) &&
-           std::all_of(end, block.end(), [](unsigned char c) { return c == 0xFF; });
-}
-
 // Elements of PKCS#15 records. A PIN is identified by its reference.
 Bytes path(const std::string& hex)
 {
@@ -58,8 +43,8 @@ Bytes common(const std::string& label, bool isPrivate)
 Bytes authenticationObject(const std::string& label, unsigned char reference)
 {
     const Bytes pin =
-        join({tlv(0x03, {0x04, 0x50}), tlv(0x0A, {0x01}), tlv(0x02, {0x04}), tlv(0x02, {kPinWidth}),
-              tlv(0x02, {kPinWidth}), tlv(0x80, {reference}), tlv(0x04, {0xFF})});
+        join({tlv(0x03, {0x04, 0x50}), tlv(0x0A, {0x01}), tlv(0x02, {kFewestDigits}), tlv(0x02, {kPinBlock}),
+              tlv(0x02, {kPinBlock}), tlv(0x80, {reference}), tlv(0x04, {0xFF})});
     return tlv(0x30,
                join({common(label, false), tlv(0x30, tlv(0x04, {reference})), tlv(0xA1, tlv(0x30, pin))}));
 }
@@ -100,8 +85,8 @@ IasCard::IasCard(const IasOptions& options)
     : IsoCard(makeAtr(fromHex("0031B8644070141073940180829000"))),
       m_keys{&RsaKey::get(options.rsaBits, 0), &RsaKey::get(options.rsaBits, 1)},
       m_certificates{m_keys[0]->certificate("IAS Card Holder"), m_keys[1]->certificate("IAS Signatory")},
-      m_pin(padded(options.pin)),
-      m_puk(padded(options.puk))
+      m_pin(pinBlock(options.pin)),
+      m_puk(pinBlock(options.puk))
 {
     addFiles(options);
     onReset();
@@ -223,11 +208,11 @@ Response IasCard::usePin(const Command& command)
     Pin& pin = command.p2 == kPinReference ? m_pin : m_puk;
     if (command.ins == 0x20 && command.data.empty())
         return pin.verify({});
-    if (command.data.size() != (command.ins == 0x24 ? 2 * kPinWidth : kPinWidth))
+    if (command.data.size() != (command.ins == 0x24 ? 2 * kPinBlock : kPinBlock))
         return sw::wrongLength;
-    const Bytes fresh(command.data.end() - kPinWidth, command.data.end());
-    const Bytes shown(command.data.begin(), command.data.begin() + kPinWidth);
-    if (!isPinBlock(fresh) || !isPinBlock(shown))
+    const Bytes fresh(command.data.end() - kPinBlock, command.data.end());
+    const Bytes shown(command.data.begin(), command.data.begin() + kPinBlock);
+    if (!isPinBlock(fresh, kFewestDigits) || !isPinBlock(shown, kFewestDigits))
         return sw::wrongData;
     if (command.ins == 0x20)
         return pin.verify(shown);
@@ -294,8 +279,7 @@ Response IasCard::internalAuthenticate(const Command& command) const
     const RsaKey& key = *m_keys.at(m_environment->key - kFirstKey);
     if (command.data.size() + kMinPadding > key.size() || !isDigestInfo(command.data))
         return sw::wrongData;
-    const Bytes filler(key.size() - command.data.size() - 3, 0xFF);
-    return key.privateOperation(join({{0x00, 0x01}, filler, {0x00}, command.data}));
+    return key.sign(command.data);
 }
 
 Response IasCard::decipher(const Command& command) const

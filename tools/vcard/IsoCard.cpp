@@ -1,6 +1,7 @@
 #include "tools/vcard/IsoCard.h"
 
 #include <algorithm>
+#include <bitset>
 #include <optional>
 
 namespace vcard {
@@ -106,7 +107,13 @@ Bytes makeAtr(const Bytes& historicalBytes, bool t0)
     return atr;
 }
 
-IsoCard::IsoCard(Bytes atr, const Manners& manners) : m_atr(std::move(atr)), m_manners(manners) {}
+bool isT0(const Bytes& atr)
+{
+    const size_t interface = std::bitset<3>(atr.at(1) >> 4U).count(); // TA1, TB1 and TC1 come before TD1
+    return (atr[1] & 0x80) == 0 || (atr.at(2 + interface) & 0x0F) == 0;
+}
+
+IsoCard::IsoCard(Bytes atr) : m_atr(std::move(atr)), m_isT0(isT0(m_atr)) {}
 
 void IsoCard::reset()
 {
@@ -126,7 +133,7 @@ Bytes IsoCard::transmit(const Bytes& bytes)
     if (command && command->cla == 0x00 && command->ins == kInsGetResponse && !m_chaining)
         return getResponse(*command);
     m_waiting.clear();
-    if (!command || (command->extended && !m_manners.extendedLength)) {
+    if (!command) {
         m_chaining = false;
         Response response = malformed(bytes);
         return answer(std::move(response.data), response.sw);
@@ -142,8 +149,10 @@ Bytes IsoCard::joinChain(Command piece)
 {
     const bool last = !isChained(piece.cla);
     piece.cla = static_cast<unsigned char>(piece.cla & ~kChainingBit);
-    if (!m_manners.chaining)
-        return answer({}, sw::chainingNotSupported);
+    if (!last && piece.hasLe) { // there is nothing to give yet
+        m_chaining = false;
+        return answer({}, sw::wrongLength);
+    }
     if (!m_chaining) {
         m_chain = piece;
         m_chain.data.clear();
@@ -167,10 +176,9 @@ Bytes IsoCard::getResponse(const Command& command)
         return answer({}, sw::wrongLength);
     if (m_waiting.empty())
         return answer({}, sw::conditionsNotSatisfied);
-    const size_t most = command.extended ? command.le : std::min(command.le, m_manners.chunk);
-    if (command.le > m_waiting.size() && (m_manners.t0 || !command.leIsMaximum))
+    if (command.le > m_waiting.size() && (m_isT0 || !command.leIsMaximum))
         return answer({}, static_cast<unsigned short>(sw::exactLength | lengthByte(m_waiting.size())));
-    return handOut(most);
+    return handOut(command.le);
 }
 
 Bytes IsoCard::deal(const Command& command, Response response)
@@ -178,18 +186,14 @@ Bytes IsoCard::deal(const Command& command, Response response)
     if (response.data.empty())
         return answer({}, response.sw);
     const size_t length = response.data.size();
-    const bool correctLe = m_manners.t0 ? command.data.empty() : m_manners.exactLe;
     // T=0 moves Le bytes or none: there even "all there is" must be all of 256.
-    if (command.hasLe && correctLe && command.le > length &&
-        (m_manners.t0 || (response.sw == sw::ok && !command.leIsMaximum)))
+    if (m_isT0 && command.hasLe && command.data.empty() && command.le > length)
         return answer({}, static_cast<unsigned short>(sw::exactLength | lengthByte(length)));
     m_waiting = std::move(response.data);
     m_waitingStatus = response.sw;
-    if (!command.hasLe || (m_manners.t0 && !command.data.empty())) {
-        return answer(
-            {}, static_cast<unsigned short>(sw::moreData | lengthByte(std::min(length, m_manners.chunk))));
-    }
-    return handOut(command.extended ? command.le : std::min(command.le, m_manners.chunk));
+    if (!command.hasLe || (m_isT0 && !command.data.empty()))
+        return answer({}, static_cast<unsigned short>(sw::moreData | lengthByte(length)));
+    return handOut(command.le);
 }
 
 Bytes IsoCard::handOut(size_t wanted)
@@ -199,8 +203,7 @@ Bytes IsoCard::handOut(size_t wanted)
     m_waiting.erase(m_waiting.begin(), m_waiting.begin() + count);
     if (m_waiting.empty())
         return answer(std::move(part), m_waitingStatus);
-    const size_t next = std::min(m_waiting.size(), m_manners.chunk);
-    return answer(std::move(part), static_cast<unsigned short>(sw::moreData | lengthByte(next)));
+    return answer(std::move(part), static_cast<unsigned short>(sw::moreData | lengthByte(m_waiting.size())));
 }
 
 } // namespace vcard

@@ -19,7 +19,6 @@ constexpr unsigned short wrongLength = 0x6700;
 constexpr unsigned short channelNotSupported = 0x6881;
 constexpr unsigned short secureMessagingNotSupported = 0x6882;
 constexpr unsigned short lastOfChainExpected = 0x6883;
-constexpr unsigned short chainingNotSupported = 0x6884;
 constexpr unsigned short wrongFileStructure = 0x6981;
 constexpr unsigned short securityStatusNotSatisfied = 0x6982;
 constexpr unsigned short blocked = 0x6983;
@@ -65,27 +64,17 @@ struct Response {
     Response(Bytes bytes, unsigned short status) : data(std::move(bytes)), sw(status) {}
 };
 
-/// How a card talks, whatever its applications are.
-struct Manners {
-    /// T=0: data that answers command data waits for GET RESPONSE (61xx), and a Le that is not the length of
-    /// the data is corrected (6Cxx). T=1: data comes at once, as much as Le allows, and 61xx announces the
-    /// rest.
-    bool t0 = false;
-    /// T=1 too: a Le above the length of the data, other than "all there is", is corrected with 6Cxx.
-    bool exactLe = false;
-    /// Most bytes in one answer to a short command or to GET RESPONSE; 1 to 256.
-    size_t chunk = 256;
-    bool extendedLength = true;
-    bool chaining = true;
-};
-
 /// An answer to reset with these historical bytes (at most 15) that offers T=1, or T=0.
 Bytes makeAtr(const Bytes& historicalBytes, bool t0 = false);
+/// Whether the first protocol that it offers is T=0 (ISO 7816-3: there is no TD1, or one that says so).
+bool isT0(const Bytes& atr);
 
 /// ISO 7816-4 below the applications: parses short and extended commands of all cases, joins chains (class
 /// bit 0x10), deals out long answers, and refuses what no card takes: wrong lengths (6700), other logical
 /// channels (6881), secure messaging (6882), broken chains (6883). Data that a command without Le brings
-/// about waits for GET RESPONSE. Classes 80 and up are left to process(), and are never chained.
+/// about waits for GET RESPONSE, under T=0 data that answers command data too, and there a Le that is not the
+/// length of the data is corrected (6Cxx). Under T=1 data comes at once, as much as Le allows, and 61xx
+/// announces the rest. Classes 80 and up are left to process(), and are never chained.
 class IsoCard : public Card {
 public:
     Bytes atr() const final { return m_atr; }
@@ -93,7 +82,7 @@ public:
     Bytes transmit(const Bytes& command) final;
 
 protected:
-    explicit IsoCard(Bytes atr, const Manners& manners = {});
+    explicit IsoCard(Bytes atr);
 
     /// One complete command. Everything that an application refuses, unknown instructions (6D00) and classes
     /// (6E00) included, is refused here.
@@ -112,7 +101,7 @@ private:
     Bytes handOut(size_t wanted);
 
     Bytes m_atr;
-    Manners m_manners;
+    bool m_isT0;
     Command m_chain;
     bool m_chaining = false;
     Bytes m_waiting;

@@ -173,6 +173,12 @@ Bytes RsaKey::privateOperation(const Bytes& block) const
     return output(EVP_PKEY_decrypt, context.get(), block);
 }
 
+Bytes RsaKey::sign(const Bytes& data) const
+{
+    const Bytes filler(size() - data.size() - 3, 0xFF);
+    return privateOperation(join({{0x00, 0x01}, filler, {0x00}, data}));
+}
+
 std::optional<Bytes> RsaKey::decrypt(const Bytes& block) const
 {
     const Bytes plain = privateOperation(block);

@@ -33,6 +33,8 @@ public:
     /// block ^ d mod n, no padding added or checked. Empty unless the block has size() bytes and is below the
     /// modulus.
     Bytes privateOperation(const Bytes& block) const;
+    /// The signature over data of at most size() - kMinPadding bytes, padded by PKCS#1 v1.5 (type 1).
+    Bytes sign(const Bytes& data) const;
     /// What a PKCS#1 v1.5 encryption block (00 02, at least eight bytes of padding, 00) holds, decrypted;
     /// none for any other block.
     std::optional<Bytes> decrypt(const Bytes& block) const;

@@ -1,12 +1,35 @@
 #include "tools/vcard/Pin.h"
 
+#include "tools/vcard/Bytes.h"
 #include "tools/vcard/IsoCard.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace vcard {
 
-Pin::Pin(Bytes value, int tries) : m_value(std::move(value)), m_tries(tries), m_left(tries) {}
+namespace {
+
+constexpr int kTries = 3;
+
+} // namespace
+
+Bytes pinBlock(const std::string& pin, unsigned char filler)
+{
+    Bytes block = fromText(pin);
+    block.resize(kPinBlock, filler);
+    return block;
+}
+
+bool isPinBlock(const Bytes& block, std::ptrdiff_t fewest)
+{
+    const auto isDigit = [](unsigned char byte) { return byte >= '0' && byte <= '9'; };
+    const auto end = std::find_if_not(block.begin(), block.end(), isDigit);
+    return block.size() == kPinBlock && end - block.begin() >= fewest &&
+           std::all_of(end, block.end(), [](unsigned char byte) { return byte == 0xFF; });
+}
+
+Pin::Pin(Bytes value) : m_value(std::move(value)), m_left(kTries) {}
 
 unsigned short Pin::verify(const Bytes& presented)
 {
@@ -16,7 +39,7 @@ unsigned short Pin::verify(const Bytes& presented)
     if (presented.empty())
         return m_verified ? sw::ok : left();
     m_verified = presented == m_value;
-    m_left = m_verified ? m_tries : m_left - 1;
+    m_left = m_verified ? kTries : m_left - 1;
     return m_verified ? sw::ok : left();
 }
 
@@ -40,7 +63,7 @@ unsigned short Pin::changeVerified(Bytes fresh)
 
 void Pin::unblock(Bytes fresh)
 {
-    m_left = m_tries;
+    m_left = kTries;
     if (!fresh.empty())
         m_value = std::move(fresh);
 }

@@ -14,8 +14,7 @@ constexpr size_t kProviderId = 5;  ///< bytes of the registered provider identif
 constexpr size_t kShortestAid = 9; ///< without the version
 constexpr unsigned char kPinReference = 0x80;
 constexpr unsigned char kPukReference = 0x81;
-constexpr size_t kPinLength = 8;
-constexpr size_t kFewestDigits = 6;
+constexpr std::ptrdiff_t kFewestDigits = 6;
 
 /// Algorithm identifiers (SP 800-78-5, table 9), by the length of the modulus or of a coordinate in bytes.
 struct AlgorithmOfSize {
@@ -58,34 +57,14 @@ const KeyPlace* placeOf(unsigned char reference)
     return found == kKeyPlaces.end() ? nullptr : found;
 }
 
-Bytes padded(const std::string& value)
-{
-    Bytes bytes = fromText(value);
-    bytes.resize(kPinLength, 0xFF);
-    return bytes;
-}
-
-bool isDigit(unsigned char byte)
-{
-    return byte >= '0' && byte <= '9';
-}
-
-/// Six to eight decimal digits, then FF.
-bool isPin(const Bytes& value)
-{
-    const auto end = std::find_if_not(value.begin(), value.end(), isDigit);
-    return value.size() == kPinLength && end - value.begin() >= static_cast<std::ptrdiff_t>(kFewestDigits) &&
-           std::all_of(end, value.end(), [](unsigned char byte) { return byte == 0xFF; });
-}
-
 Bytes head(const Bytes& bytes)
 {
-    return {bytes.begin(), bytes.begin() + kPinLength};
+    return {bytes.begin(), bytes.begin() + kPinBlock};
 }
 
 Bytes tail(const Bytes& bytes)
 {
-    return {bytes.begin() + kPinLength, bytes.end()};
+    return {bytes.begin() + kPinBlock, bytes.end()};
 }
 
 Bytes certificateObject(const Bytes& certificate)
@@ -113,9 +92,9 @@ std::optional<Bytes> challengeOf(const Bytes& data)
 } // namespace
 
 PivCard::PivCard(const PivOptions& options)
-    : IsoCard(makeAtr(options.historicalBytes, options.manners.t0), options.manners),
-      m_pin(padded(options.pin), options.tries),
-      m_puk(padded(options.puk), options.tries),
+    : IsoCard(makeAtr(options.historicalBytes, options.t0)),
+      m_pin(pinBlock(options.pin)),
+      m_puk(pinBlock(options.puk)),
       m_verifiesPuk(options.verifiesPuk)
 {
     for (const PivSlot& slot : options.slots) {
@@ -226,9 +205,9 @@ Response PivCard::verify(const Command& command)
     }
     if (command.p1 != 0x00)
         return sw::wrongP1P2;
-    if (!command.data.empty() && command.data.size() != kPinLength)
+    if (!command.data.empty() && command.data.size() != kPinBlock)
         return sw::wrongLength;
-    if (!command.data.empty() && !pin.blocked() && !isPuk && !isPin(command.data))
+    if (!command.data.empty() && !pin.blocked() && !isPuk && !isPinBlock(command.data, kFewestDigits))
         return sw::wrongData;
     const unsigned short status = pin.verify(command.data);
     m_pinJustVerified = !isPuk && !command.data.empty() && status == sw::ok;
@@ -241,11 +220,11 @@ Response PivCard::changeReferenceData(const Command& command)
         return sw::wrongP1P2;
     if (command.p2 != kPinReference && command.p2 != kPukReference)
         return sw::referenceNotFound;
-    if (command.data.size() != 2 * kPinLength)
+    if (command.data.size() != 2 * kPinBlock)
         return sw::wrongLength;
     Pin& pin = command.p2 == kPinReference ? m_pin : m_puk;
     if (!pin.blocked() && command.p2 == kPinReference &&
-        !(isPin(head(command.data)) && isPin(tail(command.data)))) {
+        !(isPinBlock(head(command.data), kFewestDigits) && isPinBlock(tail(command.data), kFewestDigits))) {
         return sw::wrongData;
     }
     return pin.change(head(command.data), tail(command.data));
@@ -257,9 +236,9 @@ Response PivCard::resetRetryCounter(const Command& command)
         return sw::wrongP1P2;
     if (command.p2 != kPinReference)
         return sw::referenceNotFound;
-    if (command.data.size() != 2 * kPinLength)
+    if (command.data.size() != 2 * kPinBlock)
         return sw::wrongLength;
-    if (!m_puk.blocked() && !isPin(tail(command.data)))
+    if (!m_puk.blocked() && !isPinBlock(tail(command.data), kFewestDigits))
         return sw::wrongData;
     const unsigned short status = m_puk.verify(head(command.data));
     if (status == sw::ok)

@@ -21,11 +21,10 @@ struct PivOptions {
     std::vector<PivSlot> slots = {{0x9A, 2048}, {0x9C, 1024}, {0x9D, 2048}, {0x9E, 0}};
     std::string pin = "123456";
     std::string puk = "12345678";
-    int tries = 3;
     /// SP 800-73 has no VERIFY of the PUK (6A88); some cards take it all the same.
     bool verifiesPuk = false;
     Bytes historicalBytes = fromText("QV-PIV");
-    Manners manners;
+    bool t0 = false;
 };
 
 /// A PIV card as SP 800-73-4 Part 2 describes it, with the keys of SP 800-78-5, with the card holder's side
@@ -42,7 +41,6 @@ public:
     /// The DER certificate that was made for the key, or nothing.
     Bytes certificate(unsigned char reference) const;
     const Pin& pin() const { return m_pin; }
-    const Pin& puk() const { return m_puk; }
 
 protected:
     Response process(const Command& command) override;

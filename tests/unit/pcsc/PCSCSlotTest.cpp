@@ -52,8 +52,8 @@ protected:
     }
     void insert(const std::string& script, const std::string& historical = "", bool t0 = false)
     {
-        m_card = std::make_shared<scripted::Card>(script, historical);
-        fakepcsc::insertCard(m_reader, m_card, t0);
+        m_card = std::make_shared<scripted::Card>(script, historical, t0);
+        fakepcsc::insertCard(m_reader, m_card);
     }
     void connect(const std::string& script = "", const std::string& historical = "", bool t0 = false)
     {
