@@ -190,6 +190,15 @@ Handle& findUnchanged(SCARDHANDLE number)
     refuse(handle.then.changes != handle.reader->changes, handle.reader->lastChange);
     return handle;
 }
+/// The real client library goes on asking while another handle has the card to itself.
+Handle& findWhenFree(SCARDHANDLE number)
+{
+    const SCARDHANDLE& owner = findHandle(number).reader->transaction;
+    std::unique_lock<std::mutex> lock(mutex, std::adopt_lock);
+    changed.wait(lock, [&] { return owner == 0 || owner == number; });
+    lock.release();
+    return findHandle(number);
+}
 /// Of the handles of a context that is gone.
 void endTransactions(SCARDCONTEXT context)
 {
@@ -296,11 +305,11 @@ void removeCard(int reader)
 }
 void resetCard(int reader)
 {
-    change(reader, [](Reader& r) { r.resetCard(); });
+    change(reader, [](Reader& r) { r.resetCard(), r.transaction = 0; });
 }
 void unpowerCard(int reader)
 {
-    change(reader, [](Reader& r) { r.resetCard(false); });
+    change(reader, [](Reader& r) { r.resetCard(false), r.transaction = 0; });
 }
 void loseProtocol(int reader)
 {
@@ -392,7 +401,7 @@ LONG SCardReleaseContext(SCARDCONTEXT context)
 }
 LONG SCardIsValidContext(SCARDCONTEXT context)
 {
-    return call("SCardIsValidContext", [&] { check(context); });
+    return call("SCardIsValidContext", [&] { find(s.contexts, context); }); // the service is not asked
 }
 LONG SCardListReaders(SCARDCONTEXT context, LPCSTR, LPSTR names, LPDWORD length)
 {
@@ -421,9 +430,9 @@ LONG SCardConnect(SCARDCONTEXT context, LPCSTR name, DWORD mode, DWORD protocols
 }
 LONG SCardReconnect(SCARDHANDLE number, DWORD mode, DWORD protocols, DWORD action, LPDWORD active)
 {
-    *active = SCARD_PROTOCOL_UNDEFINED; // what the real service says when it fails
+    *active = SCARD_PROTOCOL_UNDEFINED; // what the real service says when the card does not let it
     return call("SCardReconnect", [&] {
-        Handle& handle = findHandle(number);
+        Handle& handle = findWhenFree(number);
         refuse(s.contexts[handle.context].lost, SCARD_E_NO_SERVICE);
         if (action == SCARD_RESET_CARD && handle.reader->card)
             handle.reader->resetCard();
@@ -445,30 +454,29 @@ LONG SCardDisconnect(SCARDHANDLE number, DWORD disposition)
 LONG SCardBeginTransaction(SCARDHANDLE number)
 {
     return call("SCardBeginTransaction", [&] {
-        SCARDHANDLE& owner = findUnchanged(number).reader->transaction;
-        std::unique_lock<std::mutex> lock(mutex, std::adopt_lock);
-        changed.wait(lock, [&] { return owner == 0 || owner == number; });
-        lock.release();
+        findUnchanged(number);
+        findWhenFree(number);
         Reader& reader = *findUnchanged(number).reader;
-        reader.begun = owner == number ? reader.begun + 1 : 1;
-        owner = number;
+        reader.begun = reader.transaction == number ? reader.begun + 1 : 1;
+        reader.transaction = number;
     });
 }
 LONG SCardEndTransaction(SCARDHANDLE number, DWORD disposition)
 {
     return call("SCardEndTransaction", [&] {
-        const Handle handle = find(s.handles, number);
-        SCARDHANDLE& owner = handle.reader->transaction;
         refuse(disposition != SCARD_LEAVE_CARD, SCARD_E_INVALID_VALUE);
-        refuse(owner != number, SCARD_E_NOT_TRANSACTED);
-        if (--findHandle(number).reader->begun == 0)
-            owner = 0;
+        Reader& reader = *findUnchanged(number).reader;
+        refuse(reader.transaction != 0 && reader.transaction != number, SCARD_E_SHARING_VIOLATION);
+        refuse(reader.transaction == 0, SCARD_E_NOT_TRANSACTED);
+        if (--reader.begun == 0)
+            reader.transaction = 0;
     });
 }
 LONG SCardStatus(SCARDHANDLE number, LPSTR name, LPDWORD nameLength, LPDWORD state, LPDWORD protocol,
                  LPBYTE atr, LPDWORD atrLength)
 {
     return call("SCardStatus", [&] {
+        findWhenFree(number);
         const Reader& reader = *findUnchanged(number).reader;
         const Bytes bytes = reader.card->atr();
         const DWORD nameRoom = std::exchange(*nameLength, reader.name.size() + 1);
@@ -539,6 +547,6 @@ LONG SCardTransmit(SCARDHANDLE number, const SCARD_IO_REQUEST* pci, LPCBYTE comm
     };
     const LONG result = call("SCardTransmit", transmit, sent);
     if (result != SCARD_S_SUCCESS)
-        *answerLength = 0; // as the real client library leaves it
+        *answerLength = 0; // as the real client library leaves it where the card was not reached
     return result;
 }

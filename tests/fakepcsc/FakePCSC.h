@@ -31,7 +31,8 @@ void startService();
 /// SCARD_W_REMOVED_CARD.
 void insertCard(int reader, std::shared_ptr<vcard::Card> card);
 void removeCard(int reader);
-/// Another application resets the card: open handles see SCARD_W_RESET_CARD until they reconnect.
+/// The card is reset, not by the library, which ends a transaction too: open handles see SCARD_W_RESET_CARD
+/// until they reconnect.
 void resetCard(int reader);
 /// The same, and the card is off until somebody resets it or connects to it anew.
 void unpowerCard(int reader);
