@@ -80,6 +80,10 @@ TEST_P(CardOSTest, WhatACallerSetStaysAndAccessIsAskedFor)
     ASSERT_EQ(all({login("12345678", CKU_SO), setPin("12345678", "87654321")}), CKR_OK);
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(initPin("7777"), CKR_OK);
+    Bytes room(256);
+    CK_ULONG length = room.size(); // and is no user
+    EXPECT_EQ(C_Encrypt(m_session, room.data(), 9, room.data(), &length),
+              GetParam() ? CKR_OK : CKR_USER_NOT_LOGGED_IN);
 }
 
 TEST_P(CardOSTest, ABlockThatIsNoSignatureIsRefused)
@@ -134,6 +138,8 @@ TEST_P(CardOSTest, FailuresOfTheCardAreNotTakenForMore)
     const Outcome nothing = encrypt(theirs, CKM_RSA_PKCS, m_data);
     EXPECT_EQ(std::tuple(nothing.rv, nothing.length), std::tuple(CKR_OK, 0U));
     fakepcsc::forgetPlans();
+    EXPECT_NE(encrypt(theirs, CKM_RSA_X_509, m_data).rv, CKR_OK); // nor is it loaded
+    EXPECT_EQ(sign(mine, CKM_RSA_PKCS, m_data).rv, CKR_OK);
     // Any length of data may be a whole plaintext.
     for (const CK_ULONG length : {10U, 512U}) {
         CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};

@@ -134,8 +134,13 @@ TEST_F(DesktopProgramsTest, ACardThatAnotherProgramHasResetIsLeftToIt)
                   SCardConnect(context, "Reader 0", SCARD_SHARE_SHARED, protocol, &handle, &protocol) |
                   SCardReconnect(handle, SCARD_SHARE_SHARED, protocol, SCARD_RESET_CARD, &protocol),
               0);
+    const auto expectNoReset = [handle] {
+        EXPECT_EQ(SCardBeginTransaction(handle), 0); // else SCARD_W_RESET_CARD
+        EXPECT_EQ(SCardEndTransaction(handle, SCARD_LEAVE_CARD), 0);
+    };
     fakepcsc::beforeCall("SCardTransmit", 1, [] { EXPECT_EQ(fakepcsc::open().transactions, 1); });
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, CKR_OK);
+    expectNoReset();
     // The service may be without a protocol for the card just then, and the next reset may be near.
     const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
     for (const LONG result : {SCARD_E_PROTO_MISMATCH, SCARD_S_SUCCESS}) { // but no protocol
@@ -153,8 +158,7 @@ TEST_F(DesktopProgramsTest, ACardThatAnotherProgramHasResetIsLeftToIt)
     }
     ASSERT_EQ(SCardReconnect(handle, SCARD_SHARE_SHARED, protocol, SCARD_LEAVE_CARD, &protocol), 0);
     EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).length, 256U);
-    EXPECT_EQ(SCardBeginTransaction(handle), 0); // else SCARD_W_RESET_CARD
-    EXPECT_EQ(SCardEndTransaction(handle, SCARD_LEAVE_CARD), 0);
+    expectNoReset();
     fakepcsc::unpowerCard(m_reader);
     for (const int nth : {2, 3}) // after the reconnection
         fakepcsc::beforeCall("SCardStatus", nth, [this] { fakepcsc::unpowerCard(m_reader); });

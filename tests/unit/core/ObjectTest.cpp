@@ -119,6 +119,7 @@ TEST(ObjectTest, TemplatesAreTakenAsAWhole)
     EXPECT_EQ(data.getLabel(), Blob("####"));
     const CK_ATTRIBUTE dangling = {CKA_LABEL, nullptr, 4};
     EXPECT_EQ(codeOf([&] { data.setAttribute(&dangling, 1); }), CKR_ARGUMENTS_BAD);
+    EXPECT_EQ(codeOf([&] { data.setAttribute(nullptr, 1); }), CKR_ARGUMENTS_BAD);
     EXPECT_TRUE(data.testObject(nullptr, 0, 0));
     EXPECT_FALSE(data.testObject(changes + 1, 2, 0) || data.testObject(&dangling, 1, 0));
     EXPECT_FALSE(data.testObject(nullptr, 1, 0));
