@@ -390,6 +390,7 @@ TEST_F(ProductCallsTest, TheTraceShowsEachCallWithItsArgumentsAndResults)
     CK_FUNCTION_LIST* functions = nullptr;
     EXPECT_EQ(C_GetFunctionList(&functions), CKR_OK);
     EXPECT_EQ(C_GetInfo(&info), CKR_OK);
+    EXPECT_EQ(info.libraryDescription[31], ' '); // behind a zero byte
     EXPECT_EQ(C_GetSlotList(CK_TRUE, &id, &count), CKR_OK);
     EXPECT_EQ(C_GetSlotInfo(1, &slot), CKR_OK);
     CK_SESSION_HANDLE readOnly = 0;
