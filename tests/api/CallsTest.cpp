@@ -414,7 +414,7 @@ TEST_F(ProductCallsTest, TheTraceShowsEachCallWithItsArgumentsAndResults)
     EXPECT_EQ(C_GetSessionInfo(m_session, &session), CKR_OK);
     EXPECT_EQ(C_WaitForSlotEvent(CKF_DONT_BLOCK, &id, nullptr), CKR_NO_EVENT);
     EXPECT_EQ(C_GetAttributeValue(m_session, 2, nullptr, 0), CKR_OK);
-    EXPECT_EQ(C_SetAttributeValue(m_session, 2, nullptr, 0), CKR_OK);
+    EXPECT_EQ(C_SetAttributeValue(m_session, 2, nullptr, 1), CKR_ARGUMENTS_BAD);
     EXPECT_EQ(C_DestroyObject(m_session, 1), CKR_OK);
     CK_BYTE byte = 0;
     EXPECT_EQ(C_Verify(m_session, &byte, 1, &byte, 1), CKR_OPERATION_NOT_INITIALIZED);

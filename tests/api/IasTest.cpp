@@ -87,6 +87,13 @@ TEST_F(IasTest, APublicKeyWithoutAReferenceHasThatOfItsId)
     }
 }
 
+TEST_F(IasTest, PinsThatAreNotPaddedFitIntoTheirCommand)
+{
+    m_card->file(0x4401).content = bytes("30(30() 30(040101) A1(30(80(81))))");
+    start(m_card);
+    EXPECT_EQ(setPin("123456\xFF\xFF", std::string(248, '1')), CKR_PIN_LEN_RANGE);
+}
+
 TEST_F(IasTest, PinsAreChangedBlockedAndUnblocked)
 {
     start(m_card);
