@@ -144,7 +144,7 @@ TEST_F(DesktopProgramsTest, ACardThatAnotherProgramHasResetIsLeftToIt)
     // The service may be without a protocol for the card just then, and the next reset may be near.
     const CK_OBJECT_HANDLE key = find(CKO_PRIVATE_KEY);
     for (const LONG result : {SCARD_E_PROTO_MISMATCH, SCARD_S_SUCCESS}) { // but no protocol
-        fakepcsc::loseProtocol(m_reader);
+        fakepcsc::beforeCall("SCardTransmit", 3, [this] { fakepcsc::loseProtocol(m_reader); }); // and its PIN
         fakepcsc::failCall("SCardReconnect", result, 1, 2);
         EXPECT_EQ(sign(key, CKM_RSA_PKCS, m_data).rv, CKR_OK);
     }

@@ -313,7 +313,7 @@ void unpowerCard(int reader)
 }
 void loseProtocol(int reader)
 {
-    change(reader, [](Reader& r) { r.hasProtocol = false; });
+    change(reader, [](Reader& r) { r.card->reset(), r.hasProtocol = false; });
 }
 std::vector<Call> calls()
 {

@@ -36,7 +36,8 @@ void removeCard(int reader);
 void resetCard(int reader);
 /// The same, and the card is off until somebody resets it or connects to it anew.
 void unpowerCard(int reader);
-/// As after such a reset for some milliseconds: no command goes to the card until somebody connects to it.
+/// Such a reset a moment ago, of which handles hear nothing: no command goes to the card until somebody
+/// connects to it.
 void loseProtocol(int reader);
 
 /// One call of the library; `command` is that of SCardTransmit.
