@@ -157,6 +157,8 @@ TEST_F(LifeCycleTest, SlotsFollowTheirReaders)
     EXPECT_EQ(types(9), Codes({CKR_TOKEN_NOT_PRESENT, 9, 0}));
     EXPECT_EQ(C_GetTokenInfo(2, &info), CKR_TOKEN_NOT_PRESENT);
     EXPECT_EQ(C_InitToken(2, nullptr, 0, nullptr), CKR_TOKEN_NOT_PRESENT);
+    EXPECT_EQ(C_OpenSession(2, CKF_RW_SESSION, nullptr, nullptr, &m_session),
+              CKR_SESSION_PARALLEL_NOT_SUPPORTED);
     EXPECT_EQ(flags(), Codes({0, CKF_REMOVABLE_DEVICE | CKF_HW_SLOT}));
     EXPECT_EQ(flags(99), Codes({CKR_SLOT_ID_INVALID, 0}));
     fakepcsc::insertCard(m_reader, std::make_shared<scripted::Card>("", "0031c064b0f31000079000"));
