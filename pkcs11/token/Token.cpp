@@ -15,6 +15,8 @@ constexpr CK_ULONG kMaxSessions = 100;
 constexpr CK_ULONG kMaxRwSessions = 10;
 constexpr CK_ULONG kMaxPinLen = 10;
 constexpr CK_ULONG kMinPinLen = 4;
+/// Of a PIN that a short command brings to the card.
+constexpr int kMaxPinBytes = 255;
 
 /// The text with its terminator, then blanks: applications see the zero byte until a driver fills the field.
 template <std::size_t Size, std::size_t TextSize>
@@ -43,17 +45,22 @@ CK_TOKEN_INFO defaultTokenInfo()
     return info;
 }
 
-/// The copy comes first: the new PIN may be the cached one itself.
+/// Wipes in place: the memory stays, so that a new PIN that the card has taken needs none and is kept.
 void replacePin(Blob& cached, const Blob& pin)
 {
-    Blob copy = pin;
-    cached.swap(copy);
+    if (&pin == &cached)
+        return;
+    cleanse(cached.data(), static_cast<std::size_t>(cached.size()));
+    cached.clear();
+    cached.append(pin);
 }
 
 } // namespace
 
 Token::Token(PCSCSlot* slot) : m_tokenInfo(defaultTokenInfo()), m_slot(slot)
 {
+    m_userPin.reserve(kMaxPinBytes);
+    m_soPin.reserve(kMaxPinBytes);
     if (m_slot != nullptr)
         m_slot->CreateChannel();
 }
@@ -158,8 +165,8 @@ void Token::cacheSOPin(const Blob& pin)
 
 void Token::forgetPins()
 {
-    m_userPin.wipe();
-    m_soPin.wipe();
+    replacePin(m_userPin, {});
+    replacePin(m_soPin, {});
 }
 
 } // namespace PKCS11

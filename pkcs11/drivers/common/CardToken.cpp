@@ -242,7 +242,7 @@ int CardToken::sendNewPin(const Blob& header, const Blob& data)
     int sw = 0;
     try {
         sw = card().Send(header, data);
-    } catch (const PKCS11Exception&) {
+    } catch (...) {
         Logout();
         throw;
     }
