@@ -9,6 +9,7 @@
 #include <openssl/x509.h>
 
 #include <array>
+#include <new>
 #include <string_view>
 
 namespace {
@@ -43,10 +44,14 @@ namespace OpenSSLHelpers {
 void PrintErrorStack()
 {
     std::array<char, 256> text{};
+    bool isMemoryShort = false;
     while (const unsigned long code = ERR_get_error()) {
+        isMemoryShort = isMemoryShort || ERR_GET_REASON(code) == ERR_R_MALLOC_FAILURE;
         ERR_error_string_n(code, text.data(), text.size());
         PKCS11::Logger::Log(PKCS11::Logger::kFailure, text.data());
     }
+    if (isMemoryShort)
+        throw std::bad_alloc();
 }
 
 CK_ATTRIBUTE BigToAttr(CK_ATTRIBUTE_TYPE type, const BIGNUM* number, std::vector<unsigned char>& storage)

@@ -12,7 +12,8 @@ struct bignum_st;
 
 namespace OpenSSLHelpers {
 
-/// Empties the thread's libcrypto error queue into the trace, one failure line for each error.
+/// Empties the thread's libcrypto error queue into the trace, one failure line for each error. Throws
+/// std::bad_alloc when memory was short: then the failure says nothing about the value.
 void PrintErrorStack();
 
 /// The number, big endian and of minimal length, as an attribute that points into `storage`. Throws

@@ -67,6 +67,8 @@ std::vector<unsigned char> serialNumberContent(const ASN1_INTEGER* serial)
     unsigned char* encoded = nullptr;
     const int size = i2d_ASN1_INTEGER(serial, &encoded);
     const MemoryPointer owner(encoded);
+    if (size < 0)
+        OpenSSLHelpers::PrintErrorStack();
     const unsigned char* content = encoded;
     long length = 0;
     int tag = 0;

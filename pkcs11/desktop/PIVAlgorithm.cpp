@@ -27,12 +27,12 @@ constexpr CurveRow kCurveRows[] = {{NID_X9_62_prime256v1, 0x11, 32}, {NID_secp38
 
 void readCurve(const ASN1_TYPE& parameters, const Blob& point, PIVAlgorithm& algorithm)
 {
-    unsigned char* der = nullptr;
-    const int length = i2d_ASN1_TYPE(&parameters, &der);
+    const int length = i2d_ASN1_TYPE(&parameters, nullptr);
     if (length <= 0)
         return;
-    algorithm.ecParameters = Blob(der, der + length);
-    OPENSSL_free(der);
+    algorithm.ecParameters = Blob(length, 0);
+    unsigned char* at = algorithm.ecParameters.data();
+    i2d_ASN1_TYPE(&parameters, &at);
     BERCoder(kOctetString, point).Export(algorithm.ecPoint);
     const int nid = parameters.type == V_ASN1_OBJECT ? OBJ_obj2nid(parameters.value.object) : NID_undef;
     for (const CurveRow& row : kCurveRows)
@@ -71,6 +71,7 @@ PIVAlgorithm PIVAlgorithm::of(const Blob& certificate)
     const CryptoPointer<X509, X509_free> x509(d2i_X509(nullptr, &at, certificate.size()));
     if (x509 != nullptr)
         readKey(*x509, algorithm);
+    quiet.requireMemory();
     return algorithm;
 }
 

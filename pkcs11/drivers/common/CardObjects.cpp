@@ -148,7 +148,6 @@ void CardCertificate::loadAttr()
     if (value.empty())
         return;
     const CryptoUse use;
-    m_parsed = true;
     try {
         const VantorX509Certificate certificate(
             {CKA_VALUE, value.data(), static_cast<CK_ULONG>(value.size())});
@@ -161,8 +160,8 @@ void CardCertificate::loadAttr()
             setSerialNumber(storedValue(certificate, CKA_SERIAL_NUMBER));
     } catch (const VantorException&) {
         // No certificate: the object keeps its value and does without the three.
-        return;
     }
+    m_parsed = true;
 }
 
 CardData::CardData()
