@@ -140,7 +140,7 @@ int CardOSPublicKeyOperation::bracketLoading() const
 {
     try {
         return send(kBracketLoading);
-    } catch (const PKCS11Exception&) {
+    } catch (...) {
         token().card().startOver();
         throw;
     }
@@ -162,6 +162,9 @@ void CardOSPublicKeyOperation::loadKey(const Blob& modulus, const Blob& exponent
         const bool refuses = failure.value() != CKR_GENERAL_ERROR && card.isUndisturbedSince(before);
         if (isOpen() && (!refuses || Edition::current().closesRefusedLoading()))
             static_cast<void>(bracketLoading());
+        throw;
+    } catch (...) { // no memory to close with
+        token().card().startOver();
         throw;
     }
     // A reset closes too; then the command that was repeated after the reset has opened.
