@@ -35,11 +35,11 @@ private:
         if (m_read)
             return true;
         const RsaComponents components = readComponents();
-        m_read = components.isWhole;
         if (Base::getModulus().empty())
             Base::setModulus(components.modulus);
         if (Base::getPublicExponent().empty())
             Base::setPublicExponent(components.exponent);
+        m_read = components.isWhole;
         return true;
     }
 
