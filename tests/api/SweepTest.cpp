@@ -1,6 +1,7 @@
-// One life of an application on a card of each family, disturbed at each of its PC/SC calls.
+// One life of an application on a card of each family, disturbed at each of its PC/SC calls and allocations.
 #include "tests/support/CryptokiFixture.h"
 #include "tests/support/Families.h"
+#include "tests/support/ScarceMemory.h"
 
 #include <map>
 #include <set>
@@ -22,15 +23,13 @@ public:
             return {0x6F, 0x00};
         Bytes answer = m_card->transmit(command);
         m_lostTries += command.size() > 5 && answer.at(answer.size() - 2) == 0x63 ? 1 : 0;
-        if (!std::exchange(m_isMute, false))
-            return answer;
-        m_keptPin = command.at(1) == 0x24 && answer == Bytes{0x90, 0x00};
-        return {};
+        m_keptPin = m_keptPin || (command.at(1) == 0x24 && answer == Bytes{0x90, 0x00});
+        return std::exchange(m_isMute, false) ? Bytes() : answer;
     }
 
     bool m_refuses = false; ///< the next command
     bool m_isMute = false;  ///< when it has executed the next command
-    bool m_keptPin = false; ///< a new one that it did not tell of
+    bool m_keptPin = false; ///< a new one
     std::string m_pin;
     const std::string m_firstPin;
     int m_lostTries = 0;
@@ -44,14 +43,6 @@ struct Life {
     std::map<std::string, Bytes> values;
     std::map<std::string, CK_RV> failures;
 };
-
-/// An application knows from these what to do: try again (the first two), look for a card, open a session,
-/// log in, search, or start the operation anew.
-const std::set<CK_RV> kUsefulCodes = {CKR_GENERAL_ERROR,        CKR_DEVICE_ERROR,
-                                      CKR_DEVICE_REMOVED,       CKR_TOKEN_NOT_PRESENT,
-                                      CKR_TOKEN_NOT_RECOGNIZED, CKR_SESSION_HANDLE_INVALID,
-                                      CKR_USER_NOT_LOGGED_IN,   CKR_OBJECT_HANDLE_INVALID,
-                                      CKR_KEY_HANDLE_INVALID,   CKR_OPERATION_NOT_INITIALIZED};
 
 class SweepTest : public CryptokiFixture, public ::testing::WithParamInterface<Family> {
 protected:
@@ -85,10 +76,10 @@ protected:
 
     // --- The life ---
 
-    void step(const std::string& name, CK_RV rv, const Bytes& value = {})
+    void step(const std::string& name, CK_RV rv, Bytes value = {})
     {
         if (rv == CKR_OK)
-            m_life.values[name] = value;
+            m_life.values[name] = std::move(value);
         else
             m_life.failures[name] = rv;
     }
@@ -111,7 +102,7 @@ protected:
             const Held card = m_present;
             const std::string fresh = back && card != nullptr ? card->m_firstPin : "888888";
             const CK_RV rv = setPin(from, fresh);
-            if (rv == CKR_OK || (card != nullptr && std::exchange(card->m_keptPin, false)))
+            if (card != nullptr && std::exchange(card->m_keptPin, false))
                 card->m_pin = fresh;
             return rv;
         });
@@ -155,6 +146,7 @@ protected:
         if (key.encrypts) {
             // The separator and the data; the filler may differ each time.
             const Outcome secret = encrypt(key.handle, CKM_RSA_PKCS, m_digestInfo);
+            const scarce::Plenty plenty;
             const Bytes block = key.pair->privateOperation(secret.bytes);
             const std::size_t filler = block.size() - std::min(block.size(), m_digestInfo.size() + 1);
             step(name + " encrypts", secret.rv, {block.data() + filler, block.data() + block.size()});
@@ -239,8 +231,17 @@ protected:
             EXPECT_TRUE(right) << step << " gave " << vcard::toHex(value);
         }
         for (const auto& [step, code] : life.failures)
-            EXPECT_TRUE(kUsefulCodes.count(code) != 0 || m_peace[now].failures.count(step) != 0)
+            EXPECT_TRUE(m_usefulCodes.count(code) != 0 || m_peace[now].failures.count(step) != 0)
                 << step << " gave " << std::hex << code;
+    }
+    void expectPeaceAgain()
+    {
+        EXPECT_EQ(C_CloseAllSessions(1), CKR_OK);
+        const Life again = live();
+        for (const auto& [step, code] : again.failures)
+            EXPECT_NE(m_peace[m_present].failures.count(step), 0U)
+                << step << " gave " << std::hex << code << " later";
+        EXPECT_TRUE(again.values == m_peace[m_present].values);
     }
     /// The life on this card in peace.
     Life inPeace(const Held& card)
@@ -250,6 +251,13 @@ protected:
         return live();
     }
 
+    /// An application knows from these what to do: try again (the first two), look for a card, open a
+    /// session, log in, search, or start the operation anew.
+    std::set<CK_RV> m_usefulCodes = {CKR_GENERAL_ERROR,        CKR_DEVICE_ERROR,
+                                     CKR_DEVICE_REMOVED,       CKR_TOKEN_NOT_PRESENT,
+                                     CKR_TOKEN_NOT_RECOGNIZED, CKR_SESSION_HANDLE_INVALID,
+                                     CKR_USER_NOT_LOGGED_IN,   CKR_OBJECT_HANDLE_INVALID,
+                                     CKR_KEY_HANDLE_INVALID,   CKR_OPERATION_NOT_INITIALIZED};
     Held m_present;
     Life m_life;
     int m_refusedPins = 0;
@@ -351,13 +359,40 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
 
             if (m_present == nullptr)
                 insert(own);
-            EXPECT_EQ(C_CloseAllSessions(1), CKR_OK);
-            const Life again = live();
-            for (const auto& [step, code] : again.failures)
-                EXPECT_NE(m_peace[m_present].failures.count(step), 0U)
-                    << step << " gave " << std::hex << code << " later";
-            EXPECT_TRUE(again.values == m_peace[m_present].values);
+            expectPeaceAgain();
         }
+    }
+}
+
+TEST_P(SweepTest, NothingIsLostWhereverMemoryEnds)
+{
+    const auto own = std::make_shared<HeldCard>(GetParam(), "123456");
+    insert(own);
+    ASSERT_NO_FATAL_FAILURE(learn());
+    m_peace = {{own, inPeace(own)}};
+    m_usefulCodes.insert(CKR_FUNCTION_FAILED);
+    std::vector<std::size_t> places;
+    insert(own);
+    scarce::places = &places;
+    live();
+    scarce::places = nullptr;
+    std::set<std::size_t> known;
+    for (std::size_t i = 0; i < places.size() && !HasFailure(); ++i) {
+        if (!known.insert(places[i]).second)
+            continue;
+        SCOPED_TRACE("allocation " + std::to_string(i));
+        insert(own);
+        fakepcsc::clearCalls();
+        scarce::left = static_cast<int>(i) + 1;
+        try {
+            live();
+        } catch (const std::bad_alloc&) { // the life's own
+        }
+        scarce::left = 0;
+        expectRight(m_life, own, own);
+        EXPECT_EQ(fakepcsc::open().transactions, 0);
+        expectPeaceAgain();
+        EXPECT_EQ(own->m_lostTries, 0);
     }
 }
 

@@ -1,6 +1,7 @@
 // All functions share one state and one lock, so they stand in one file.
 #include "tests/fakepcsc/FakePCSC.h"
 
+#include "tests/support/ScarceMemory.h"
 #include "tools/vcard/Bytes.h"
 #include "tools/vcard/IsoCard.h"
 
@@ -106,6 +107,7 @@ auto locked(Action action)
     struct WakeAtEnd {
         ~WakeAtEnd() { wakeAll(); }
     };
+    const scarce::Plenty plenty;
     const std::lock_guard<std::mutex> lock(mutex);
     const WakeAtEnd wake; // an action may let others in before it changes anything
     return action();
@@ -527,6 +529,7 @@ LONG SCardCancel(SCARDCONTEXT context)
 LONG SCardTransmit(SCARDHANDLE number, const SCARD_IO_REQUEST* pci, LPCBYTE command, DWORD length,
                    SCARD_IO_REQUEST*, LPBYTE answer, LPDWORD answerLength)
 {
+    const scarce::Plenty plenty;
     const Bytes sent(command, command + length);
     const auto transmit = [&] {
         const Handle handle = findUnchanged(number);
