@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 #include <winscard.h>
 
 namespace PKCS11 {
@@ -86,10 +87,14 @@ bool PCSCSlot::readState(ReaderState& state)
     return true;
 }
 
-bool PCSCSlot::isSameInsertion()
+bool PCSCSlot::confirmCard()
 {
+    const bool wasExchanged = std::exchange(m_cardExchanged, true);
     ReaderState state;
-    return readState(state) && insertionOf(state) == m_insertion;
+    if (!readState(state) || insertionOf(state) != m_insertion)
+        return false;
+    m_cardExchanged = wasExchanged;
+    return true;
 }
 
 CK_RV PCSCSlot::InitToken(CK_BYTE* /*pin*/, CK_ULONG /*pinLen*/, CK_BYTE* /*label*/)
@@ -172,10 +177,7 @@ long PCSCSlot::RejoinChannel()
         if (result == SCARD_S_SUCCESS && (state & SCARD_POWERED) == 0)
             result = reconnect(SCARD_RESET_CARD);
     }
-    if (result != SCARD_S_SUCCESS || isSameInsertion())
-        return result;
-    noteExchange();
-    return SCARD_W_REMOVED_CARD;
+    return result != SCARD_S_SUCCESS || confirmCard() ? result : long{SCARD_W_REMOVED_CARD};
 }
 
 long PCSCSlot::queryStatus(PCSCWord& state) const

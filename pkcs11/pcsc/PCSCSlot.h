@@ -160,10 +160,10 @@ private:
     long queryStatus(PCSCWord& state) const;
     /// What the reader tells; false when it cannot be asked.
     bool readState(ReaderState& state);
-    /// True when the card in the reader is the one that the channel was opened to, and was never taken out.
-    /// PC/SC tells the last thing that happened to a card: a removal goes unnoticed where another program has
-    /// reset the next card.
-    bool isSameInsertion();
+    /// Notes an exchange unless the reader shows, and can be asked, that its card is the one that the channel
+    /// was opened to, and was never taken out. True when it does. PC/SC tells the last thing that happened to
+    /// a card: a removal goes unnoticed where another program has reset the next card.
+    bool confirmCard();
 
     std::string m_readerName;
     PCSCSystem* m_system;

@@ -156,8 +156,7 @@ void PCSCSlot::recover(long result)
     if (result == SCARD_W_REMOVED_CARD)
         noteExchange();
     startOver();
-    if (!isSameInsertion())
-        noteExchange();
+    confirmCard();
 }
 
 int PCSCSlot::fetchAnswer(unsigned char le, char* resp, int* respLen)
