@@ -75,6 +75,9 @@ std::unique_ptr<Token> PCSCSlot::createToken()
         if (failure.value() == CKR_DEVICE_ERROR)
             throw PKCS11Exception(CKR_TOKEN_NOT_RECOGNIZED, failure.what(), failure.where());
         return nullptr;
+    } catch (...) { // no memory, which says nothing about the card
+        CloseChannel();
+        throw;
     }
 }
 
