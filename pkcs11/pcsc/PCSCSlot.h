@@ -160,9 +160,9 @@ private:
     long queryStatus(PCSCWord& state) const;
     /// What the reader tells; false when it cannot be asked.
     bool readState(ReaderState& state);
-    /// Notes an exchange unless the reader shows, and can be asked, that its card is the one that the channel
-    /// was opened to, and was never taken out. True when it does. PC/SC tells the last thing that happened to
-    /// a card: a removal goes unnoticed where another program has reset the next card.
+    /// Notes an exchange unless the reader shows that its card is the one that the channel was opened to, and
+    /// was never taken out; true when it does. PC/SC tells the last thing that happened to a card: a removal
+    /// goes unnoticed where another program has reset the next card.
     bool confirmCard();
 
     std::string m_readerName;
