@@ -64,6 +64,9 @@ protected:
         bool encrypts, verifies;
     };
 
+    /// The desktop edition is looked at here and there: its drivers are the product's.
+    const int m_pace = isDesktop() ? 3 : 1;
+
     void SetUp() override
     {
         CryptokiFixture::SetUp();
@@ -311,28 +314,27 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
     const auto remove = [&] { m_present = nullptr, fakepcsc::removeCard(m_reader); };
     const struct {
         std::string name;
-        int stride;
+        int stride, shortStride; ///< the latter where memory ends too; 0: nowhere
         std::function<void(int)> plan;
     } disturbances[] = {
-        {"one call fails", 1, [&](int nth) { fail(nth, 1); }},
-        {"the reader fails", 1, [&](int nth) { before(nth, reset), fail(nth, 5); }},
-        {"reset", 1, [&](int nth) { before(nth, reset); }},
-        {"removed", 1, [&](int nth) { before(nth, remove); }},
-        {"another PIN", 1, [&](int nth) { before(nth, [&] { insert(another); }); }},
-        {"another PIN, reset too", 2, [&](int nth) { before(nth, [&] { insert(another), reset(); }); }},
-        {"another family", 3, [&](int nth) { before(nth, [&] { insert(stranger); }); }},
-        {"put in again", 3, [&](int nth) { before(nth, [&] { insert(own); }); }},
-        {"an answer is lost", 1, [&](int nth) { before(nth, [&] { own->m_isMute = true; }); }},
-        {"a refusal", 1, [&](int nth) { before(nth, [&] { own->m_refuses = true; }); }},
+        {"one call fails", 1, 0, [&](int nth) { fail(nth, 1); }},
+        {"the reader fails", 1, 0, [&](int nth) { before(nth, reset), fail(nth, 5); }},
+        {"reset", 1, 0, [&](int nth) { before(nth, reset); }},
+        {"removed", 1, 2, [&](int nth) { before(nth, remove); }},
+        {"another PIN", 1, 0, [&](int nth) { before(nth, [&] { insert(another); }); }},
+        {"another PIN, reset too", 2, 2, [&](int nth) { before(nth, [&] { insert(another), reset(); }); }},
+        {"another family", 3, 0, [&](int nth) { before(nth, [&] { insert(stranger); }); }},
+        {"put in again", 3, 0, [&](int nth) { before(nth, [&] { insert(own); }); }},
+        {"an answer is lost", 1, 1, [&](int nth) { before(nth, [&] { own->m_isMute = true; }); }},
+        {"a refusal", 1, 0, [&](int nth) { before(nth, [&] { own->m_refuses = true; }); }},
     };
-    // The desktop edition is looked at here and there: its drivers are the product's.
-    const int pace = isDesktop() ? 3 : 1;
     const auto sweep = [&](const auto& disturbance) {
         // What a card refuses while its token is made is not there.
         const bool isRefusal = disturbance.name == "a refusal";
         const bool isCards = isRefusal || disturbance.name == "an answer is lost";
         const int first = isRefusal ? built : 1;
-        for (int nth = first; nth <= calls && !HasFailure(); nth += pace * disturbance.stride) {
+        const int stride = m_isShort ? disturbance.shortStride : disturbance.stride;
+        for (int nth = first; nth <= calls && !HasFailure(); nth += m_pace * stride) {
             if (isCards && peace[nth - 1].name != "SCardTransmit")
                 continue;
             insert(own);
@@ -382,7 +384,8 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
     for (const bool isShort : {false, true}) {
         m_isShort = isShort;
         for (const auto& disturbance : disturbances)
-            sweep(disturbance);
+            if (!isShort || disturbance.shortStride != 0)
+                sweep(disturbance);
     }
 }
 
@@ -400,7 +403,7 @@ TEST_P(SweepTest, NothingIsLostWhereverMemoryEnds)
     scarce::places = nullptr;
     std::set<std::size_t> known;
     for (std::size_t i = 0; i < places.size() && !HasFailure(); ++i) {
-        if (!known.insert(places[i]).second)
+        if (!known.insert(places[i]).second || known.size() % m_pace != 0)
             continue;
         SCOPED_TRACE("allocation " + std::to_string(i));
         insert(own);
