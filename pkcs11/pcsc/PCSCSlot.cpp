@@ -169,15 +169,19 @@ long PCSCSlot::reconnect(PCSCWord action)
 long PCSCSlot::RejoinChannel()
 {
     long result = SCARD_W_RESET_CARD;
+    bool isJoined = false;
     for (int i = 0; i < kAttempts && result == SCARD_W_RESET_CARD; ++i) {
         result = reconnect(SCARD_LEAVE_CARD);
+        isJoined = isJoined || result == SCARD_S_SUCCESS || Edition::current().wantsRejoin(result);
         PCSCWord state = SCARD_POWERED;
         if (result == SCARD_S_SUCCESS)
             result = queryStatus(state);
         if (result == SCARD_S_SUCCESS && (state & SCARD_POWERED) == 0)
             result = reconnect(SCARD_RESET_CARD);
     }
-    return result != SCARD_S_SUCCESS || confirmCard() ? result : long{SCARD_W_REMOVED_CARD};
+    // Also where a later step failed or no protocol was had: the next call finds a joined card.
+    const bool isExchanged = isJoined && !confirmCard();
+    return isExchanged && result == SCARD_S_SUCCESS ? long{SCARD_W_REMOVED_CARD} : result;
 }
 
 long PCSCSlot::queryStatus(PCSCWord& state) const

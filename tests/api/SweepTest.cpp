@@ -323,6 +323,8 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
         {"removed", 1, 2, [&](int nth) { before(nth, remove); }},
         {"another PIN", 1, 0, [&](int nth) { before(nth, [&] { insert(another); }); }},
         {"another PIN, reset too", 2, 2, [&](int nth) { before(nth, [&] { insert(another), reset(); }); }},
+        {"another PIN, reset too, and then a call fails", 1, 0,
+         [&](int nth) { before(nth, [&] { insert(another), reset(); }), fail(nth + 2, 1); }},
         {"another family", 3, 0, [&](int nth) { before(nth, [&] { insert(stranger); }); }},
         {"put in again", 3, 0, [&](int nth) { before(nth, [&] { insert(own); }); }},
         {"an answer is lost", 1, 1, [&](int nth) { before(nth, [&] { own->m_isMute = true; }); }},
