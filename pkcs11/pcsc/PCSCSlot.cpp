@@ -151,6 +151,14 @@ void PCSCSlot::startOver()
 {
     ++m_disturbances;
     ResetChannel();
+    confirmCard();
+}
+
+void PCSCSlot::forceReset()
+{
+    m_owesReset = true;
+    startOver();
+    m_owesReset = false;
 }
 
 long PCSCSlot::reconnect(PCSCWord action)

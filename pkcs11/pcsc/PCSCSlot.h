@@ -42,8 +42,9 @@ public:
     bool CloseChannel();
     /// Warm reset of the card: every selection and login on it is lost. Throws CKR_GENERAL_ERROR (5).
     void ResetChannel();
-    /// The same after a failure: what was selected and verified counts as gone.
-    void startOver();
+    /// The same in the middle of a piece of work that the card must not be left in; where the reader fails,
+    /// before the next command.
+    void forceReset();
     /// Reconnects to a card that another program has reset, leaving it as it is unless it was switched off;
     /// tries again while the service has no protocol for the card. The PC/SC result; SCARD_W_REMOVED_CARD for
     /// another card.
@@ -155,6 +156,8 @@ private:
     std::unique_ptr<Token> buildToken();
     /// After an exchange that met a reset or a removal.
     void recover(long result);
+    /// ResetChannel() after a failure: what was selected and verified counts as gone.
+    void startOver();
     long reconnect(PCSCWord action);
     /// SCardStatus: its result, and the SCARD_ bits of the card's state.
     long queryStatus(PCSCWord& state) const;
@@ -177,6 +180,7 @@ private:
     /// How often others may have used the card between two calls.
     int m_visits = 0;
     bool m_cardExchanged = false;
+    bool m_owesReset = false; ///< before the next command
     int m_eduVariant = 0;
     Blob m_iasAid;
     std::vector<ATR_OS_MODEL> m_atrList;

@@ -103,6 +103,8 @@ int PCSCSlot::SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLe
         throw PKCS11Exception(CKR_GENERAL_ERROR, "unknown protocol", kWhere);
 
     enter();
+    if (m_owesReset)
+        forceReset();
     const bool hasPin = carriesPin(cmd, cmdLen);
     Answer answer;
     long result = SCARD_W_REMOVED_CARD;
@@ -156,7 +158,6 @@ void PCSCSlot::recover(long result)
     if (result == SCARD_W_REMOVED_CARD)
         noteExchange();
     startOver();
-    confirmCard();
 }
 
 int PCSCSlot::fetchAnswer(unsigned char le, char* resp, int* respLen)

@@ -141,7 +141,7 @@ int CardOSPublicKeyOperation::bracketLoading() const
     try {
         return send(kBracketLoading);
     } catch (...) {
-        token().card().startOver();
+        token().card().forceReset();
         throw;
     }
 }
@@ -153,23 +153,26 @@ void CardOSPublicKeyOperation::loadKey(const Blob& modulus, const Blob& exponent
     require(bracketLoading());
     const PCSCSlot::CardMark opened = card.cardMark();
     const auto isOpen = [&] { return card.isUndisturbedSince(opened); };
+    const auto close = [&] {
+        const int sw = bracketLoading();
+        if (!isOpen()) // a reset closed before, and the command that was repeated after it has opened
+            token().card().forceReset();
+        return sw;
+    };
     try {
         loadComponent(kModulusObject, modulus);
         loadComponent(kExponentObject, exponent);
-        require(bracketLoading());
+        require(close());
     } catch (const PKCS11Exception& failure) {
         // A card that stays open computes nothing; only one that refuses to load is left so.
         const bool refuses = failure.value() != CKR_GENERAL_ERROR && card.isUndisturbedSince(before);
         if (isOpen() && (!refuses || Edition::current().closesRefusedLoading()))
-            static_cast<void>(bracketLoading());
+            static_cast<void>(close());
         throw;
     } catch (...) { // no memory to close with
-        token().card().startOver();
+        token().card().forceReset();
         throw;
     }
-    // A reset closes too; then the command that was repeated after the reset has opened.
-    if (!isOpen())
-        static_cast<void>(bracketLoading());
 }
 
 void CardOSPublicKeyOperation::loadComponent(const char* objectTemplate, const Blob& value) const
