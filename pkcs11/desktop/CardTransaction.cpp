@@ -21,8 +21,7 @@ bool CardTransaction::begin(PCSCSlot& slot)
     if (m_slot == &slot)
         return false;
     end();
-    if (m_stuck != 0)
-        SCardEndTransaction(std::exchange(m_stuck, 0), SCARD_LEAVE_CARD);
+    settle(slot.cardHandle());
     long result = SCardBeginTransaction(slot.cardHandle());
     for (int i = 0; i < kRejoins && result == SCARD_W_RESET_CARD; ++i) {
         result = slot.RejoinChannel();
@@ -44,8 +43,29 @@ bool CardTransaction::begin(PCSCSlot& slot)
 void CardTransaction::end()
 {
     PCSCSlot* slot = std::exchange(m_slot, nullptr);
-    if (slot != nullptr && SCardEndTransaction(slot->cardHandle(), SCARD_LEAVE_CARD) != SCARD_S_SUCCESS)
-        m_stuck = slot->cardHandle();
+    if (slot == nullptr)
+        return;
+    const PCSCHandle card = slot->cardHandle();
+    if (SCardEndTransaction(card, SCARD_LEAVE_CARD) == SCARD_S_SUCCESS) {
+        settle(card);
+        return;
+    }
+    m_owed = m_stuck == card ? m_owed + 1 : 1;
+    m_stuck = card;
+}
+
+void CardTransaction::settle(PCSCHandle connected)
+{
+    while (m_owed > 0) {
+        const long result = SCardEndTransaction(m_stuck, SCARD_LEAVE_CARD);
+        const bool isGone = result == SCARD_E_INVALID_HANDLE && m_stuck != connected;
+        if (isGone || result == SCARD_E_NOT_TRANSACTED)
+            m_owed = 0;
+        else if (result == SCARD_S_SUCCESS)
+            --m_owed;
+        else
+            return;
+    }
 }
 
 void CardTransaction::end(const PCSCSlot& slot)

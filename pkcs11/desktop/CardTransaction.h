@@ -22,10 +22,14 @@ public:
     void forget() { *this = CardTransaction(); }
 
 private:
+    /// Ends what PC/SC failed to end before; `connected` is a handle that is in use.
+    void settle(PCSCHandle connected);
+
     PCSCSlot* m_slot = nullptr;
-    /// The handle whose transaction PC/SC failed to end, 0 for none. No other program gets that card until
-    /// begin() has ended it.
+    /// A handle whose transactions PC/SC failed to end, and how many. No other program gets that card before
+    /// settle() has ended them all: transactions of one handle nest.
     PCSCHandle m_stuck = 0;
+    int m_owed = 0;
 };
 
 } // namespace PKCS11

@@ -122,8 +122,11 @@ protected:
     {
         CK_OBJECT_HANDLE objects[40] = {};
         CK_ULONG count = 0;
-        step("search " + when, C_FindObjectsInit(m_session, nullptr, 0));
-        const CK_RV rv = C_FindObjects(m_session, objects, 40, &count);
+        CK_RV rv = C_FindObjectsInit(m_session, nullptr, 0);
+        step("search " + when, rv);
+        if (rv != CKR_OK)
+            return; // an earlier search, which could not be ended, would go on
+        rv = C_FindObjects(m_session, objects, 40, &count);
         step("found " + when, rv, Bytes(objects, objects + count));
         step("end of search " + when, C_FindObjectsFinal(m_session));
     }
@@ -318,10 +321,15 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
         std::function<void(int)> plan;
     } disturbances[] = {
         {"one call fails", 1, 0, [&](int nth) { fail(nth, 1); }},
+        {"two calls fail", 1, 0, [&](int nth) { fail(nth, 2); }},
+        {"one call fails, and the first of the next command", 1, 0,
+         [&](int nth) { fail(nth, 1), fail(nth + 5, 1); }},
         {"the reader fails", 1, 0, [&](int nth) { before(nth, reset), fail(nth, 5); }},
         {"reset", 1, 0, [&](int nth) { before(nth, reset); }},
         {"removed", 1, 2, [&](int nth) { before(nth, remove); }},
         {"another PIN", 1, 0, [&](int nth) { before(nth, [&] { insert(another); }); }},
+        {"another PIN, and then a reset", 1, 0,
+         [&](int nth) { before(nth, [&] { insert(another); }), before(nth + 4, reset); }},
         {"another PIN, reset too", 2, 2, [&](int nth) { before(nth, [&] { insert(another), reset(); }); }},
         {"another PIN, reset too, and then a call fails", 1, 0,
          [&](int nth) { before(nth, [&] { insert(another), reset(); }), fail(nth + 2, 1); }},
