@@ -136,27 +136,31 @@ void CardOSPublicKeyOperation::prepare() const
     require(send(kUseLoadedKey));
 }
 
-int CardOSPublicKeyOperation::bracketLoading() const
+void CardOSPublicKeyOperation::loadKey(const Blob& modulus, const Blob& exponent) const
 {
     try {
-        return send(kBracketLoading);
-    } catch (...) {
+        writeKey(modulus, exponent);
+    } catch (const PKCS11Exception& failure) {
+        if (failure.value() == CKR_GENERAL_ERROR) // nobody knows what reached the card
+            token().card().forceReset();
+        throw;
+    } catch (...) { // no memory to close with
         token().card().forceReset();
         throw;
     }
 }
 
-void CardOSPublicKeyOperation::loadKey(const Blob& modulus, const Blob& exponent) const
+void CardOSPublicKeyOperation::writeKey(const Blob& modulus, const Blob& exponent) const
 {
-    const PCSCSlot& card = token().card();
+    PCSCSlot& card = token().card();
     const PCSCSlot::CardMark before = card.cardMark();
-    require(bracketLoading());
+    require(send(kBracketLoading));
     const PCSCSlot::CardMark opened = card.cardMark();
     const auto isOpen = [&] { return card.isUndisturbedSince(opened); };
     const auto close = [&] {
-        const int sw = bracketLoading();
+        const int sw = send(kBracketLoading);
         if (!isOpen()) // a reset closed before, and the command that was repeated after it has opened
-            token().card().forceReset();
+            card.forceReset();
         return sw;
     };
     try {
@@ -165,12 +169,9 @@ void CardOSPublicKeyOperation::loadKey(const Blob& modulus, const Blob& exponent
         require(close());
     } catch (const PKCS11Exception& failure) {
         // A card that stays open computes nothing; only one that refuses to load is left so.
-        const bool refuses = failure.value() != CKR_GENERAL_ERROR && card.isUndisturbedSince(before);
-        if (isOpen() && (!refuses || Edition::current().closesRefusedLoading()))
+        const bool refuses = card.isUndisturbedSince(before) && !Edition::current().closesRefusedLoading();
+        if (failure.value() != CKR_GENERAL_ERROR && isOpen() && !refuses)
             static_cast<void>(close());
-        throw;
-    } catch (...) { // no memory to close with
-        token().card().forceReset();
         throw;
     }
 }

@@ -78,11 +78,10 @@ protected:
 
 private:
     void prepare() const;
-    /// Opens or closes the loading of a key. Where the reader fails nobody knows which: the card is reset,
-    /// which closes.
-    [[nodiscard]] int bracketLoading() const;
-    /// Closes the loading when the reader fails in the middle of it.
+    /// Writes the key to the card. Where the reader fails in the middle of that, the card is reset, which
+    /// closes the loading.
     void loadKey(const Blob& modulus, const Blob& exponent) const;
+    void writeKey(const Blob& modulus, const Blob& exponent) const;
     void loadComponent(const char* objectTemplate, const Blob& value) const;
 
     CardOSPublicKey& m_key;
