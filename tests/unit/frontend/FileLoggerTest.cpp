@@ -51,6 +51,20 @@ TEST(FileLoggerTest, FileHasBannersAndStampedLinesUpToTheThreshold)
     EXPECT_THROW(FileLogger("/nowhere/log.txt", kTraceOptions), PKCS11Exception);
 }
 
+TEST(FileLoggerTest, APathThatCannotBeOpenedIsTriedAgain)
+{
+    SystemWrapper library;
+    SystemWrapper::s_logPath = "/nowhere/log.txt";
+    library.InitLogger();
+    SystemWrapper::s_logPath = kPath.c_str();
+    library.InitLogger();
+    Logger::Log(80, "now");
+    EXPECT_NE(content().find("|now\n"), std::string::npos);
+    library.InitLogger();
+    EXPECT_NE(content().find("|now\n"), std::string::npos); // the file is not begun anew
+    SystemWrapper::s_logPath = "";
+}
+
 TEST(FileLoggerTest, AForkedChildKeepsItsOwnFiles)
 {
     const int descriptor = dup(0);
