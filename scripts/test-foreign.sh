@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the library and all tests for other processors and runs them: 32-bit x86 at native speed, 32-bit and 64-bit ARM
-# under qemu, there without the sweep of all allocations.
+# under qemu, there with a third of the sweep's positions and without that of all allocations.
 #   scripts/test-foreign.sh [i386|armhf|arm64]...
 set -euo pipefail
 . "$(dirname "$0")/usage.sh"
