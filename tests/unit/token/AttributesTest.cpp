@@ -1,4 +1,6 @@
 #include "pkcs11/token/InfoRecords.h"
+
+#include "pkcs11/token/Framing.h"
 #include "tests/support/ByteText.h"
 #include "tests/support/Failure.h"
 
@@ -76,6 +78,11 @@ TEST(InfoRecordsTest, FieldsAndAttributesComeBack)
                   ContainerInfo().Export(),
               hex("300A 040004000400 04023100 300C 0400040004000400 04023100 3008 04000400 04023100 3010 "
                   "040004000400040004000400 04023100"));
+    Blob fields;
+    for (int i = 0; i < 1000; ++i) // more than there are
+        fields.append(hex("0401AA"));
+    EXPECT_EQ(DataInfo(MakeBERCoded(0x30, fields + hex("04023100"))).Export(),
+              hex("300A 0401AA 0401AA 04023100"));
     TokenInfo token(hex("302004014C040153040101040201020400040F310D300B0604000000030403414243"));
     EXPECT_EQ(token.getLabel() + token.getSerialNumber(), Blob("ABCS"));
     EXPECT_EQ(token.field(3) + token.field(4), hex("010F"));
