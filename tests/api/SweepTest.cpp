@@ -106,15 +106,17 @@ protected:
         if (rv != CKR_PIN_INCORRECT || card == m_present)
             step(name, rv);
     }
-    /// To "888888", or back.
+    /// To "88888888", or back.
     void changePin(const std::string& name, bool back)
     {
         pinStep(name, [&](const std::string& from) {
             const Held card = m_present;
-            const std::string fresh = back && card != nullptr ? card->m_firstPin : "888888";
+            const std::string fresh = back && card != nullptr ? card->m_firstPin : "88888888";
             const CK_RV rv = setPin(from, fresh);
-            if (card != nullptr && std::exchange(card->m_keptPin, false))
+            if (card != nullptr && std::exchange(card->m_keptPin, false)) {
                 card->m_pin = fresh;
+                m_untoldPins += rv != CKR_OK ? 1 : 0;
+            }
             return rv;
         });
     }
@@ -200,7 +202,7 @@ protected:
     {
         ASSERT_EQ(open(), CKR_OK);
         ASSERT_EQ(login(m_present->m_pin), CKR_OK);
-        EXPECT_EQ(setPin("000000", "888888"), CKR_PIN_INCORRECT); // which is not the login's PIN then
+        EXPECT_EQ(setPin("000000", "88888888"), CKR_PIN_INCORRECT); // which is not the login's PIN then
         m_present->m_lostTries = 0;
         m_objects = findAll().size();
         for (CK_OBJECT_HANDLE object = 1; object <= m_objects; ++object) {
@@ -285,8 +287,9 @@ protected:
     Life m_life;
     bool m_isShort = false; ///< memory
     int m_refusedPins = 0;
-    int m_made = 0;  ///< the first call after the making of the token
-    int m_leaks = 0; ///< handles whose disconnection failed
+    int m_untoldPins = 0; ///< that a card has kept
+    int m_made = 0;       ///< the first call after the making of the token
+    int m_leaks = 0;      ///< handles whose disconnection failed
     CK_ULONG m_objects = 0;
     std::vector<KnownKey> m_keys;
     Bytes m_signature;
@@ -426,6 +429,7 @@ TEST_P(SweepTest, NothingIsLostWhereverMemoryEnds)
         scarce::left = static_cast<int>(i) + 1;
         expectRight(liveShortly(), own, own);
         EXPECT_EQ(fakepcsc::open().transactions, 0);
+        EXPECT_EQ(m_untoldPins, 0);
         expectPeaceAgain();
         EXPECT_EQ(own->m_lostTries, 0);
     }
