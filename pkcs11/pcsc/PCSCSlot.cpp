@@ -107,6 +107,7 @@ bool PCSCSlot::CreateChannel()
     if (isConnected())
         return true;
     SCARDHANDLE card = 0;
+    m_owesReset = m_owesReset && m_insertion == m_seenInsertion;
     m_insertion = m_seenInsertion;
     const long result = withProtocol([&] {
         return SCardConnect(m_system->GetContext(), m_readerName.c_str(), SCARD_SHARE_SHARED, kProtocols,
@@ -147,17 +148,19 @@ void PCSCSlot::ResetChannel()
     m_protocol = protocol;
 }
 
-void PCSCSlot::startOver()
-{
-    ++m_disturbances;
-    ResetChannel();
-    confirmCard();
-}
-
 void PCSCSlot::forceReset()
 {
+    ++m_disturbances;
     m_owesReset = true;
-    startOver();
+    resetIfOwed();
+}
+
+void PCSCSlot::resetIfOwed()
+{
+    if (!m_owesReset)
+        return;
+    ResetChannel();
+    confirmCard();
     m_owesReset = false;
 }
 

@@ -42,8 +42,8 @@ public:
     bool CloseChannel();
     /// Warm reset of the card: every selection and login on it is lost. Throws CKR_GENERAL_ERROR (5).
     void ResetChannel();
-    /// The same in the middle of a piece of work that the card must not be left in; where the reader fails,
-    /// before the next command.
+    /// The same in the middle of a piece of work that the card must not be left in: a disturbance. Where the
+    /// reader fails, before the next command.
     void forceReset();
     /// Reconnects to a card that another program has reset, leaving it as it is unless it was switched off;
     /// tries again while the service has no protocol for the card. The PC/SC result; SCARD_W_REMOVED_CARD for
@@ -156,8 +156,8 @@ private:
     std::unique_ptr<Token> buildToken();
     /// After an exchange that met a reset or a removal.
     void recover(long result);
-    /// ResetChannel() after a failure: what was selected and verified counts as gone.
-    void startOver();
+    /// The reset that forceReset() could not have.
+    void resetIfOwed();
     long reconnect(PCSCWord action);
     /// SCardStatus: its result, and the SCARD_ bits of the card's state.
     long queryStatus(PCSCWord& state) const;

@@ -103,8 +103,7 @@ int PCSCSlot::SendCmdIntern(const char* cmd, int cmdLen, char* resp, int* respLe
         throw PKCS11Exception(CKR_GENERAL_ERROR, "unknown protocol", kWhere);
 
     enter();
-    if (m_owesReset)
-        forceReset();
+    resetIfOwed();
     const bool hasPin = carriesPin(cmd, cmdLen);
     Answer answer;
     long result = SCARD_W_REMOVED_CARD;
@@ -157,7 +156,9 @@ void PCSCSlot::recover(long result)
     }
     if (result == SCARD_W_REMOVED_CARD)
         noteExchange();
-    startOver();
+    ++m_disturbances;
+    ResetChannel();
+    confirmCard();
 }
 
 int PCSCSlot::fetchAnswer(unsigned char le, char* resp, int* respLen)

@@ -1,6 +1,8 @@
 #include "tests/support/CryptokiFixture.h"
 #include "tools/vcard/CardOSCard.h"
 
+#include <winscard.h>
+
 namespace {
 
 /// Cards before V5.0 (false) and of V5.0 (true), through the C_ functions.
@@ -170,6 +172,28 @@ TEST_P(CardOSTest, LongKeys)
     EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, then);
     EXPECT_EQ(fakepcsc::sentAPDUs().at(3 + 2 * isDesktop()),
               "00DA016E1C83022002850821000C0FFFFF0000860801010101010101018F020100" + modulus);
+}
+
+TEST_P(CardOSTest, ALoadingThatWasGivenUpEndsWithAReset)
+{
+    if (GetParam())
+        return; // loads no key
+    begin();
+    for (const bool isPutInAgain : {false, true}) {
+        attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS);
+        fakepcsc::clearCalls();
+        fakepcsc::failCall("SCardTransmit", SCARD_F_COMM_ERROR, 4 + 2 * isDesktop());
+        fakepcsc::failCall("SCardReconnect", SCARD_F_COMM_ERROR, 1, 2);
+        EXPECT_EQ(encrypt(find(CKO_PUBLIC_KEY), CKM_RSA_PKCS, m_data).rv, CKR_GENERAL_ERROR);
+        if (isPutInAgain) {
+            C_CloseAllSessions(1);
+            fakepcsc::insertCard(m_reader, m_card);
+            EXPECT_EQ(all({open(), login("123456")}), CKR_OK);
+        }
+        EXPECT_EQ(sign(find(CKO_PRIVATE_KEY), CKM_RSA_PKCS, m_data).rv, CKR_OK);
+        EXPECT_EQ(fakepcsc::callCount("SCardReconnect"), isPutInAgain ? 2 : 3);
+        fakepcsc::forgetPlans();
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Generations, CardOSTest, ::testing::Bool());
