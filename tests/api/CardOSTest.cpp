@@ -194,6 +194,15 @@ TEST_P(CardOSTest, ALoadingThatWasGivenUpEndsWithAReset)
         EXPECT_EQ(fakepcsc::callCount("SCardReconnect"), isPutInAgain ? 2 : 3);
         fakepcsc::forgetPlans();
     }
+    attribute(find(CKO_PUBLIC_KEY), CKA_MODULUS);
+    fakepcsc::clearCalls();
+    fakepcsc::failCall("SCardTransmit", SCARD_F_COMM_ERROR, 4 + 2 * isDesktop());
+    fakepcsc::beforeCall("SCardReconnect", 1, [&] { fakepcsc::insertCard(m_reader, m_card); });
+    EXPECT_EQ(encrypt(find(CKO_PUBLIC_KEY), CKM_RSA_PKCS, m_data).rv, CKR_GENERAL_ERROR);
+    const std::vector<std::string> sent = fakepcsc::sentAPDUs();
+    const auto isVerify = [](const std::string& command) { return command.substr(0, 4) == "0020"; };
+    // No PIN goes to what may be another card; the desktop edition has shown it before.
+    EXPECT_EQ(std::count_if(sent.begin(), sent.end(), isVerify), isDesktop());
 }
 
 INSTANTIATE_TEST_SUITE_P(Generations, CardOSTest, ::testing::Bool());
