@@ -46,26 +46,20 @@ void CardTransaction::end()
     if (slot == nullptr)
         return;
     const PCSCHandle card = slot->cardHandle();
-    if (SCardEndTransaction(card, SCARD_LEAVE_CARD) == SCARD_S_SUCCESS) {
+    if (SCardEndTransaction(card, SCARD_LEAVE_CARD) == SCARD_S_SUCCESS)
         settle(card);
-        return;
-    }
-    m_owed = m_stuck == card ? m_owed + 1 : 1;
-    m_stuck = card;
+    else
+        m_stuck = card;
 }
 
 void CardTransaction::settle(PCSCHandle connected)
 {
-    while (m_owed > 0) {
-        const long result = SCardEndTransaction(m_stuck, SCARD_LEAVE_CARD);
-        const bool isGone = result == SCARD_E_INVALID_HANDLE && m_stuck != connected;
-        if (isGone || result == SCARD_E_NOT_TRANSACTED)
-            m_owed = 0;
-        else if (result == SCARD_S_SUCCESS)
-            --m_owed;
-        else
-            return;
-    }
+    if (m_stuck == 0)
+        return;
+    const long result = SCardEndTransaction(m_stuck, SCARD_LEAVE_CARD);
+    const bool isGone = result == SCARD_E_INVALID_HANDLE && m_stuck != connected;
+    if (result == SCARD_S_SUCCESS || result == SCARD_E_NOT_TRANSACTED || isGone)
+        m_stuck = 0;
 }
 
 void CardTransaction::end(const PCSCSlot& slot)

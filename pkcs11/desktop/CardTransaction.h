@@ -26,10 +26,9 @@ private:
     void settle(PCSCHandle connected);
 
     PCSCSlot* m_slot = nullptr;
-    /// A handle whose transactions PC/SC failed to end, and how many. No other program gets that card before
-    /// settle() has ended them all: transactions of one handle nest.
+    /// The handle whose transaction PC/SC failed to end, 0 for none. No other program gets that card before
+    /// settle() has ended it, beside the next ones: transactions of one handle nest.
     PCSCHandle m_stuck = 0;
-    int m_owed = 0;
 };
 
 } // namespace PKCS11
