@@ -330,8 +330,7 @@ TEST_P(SweepTest, NothingIsLostWhateverHappensWhenever)
     } disturbances[] = {
         {"one call fails", 1, 0, [&](int nth) { fail(nth, 1); }},
         {"two calls fail", 1, 0, [&](int nth) { fail(nth, 2); }},
-        {"one call fails, and the first of the next command", 1, 0,
-         [&](int nth) { fail(nth, 1), fail(nth + 5, 1); }},
+        {"one call fails, and the fifth after it", 1, 0, [&](int nth) { fail(nth, 1), fail(nth + 5, 1); }},
         {"the reader fails", 1, 0, [&](int nth) { before(nth, reset), fail(nth, 5); }},
         {"reset", 1, 0, [&](int nth) { before(nth, reset); }},
         {"removed", 1, 2, [&](int nth) { before(nth, remove); }},

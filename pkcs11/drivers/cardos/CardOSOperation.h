@@ -81,6 +81,7 @@ private:
     /// Writes the key to the card. Where the reader fails in the middle of that, the card is reset, which
     /// closes the loading.
     void loadKey(const Blob& modulus, const Blob& exponent) const;
+    /// The same without that. Where the card refuses, the desktop edition closes the loading.
     void writeKey(const Blob& modulus, const Blob& exponent) const;
     void loadComponent(const char* objectTemplate, const Blob& value) const;
 
